@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QHash>
+#include <QString>
+
+// The bundle's default strings table, "Localizable.strings": lines of the
+// form "Key" = "Value"; with C comments. A missing key gives "".
+class OVLocalizedStrings
+{
+public:
+    static QString localizedString(const QString &key);
+
+    // Parses a strings table; exposed for tests.
+    static QHash<QString, QString> parse(const QString &text);
+};
+
+// Shorthand used throughout the pane.
+inline QString OVLocalized(const char *key)
+{
+    return OVLocalizedStrings::localizedString(QString::fromLatin1(key));
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <KCModule>
+
+#include <QPointer>
+#include <QVariantMap>
+#include <memory>
+#include <optional>
+
+class OVBackupItemModel;
+class OVOptionsSheet;
+
+namespace Ui
+{
+class OVOrvanePrefView;
+}
+
+// The Orvane module of System Settings. It wires the subsystems together:
+// the items and their table, the options, the lock, the schedule and the
+// status monitor each live in their own class.
+class OVOrvanePref : public KCModule
+{
+    Q_OBJECT
+public:
+    OVOrvanePref(QWidget *parent, const QVariantList &args);
+    ~OVOrvanePref() override;
+
+    // One-time preparation once the main view exists.
+    void mainViewDidLoad();
+
+    // Stores the items (and, when unlocked, puts them in place). The first
+    // argument is the event that caused the save, if any; only a save whose
+    // sender is the pane itself may touch the keychain.
+    bool saveChanges(QEvent *notification, QObject *sender);
+
+    OVBackupItemModel *backupItems() const { return m_backupItems; }
+    bool hasBackupType(const QString &type) const;
+    bool validateBackupItems() const;
+    void createNewBackupItem();
+    bool isAuthorized() const { return m_isAuthorized; }
+    bool isToastInstalled() const { return m_isToastInstalled; }
+
+public Q_SLOTS:
+    void addBackupItem(QObject *sender);
+    void verifyToolPermissions();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void loadBackupItems();
+    void prepareTable();
+
+    std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
+    OVOptionsSheet *m_optionsSheet;
+    OVBackupItemModel *m_backupItems;
+    std::optional<QVariantMap> m_savedSettings;
+    bool m_isAuthorized = false;
+    bool m_isToastInstalled = false;
+    // The host's window, watched so that closing it saves (the host
+    // destroys the module before the application quits).
+    QPointer<QWidget> m_hostWindow;
+    bool m_savedForClose = false;
+};

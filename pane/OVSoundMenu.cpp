@@ -1,0 +1,45 @@
+#include "OVSoundMenu.h"
+
+#include "ovfixedpaths.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QDirIterator>
+
+namespace OVSoundMenu
+{
+QStringList soundFolders(const QString &home)
+{
+    return {QString::fromUtf8(OVFixedPaths::SystemSounds),
+            QString::fromUtf8(OVFixedPaths::LibrarySounds),
+            home + QLatin1Char('/') + QString::fromUtf8(OVFixedPaths::UserSounds)};
+}
+
+void fill(QComboBox *popUp, const QStringList &folders, const QIcon &icon)
+{
+    popUp->clear();
+    for (int i = 0; i < folders.size(); ++i) {
+        const QDir folder(folders.at(i));
+        QDirIterator it(folder.path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+        bool first = true;
+        while (it.hasNext()) {
+            const QString path = it.next();
+            if (first && i > 0) {
+                popUp->insertSeparator(popUp->count());
+            }
+            first = false;
+            const QFileInfo info = it.fileInfo();
+            if (info.suffix() != QLatin1String("aiff") || info.completeBaseName().isEmpty()) {
+                continue;
+            }
+            const QString relative = folder.relativeFilePath(path);
+            const QString title = relative.left(relative.size() - int(qstrlen(".aiff")));
+            const int existing = popUp->findText(title, Qt::MatchExactly);
+            if (existing >= 0) {
+                popUp->removeItem(existing);
+            }
+            popUp->addItem(icon, title);
+        }
+    }
+}
+}

@@ -1,0 +1,50 @@
+#include "OVStartupFiles.h"
+
+#include "OVBundle.h"
+#include "OVTemporaryFile.h"
+#include "ovfixedpaths.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+namespace OVStartupFiles
+{
+void installAlertSound(const QString &home)
+{
+    const QString target = home + QLatin1Char('/') + QString::fromUtf8(OVFixedPaths::UserSounds) + QStringLiteral("/Magic Bell.aiff");
+    if (QFileInfo::exists(target) || QFileInfo(target).isSymLink()) {
+        return;
+    }
+    QFile::copy(OVBundle::pathForResource(QStringLiteral("Magic Bell"), QStringLiteral("aiff")), target);
+}
+
+static void createFolder(const char *path, bool groupWritable)
+{
+    struct stat st;
+    if (::lstat(path, &st) == 0) {
+        return;
+    }
+    if (::mkdir(path, 0775) == 0 && groupWritable) {
+        // mkdir's mode passes through the umask; the folders must be 0775.
+        ::chmod(path, 0775);
+    }
+}
+
+void createSupportFolders()
+{
+    createFolder(OVFixedPaths::ApplicationSupportFolder, false);
+    createFolder(OVFixedPaths::SupportFolder, true);
+    createFolder(OVFixedPaths::DailyFolder, true);
+    createFolder(OVFixedPaths::WeeklyFolder, true);
+    createFolder(OVFixedPaths::MonthlyFolder, true);
+}
+
+void removeLeftoverScripts()
+{
+    OVTemporaryFile::remove(QString::fromUtf8(OVFixedPaths::TmpDailyScript));
+    OVTemporaryFile::remove(QString::fromUtf8(OVFixedPaths::TmpWeeklyScript));
+    OVTemporaryFile::remove(QString::fromUtf8(OVFixedPaths::TmpMonthlyScript));
+}
+}

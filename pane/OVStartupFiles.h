@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QString>
+
+// The file-system work of the pane's start-up. Every failure is ignored:
+// later writes into a missing folder fail in their own place.
+namespace OVStartupFiles
+{
+// Copies the bundle's "Magic Bell" sound to ~/Library/Sounds unless one is
+// there. The folder itself is not created.
+void installAlertSound(const QString &home);
+// "/Library/Application Support", then the support folder and its three
+// schedule folders, each with mode 0775, each only when missing.
+void createSupportFolders();
+// Temporary scripts a previous session left in /tmp.
+void removeLeftoverScripts();
+}

@@ -1,0 +1,49 @@
+#include "OVSettingsDomain.h"
+
+#include "OVBundle.h"
+#include "OVPropertyList.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSaveFile>
+#include <QStandardPaths>
+
+QString OVSettingsDomain::path()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QLatin1Char('/') + OVBundle::identifier() + QStringLiteral(".plist");
+}
+
+std::optional<QVariantMap> OVSettingsDomain::read()
+{
+    const QVariant domain = OVPropertyList::fromFile(path());
+    if (domain.userType() != QMetaType::QVariantMap) {
+        return std::nullopt;
+    }
+    // Only the stored types count; anything else in the file is not ours.
+    QVariantMap values = domain.toMap();
+    for (auto it = values.begin(); it != values.end();) {
+        const int type = it.value().userType();
+        if (type == QMetaType::Bool || type == QMetaType::LongLong || type == QMetaType::Double || type == QMetaType::QString) {
+            ++it;
+        } else {
+            it = values.erase(it);
+        }
+    }
+    return values;
+}
+
+bool OVSettingsDomain::replace(const QVariantMap &domain)
+{
+    QDir().mkpath(QFileInfo(path()).absolutePath());
+    QSaveFile file(path());
+    if (!file.open(QIODevice::WriteOnly)) {
+        return false;
+    }
+    file.write(OVPropertyList::toXml(domain));
+    return file.commit();
+}
+
+void OVSettingsDomain::remove()
+{
+    QFile::remove(path());
+}

@@ -1,0 +1,141 @@
+#include "ovtables.h"
+
+#include <vector>
+
+#include "../../pane/ovfixedpaths.h"
+
+namespace ovtables
+{
+namespace
+{
+const std::string_view s_scripts[] = {OVFixedPaths::DailyScript, OVFixedPaths::WeeklyScript, OVFixedPaths::MonthlyScript};
+
+std::vector<std::string_view> splitFields(std::string_view line)
+{
+    std::vector<std::string_view> fields;
+    size_t begin = 0;
+    for (;;) {
+        const size_t tab = line.find('\t', begin);
+        if (tab == std::string_view::npos) {
+            fields.push_back(line.substr(begin));
+            return fields;
+        }
+        fields.push_back(line.substr(begin, tab - begin));
+        begin = tab + 1;
+    }
+}
+
+// A decimal number without padding, within [low, high].
+bool isNumber(std::string_view field, int low, int high)
+{
+    if (field.empty() || field.size() > 2 || (field.size() > 1 && field[0] == '0')) {
+        return false;
+    }
+    int value = 0;
+    for (const char c : field) {
+        if (c < '0' || c > '9') {
+            return false;
+        }
+        value = value * 10 + (c - '0');
+    }
+    return value >= low && value <= high;
+}
+
+std::string quoted(std::string_view path)
+{
+    return "\"" + std::string(path) + "\"";
+}
+
+bool isOwnCronLine(std::string_view line)
+{
+    const auto f = splitFields(line);
+    if (f.size() != 7 || !isNumber(f[0], 0, 59) || !isNumber(f[1], 0, 23) || f[3] != "*" || f[5] != "root") {
+        return false;
+    }
+    if (f[6] == quoted(OVFixedPaths::DailyScript)) {
+        return f[2] == "*" && f[4] == "*";
+    }
+    if (f[6] == quoted(OVFixedPaths::WeeklyScript)) {
+        return f[2] == "*" && isNumber(f[4], 0, 7);
+    }
+    if (f[6] == quoted(OVFixedPaths::MonthlyScript)) {
+        return isNumber(f[2], 1, 31) && f[4] == "*";
+    }
+    return false;
+}
+
+bool isOwnAnacronLine(std::string_view line)
+{
+    return line == "1\t20\torvane.daily\t" + quoted(OVFixedPaths::DailyScript)
+        || line == "7\t25\torvane.weekly\t" + quoted(OVFixedPaths::WeeklyScript)
+        || line == "30\t30\torvane.monthly\t" + quoted(OVFixedPaths::MonthlyScript);
+}
+
+struct Lines {
+    std::vector<std::string_view> lines;
+    bool lastTerminated = true;
+};
+
+Lines splitLines(std::string_view text)
+{
+    Lines result;
+    size_t begin = 0;
+    while (begin < text.size()) {
+        const size_t end = text.find('\n', begin);
+        if (end == std::string_view::npos) {
+            result.lines.push_back(text.substr(begin));
+            result.lastTerminated = false;
+            break;
+        }
+        result.lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return result;
+}
+}
+
+bool isOwnLine(std::string_view line, Table table)
+{
+    return table == Table::Cron ? isOwnCronLine(line) : isOwnAnacronLine(line);
+}
+
+bool mentionsOwnScript(std::string_view line)
+{
+    for (const auto script : s_scripts) {
+        if (line.find(script) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool onlyOwnLinesDiffer(const std::string &installed, const std::string &proposed, Table table)
+{
+    const Lines before = splitLines(installed);
+    const Lines after = splitLines(proposed);
+    const std::string_view unterminatedLast = before.lastTerminated || before.lines.empty() ? std::string_view() : before.lines.back();
+
+    std::vector<std::string_view> kept;
+    for (const auto line : after.lines) {
+        if (isOwnLine(line, table)) {
+            continue;
+        }
+        if (!unterminatedLast.empty() && line.size() > unterminatedLast.size() && line.substr(0, unterminatedLast.size()) == unterminatedLast
+            && isOwnLine(line.substr(unterminatedLast.size()), table)) {
+            kept.push_back(unterminatedLast);
+            continue;
+        }
+        kept.push_back(line);
+    }
+
+    size_t next = 0;
+    for (const auto line : before.lines) {
+        if (next < kept.size() && line == kept[next]) {
+            ++next;
+        } else if (!mentionsOwnScript(line)) {
+            return false;
+        }
+    }
+    return next == kept.size();
+}
+}

@@ -1,0 +1,21 @@
+// Removes the installed scheduled scripts when backups are switched off.
+#include "../../pane/ovfixedpaths.h"
+#include "ovhelper.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+int main(int argc, char **argv)
+{
+    using namespace ovhelper;
+    start(argc, argv, "remove_scripts");
+
+    const char *const folders[] = {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder};
+    const char *const names[] = {OVFixedPaths::DailyScriptName, OVFixedPaths::WeeklyScriptName, OVFixedPaths::MonthlyScriptName};
+    for (int i = 0; i < 3; ++i) {
+        const int folder = openDirectory(folders[i]);
+        removeFileAt(folder, names[i]);
+        close(folder);
+    }
+    return 0;
+}
