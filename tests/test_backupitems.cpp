@@ -1,0 +1,202 @@
+// The item record, its keyed archive and the whole-list queries.
+#include "OVBackupItem.h"
+#include "OVBackupItemModel.h"
+#include "OVItemArchive.h"
+#include "OVPropertyList.h"
+
+#include <QFile>
+#include <QTest>
+
+class TestBackupItems : public QObject
+{
+    Q_OBJECT
+
+    static OVBackupItem item(int frequency, bool checked, const char *source, const char *dest, bool toast = false, bool enabled = true)
+    {
+        OVBackupItem result;
+        result.setFrequencyColumn(frequency);
+        result.setCheckColumn(checked);
+        result.setCheckEnabled(enabled);
+        result.setToast(toast);
+        if (source) {
+            result.setSourcePath(QString::fromUtf8(source));
+        }
+        if (dest) {
+            result.setDestPath(QString::fromUtf8(dest));
+        }
+        return result;
+    }
+
+private Q_SLOTS:
+    void initWithValuesAndDefaultItem()
+    {
+        const OVBackupItem onlyCheck = OVBackupItem::initWithValues({{QStringLiteral("CheckColumn"), true}});
+        QVERIFY(onlyCheck.checkColumn());
+        QCOMPARE(onlyCheck.frequencyColumn(), int(OVBackupItem::Daily));
+        QCOMPARE(onlyCheck.sourceColumn(), 0);
+        QVERIFY(onlyCheck.backupSource().isNull());
+        QVERIFY(onlyCheck.backupDestination().isNull());
+
+        // checkEnabled is never taken from the dictionary; paths never set.
+        const OVBackupItem full = OVBackupItem::initWithValues({{QStringLiteral("CheckEnabled"), true},
+                                                                {QStringLiteral("BackupSource"), QStringLiteral("Home")},
+                                                                {QStringLiteral("Toast"), true},
+                                                                {QStringLiteral("DestColumn"), 2}});
+        QVERIFY(!full.checkEnabled());
+        QCOMPARE(full.backupSource(), QStringLiteral("Home"));
+        QVERIFY(full.toast());
+        QCOMPARE(full.destColumn(), 2);
+        QVERIFY(full.sourcePath().isNull());
+
+        OVBackupItemModel model;
+        model.createNewBackupItem();
+        QCOMPARE(model.rowCount(), 1);
+        const OVBackupItem &fresh = model.item(0);
+        QVERIFY(fresh.checkColumn());
+        QCOMPARE(fresh.frequencyColumn(), int(OVBackupItem::Manual));
+        QCOMPARE(fresh.sourceColumn(), 0);
+        QCOMPARE(fresh.destColumn(), 0);
+        QVERIFY(!fresh.toast() && !fresh.checkEnabled());
+        QVERIFY(fresh.backupSource().isNull() && fresh.sourcePath().isNull() && fresh.destPath().isNull());
+    }
+
+    void archiveRoundTrip()
+    {
+        OVBackupItem a = item(OVBackupItem::Weekly, true, "/home/ann/Fotos \"2024\" #{x}", "/media/ann/Backup", false, true);
+        a.setBackupSource(QStringLiteral("Fotos ✓"));
+        a.setBackupDestination(QString(QLatin1String("")));
+        a.setSourceColumn(0);
+        a.setDestColumn(2);
+        OVBackupItem b = item(OVBackupItem::NoSchedule, false, nullptr, nullptr, true, false);
+        // Equal strings are stored once and shared.
+        OVBackupItem c = a;
+        c.setFrequencyColumn(OVBackupItem::Manual);
+        const QVector<OVBackupItem> items{a, b, c};
+
+        const QByteArray data = OVItemArchive::archive(items);
+        QVERIFY(data.startsWith("bplist00"));
+        const auto back = OVItemArchive::unarchive(data);
+        QVERIFY(back);
+        QCOMPARE(back->size(), 3);
+        QVERIFY(back->at(0) == a);
+        QVERIFY(back->at(1) == b);
+        QVERIFY(back->at(2) == c);
+        // An empty label stays empty, an absent one absent.
+        QVERIFY(!back->at(0).backupDestination().isNull());
+        QVERIFY(back->at(1).backupSource().isNull());
+
+        // The keyed archiver's layout, which a Mac reads back.
+        const QVariantMap root = OVPropertyList::fromData(data).toMap();
+        QCOMPARE(root.value(QStringLiteral("$archiver")).toString(), QStringLiteral("NSKeyedArchiver"));
+        QCOMPARE(root.value(QStringLiteral("$version")).toInt(), 100000);
+        const QVariantList objects = root.value(QStringLiteral("$objects")).toList();
+        QCOMPARE(objects.first().toString(), QStringLiteral("$null"));
+        QCOMPARE(objects.count(QVariant(QStringLiteral("Fotos ✓"))), 1);
+        const QVariantMap firstItem = objects.at(2).toMap();
+        QCOMPARE(firstItem.size(), 11);
+        QCOMPARE(firstItem.value(QStringLiteral("OVFrequencyColumn")).toInt(), 1);
+
+        QVERIFY(OVItemArchive::unarchive(OVItemArchive::archive({}))->isEmpty());
+    }
+
+    void readsArchiveWrittenByThePlatform()
+    {
+        QFile file(QFINDTESTDATA("data/apple-keyed-archive.xml"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray xml = file.readAll();
+        // The same archive in binary form, as libplist turns it back out.
+        for (const QByteArray &data : {xml, OVPropertyList::toBinary(OVPropertyList::fromData(xml))}) {
+            const auto items = OVItemArchive::unarchive(data);
+            QVERIFY(items);
+            QCOMPARE(items->size(), 2);
+            const OVBackupItem &first = items->at(0);
+            QVERIFY(first.checkColumn() && first.checkEnabled() && !first.toast());
+            QCOMPARE(first.backupSource(), QStringLiteral("Documents"));
+            QCOMPARE(first.backupDestination(), QStringLiteral("Backup: Documents"));
+            QCOMPARE(first.sourcePath(), QStringLiteral("/Users/ann/Documents"));
+            QCOMPARE(first.destPath(), QStringLiteral("/Volumes/Backup/Documents"));
+            const OVBackupItem &second = items->at(1);
+            QCOMPARE(second.frequencyColumn(), int(OVBackupItem::Manual));
+            QCOMPARE(second.destColumn(), 2);
+            QVERIFY(second.toast());
+            QCOMPARE(second.backupSource(), QStringLiteral("Documents"));
+            QVERIFY(second.backupDestination().isNull());
+            QVERIFY(second.destPath().isNull());
+            QCOMPARE(second.sourcePath(), QStringLiteral("/Users/ann/Documents"));
+        }
+    }
+
+    void refusesWhatIsNoItemList_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QFile file(QFINDTESTDATA("data/apple-keyed-archive.xml"));
+        file.open(QIODevice::ReadOnly);
+        const QByteArray xml = file.readAll();
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("garbage") << QByteArray("not a property list at all");
+        QTest::newRow("truncated binary") << OVItemArchive::archive({OVBackupItem()}).left(40);
+        QTest::newRow("plain dictionary") << OVPropertyList::toBinary(QVariantMap{{QStringLiteral("a"), 1}});
+        QTest::newRow("other class") << QByteArray(xml).replace("<string>OVBackupItem</string>", "<string>NSDate</string>");
+        QTest::newRow("reference out of range") << QByteArray(xml).replace("<integer>10</integer>", "<integer>99</integer>");
+        QTest::newRow("root not an array") << QByteArray(xml).replace("<key>root</key>\n\t\t<dict><key>CF$UID</key><integer>1</integer>",
+                                                                       "<key>root</key>\n\t\t<dict><key>CF$UID</key><integer>3</integer>");
+        QTest::newRow("path not a string") << QByteArray(xml).replace("<integer>10</integer>", "<integer>6</integer>");
+    }
+
+    void refusesWhatIsNoItemList()
+    {
+        QFETCH(QByteArray, data);
+        QVERIFY(!OVItemArchive::unarchive(data));
+    }
+
+    void hasBackupType()
+    {
+        OVBackupItemModel model;
+        QVERIFY(!model.hasBackupType(QStringLiteral("daily")));
+
+        model.setItems({item(OVBackupItem::Daily, false, "/a", "/b"), item(OVBackupItem::Daily, true, "/a", nullptr)});
+        QVERIFY(!model.hasBackupType(QStringLiteral("daily")));
+
+        // The Toast flag alone counts, whether Toast is installed or not,
+        // and checkEnabled is not looked at.
+        model.setItems({item(OVBackupItem::Daily, true, "/a", nullptr, true, false)});
+        QVERIFY(model.hasBackupType(QStringLiteral("daily")));
+        QVERIFY(!model.hasBackupType(QStringLiteral("weekly")));
+        QVERIFY(!model.hasBackupType(QStringLiteral("manual")));
+        QVERIFY(!model.hasBackupType(QStringLiteral("Daily")));
+
+        model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b"), item(OVBackupItem::Monthly, true, "/a", "/b")});
+        QVERIFY(model.hasBackupType(QStringLiteral("monthly")));
+        QVERIFY(!model.hasBackupType(QStringLiteral("daily")) && !model.hasBackupType(QStringLiteral("weekly")));
+    }
+
+    void validateBackupItems()
+    {
+        OVBackupItemModel model;
+        model.setItems({item(OVBackupItem::Daily, true, "/a", "/b"), item(OVBackupItem::Weekly, true, "/a", "/b"), item(OVBackupItem::Monthly, true, "/a", "/b")});
+        QVERIFY(!model.validateBackupItems(true));
+
+        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b")});
+        QVERIFY(model.validateBackupItems(false));
+
+        // Any ticked, enabled and incomplete item spoils it, whatever its frequency.
+        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b"), item(OVBackupItem::Daily, true, nullptr, "/b")});
+        QVERIFY(!model.validateBackupItems(true));
+        // Unless it is unticked or not enabled.
+        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b"), item(OVBackupItem::Daily, true, nullptr, "/b", false, false)});
+        QVERIFY(model.validateBackupItems(true));
+
+        // A Toast destination counts only while Toast is installed.
+        model.setItems({item(OVBackupItem::Manual, true, "/a", nullptr, true)});
+        QVERIFY(model.validateBackupItems(true));
+        QVERIFY(!model.validateBackupItems(false));
+
+        model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b")});
+        QVERIFY(!model.validateBackupItems(true));
+        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b", false, false)});
+        QVERIFY(!model.validateBackupItems(true));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestBackupItems)
+#include "test_backupitems.moc"
