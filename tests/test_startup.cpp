@@ -1,0 +1,221 @@
+// The pane's start-up and its save on close, run against the installed
+// bundle inside the test sandbox (/tmp, /Library and the home are fresh).
+#include "OVBackupItemModel.h"
+#include "OVItemArchive.h"
+#include "OVOrvanePref.h"
+#include "OVSettingsDomain.h"
+#include "ovfixedpaths.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QMessageBox>
+#include <QTest>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include <sys/stat.h>
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+
+    static QString path(const char *fixed)
+    {
+        return QString::fromUtf8(fixed);
+    }
+
+    static void writeFile(const QString &file, const QByteArray &contents)
+    {
+        QDir().mkpath(QFileInfo(file).absolutePath());
+        QFile out(file);
+        QVERIFY(out.open(QIODevice::WriteOnly));
+        out.write(contents);
+    }
+
+    static mode_t modeOf(const char *file)
+    {
+        struct stat st;
+        return ::stat(file, &st) == 0 ? st.st_mode & 07777 : 0;
+    }
+
+    static void removeAll(const QString &folder)
+    {
+        QDir(folder).removeRecursively();
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
+        removeAll(path(OVFixedPaths::SupportFolder));
+        removeAll(QStringLiteral("/System"));
+        removeAll(path(OVFixedPaths::LibrarySounds));
+        removeAll(QDir::homePath() + QStringLiteral("/Library"));
+        OVSettingsDomain::remove();
+    }
+
+    void firstStartPreparesFoldersAndOneItem()
+    {
+        for (const char *left : {OVFixedPaths::TmpDailyScript, OVFixedPaths::TmpWeeklyScript, OVFixedPaths::TmpMonthlyScript, OVFixedPaths::TmpManualScript}) {
+            writeFile(path(left), "#!/usr/bin/ruby\n");
+        }
+        OVOrvanePref pane(nullptr, {});
+
+        for (const char *folder : {OVFixedPaths::SupportFolder, OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
+            QCOMPARE(modeOf(folder), mode_t(0775));
+        }
+        // The install's folder keeps its own rights.
+        QCOMPARE(modeOf(OVFixedPaths::ApplicationSupportFolder), mode_t(01775));
+
+        QCOMPARE(pane.backupItems()->rowCount(), 1);
+        QCOMPARE(pane.backupItems()->item(0).frequencyColumn(), int(OVBackupItem::Manual));
+        QVERIFY(pane.backupItems()->item(0).checkColumn());
+
+        // No settings yet: backups on, locked, and the switch can't be used.
+        auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
+        QCOMPARE(master->currentIndex(), 0);
+        QVERIFY(!master->isEnabled());
+        QVERIFY(pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked());
+        QVERIFY(!pane.isAuthorized());
+
+        QVERIFY(!QFile::exists(path(OVFixedPaths::TmpDailyScript)));
+        QVERIFY(!QFile::exists(path(OVFixedPaths::TmpWeeklyScript)));
+        QVERIFY(!QFile::exists(path(OVFixedPaths::TmpMonthlyScript)));
+        QVERIFY(QFile::exists(path(OVFixedPaths::TmpManualScript)));
+
+        // The frequency column shows the menu's titles by value.
+        QCOMPARE(pane.backupItems()->index(0, OVBackupItemModel::FrequencyColumn).data().toString(), QStringLiteral("Manually"));
+    }
+
+    void loadsTheArchiveAndTheMasterSetting()
+    {
+        OVBackupItem daily;
+        daily.setSourcePath(QStringLiteral("/home/ann"));
+        daily.setBackupSource(QStringLiteral("ann"));
+        QDir().mkpath(path(OVFixedPaths::SupportFolder));
+        writeFile(path(OVFixedPaths::ItemsArchive), OVItemArchive::archive({daily, daily}));
+        QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Master"), 1}}));
+        {
+            OVOrvanePref pane(nullptr, {});
+            QCOMPARE(pane.backupItems()->rowCount(), 2);
+            QCOMPARE(pane.backupItems()->item(1).sourcePath(), QStringLiteral("/home/ann"));
+            QCOMPARE(pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->currentIndex(), 1);
+        }
+
+        // What the pane cannot read counts as no archive; a master index
+        // beyond the menu counts as on.
+        writeFile(path(OVFixedPaths::ItemsArchive), "bplist00 but nothing after");
+        QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Master"), 7}}));
+        OVOrvanePref pane(nullptr, {});
+        QCOMPARE(pane.backupItems()->rowCount(), 1);
+        QCOMPARE(pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->currentIndex(), 0);
+    }
+
+    void alertSoundAndSoundMenu()
+    {
+        const QString userSounds = QDir::homePath() + QStringLiteral("/Library/Sounds");
+        writeFile(QStringLiteral("/System/Library/Sounds/Basso.aiff"), "a");
+        writeFile(QStringLiteral("/System/Library/Sounds/Chime.AIFF"), "a");
+        writeFile(QStringLiteral("/System/Library/Sounds/Glass.aif"), "a");
+        // Holds no sound, yet gets its separator.
+        writeFile(QStringLiteral("/Library/Sounds/readme.txt"), "a");
+        writeFile(userSounds + QStringLiteral("/Extra/Chime.aiff"), "a");
+        writeFile(userSounds + QStringLiteral("/Basso.aiff"), "a");
+
+        OVOrvanePref pane(nullptr, {});
+        QVERIFY(QFile::exists(userSounds + QStringLiteral("/Magic Bell.aiff")));
+
+        auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("soundPopUp"));
+        QStringList titles;
+        for (int i = 0; i < sounds->count(); ++i) {
+            titles.append(sounds->itemText(i));
+        }
+        // The user's Basso replaced the system's; the user's folder order is the file system's.
+        QCOMPARE(titles.size(), 5);
+        QCOMPARE(titles.mid(0, 2), (QStringList{QString(), QString()}));
+        QCOMPARE(titles.count(QStringLiteral("Basso")), 1);
+        QVERIFY(titles.contains(QStringLiteral("Extra/Chime")));
+        QVERIFY(titles.contains(QStringLiteral("Magic Bell")));
+        QVERIFY(!titles.contains(QStringLiteral("Chime")) && !titles.contains(QStringLiteral("Glass")));
+        QVERIFY(!sounds->itemIcon(titles.indexOf(QStringLiteral("Basso"))).isNull());
+    }
+
+    void existingAlertSoundIsKeptAndMissingFolderNotMade()
+    {
+        const QString bell = QDir::homePath() + QStringLiteral("/Library/Sounds/Magic Bell.aiff");
+        {
+            OVOrvanePref pane(nullptr, {});
+            QVERIFY(!QFileInfo::exists(QFileInfo(bell).absolutePath()));
+            auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("soundPopUp"));
+            QCOMPARE(sounds->count(), 0);
+        }
+        writeFile(bell, "the user's own bell");
+        OVOrvanePref pane(nullptr, {});
+        QFile file(bell);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("the user's own bell"));
+    }
+
+    void toolCheckAlertsOnlyWithoutSetUserId()
+    {
+        const char *tool = OVFixedPaths::ManualBackupToolPath;
+        const mode_t installed = modeOf(tool);
+        QVERIFY(installed & S_ISUID);
+        {
+            OVOrvanePref pane(nullptr, {});
+            QTest::qWait(1300);
+            QVERIFY(!pane.findChild<QMessageBox *>(QStringLiteral("installationProblemAlert")));
+        }
+        QCOMPARE(::chmod(tool, installed & ~S_ISUID), 0);
+        OVOrvanePref pane(nullptr, {});
+        QVERIFY(!pane.findChild<QMessageBox *>(QStringLiteral("installationProblemAlert")));
+        QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("installationProblemAlert")), 3000);
+        auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("installationProblemAlert"));
+        QCOMPARE(alert->windowTitle(), QStringLiteral("Orvane is not installed correctly"));
+        QCOMPARE(alert->icon(), QMessageBox::Critical);
+        QCOMPARE(alert->buttons().size(), 1);
+        QCOMPARE(alert->buttons().first()->text(), QStringLiteral("OK"));
+        QCOMPARE(::chmod(tool, installed), 0);
+    }
+
+    void closingTheHostSavesTheItems()
+    {
+        const QString temporary = path(OVFixedPaths::TmpItemsArchive);
+        // A link planted in /tmp is replaced, never written through.
+        writeFile(QStringLiteral("/root/victim"), "untouched");
+        QFile::remove(temporary);
+        QVERIFY(QFile::link(QStringLiteral("/root/victim"), temporary));
+
+        QWidget host;
+        auto *pane = new OVOrvanePref(&host, {});
+        auto *layout = new QVBoxLayout(&host);
+        layout->addWidget(pane);
+        pane->backupItems()->createNewBackupItem();
+        host.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&host));
+
+        // Leaving the module (the host hides it) saves nothing.
+        pane->hide();
+        host.close();
+        QVERIFY(QFileInfo(temporary).isSymLink());
+        pane->show();
+        host.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&host));
+        host.close();
+
+        QVERIFY(!QFileInfo(temporary).isSymLink());
+        QCOMPARE(modeOf(OVFixedPaths::TmpItemsArchive), mode_t(0600));
+        const auto saved = OVItemArchive::load(temporary);
+        QVERIFY(saved);
+        QCOMPARE(saved->size(), 2);
+        QFile victim(QStringLiteral("/root/victim"));
+        QVERIFY(victim.open(QIODevice::ReadOnly));
+        QCOMPARE(victim.readAll(), QByteArray("untouched"));
+        // Locked: nothing was put in place.
+        QVERIFY(!QFile::exists(path(OVFixedPaths::ItemsArchive)));
+    }
+};
+
+QTEST_MAIN(TestStartup)
+#include "test_startup.moc"
