@@ -54,6 +54,12 @@ public:
         return false;
     }
 
+    // The line the reader stands on, counted from 0.
+    int line() const
+    {
+        return m_text.leftRef(m_pos).count(QLatin1Char('\n'));
+    }
+
     void skipToNextLine()
     {
         while (m_pos < m_text.size() && m_text.at(m_pos) != QLatin1Char('\n')) {
@@ -88,6 +94,7 @@ QHash<QString, QString> OVLocalizedStrings::parse(const QString &text)
     QHash<QString, QString> table;
     Reader reader(text);
     while (!reader.atEnd()) {
+        const int line = reader.line();
         const QString key = reader.quoted();
         QString value;
         if (!key.isNull() && reader.expect(QLatin1Char('='))) {
@@ -95,7 +102,9 @@ QHash<QString, QString> OVLocalizedStrings::parse(const QString &text)
         }
         if (key.isNull() || value.isNull() || !reader.expect(QLatin1Char(';'))) {
             // A malformed entry costs that entry, not the whole table.
-            reader.skipToNextLine();
+            if (reader.line() == line) {
+                reader.skipToNextLine();
+            }
             continue;
         }
         table.insert(key, value);
