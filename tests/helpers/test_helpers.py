@@ -27,6 +27,11 @@ DEBIAN_CRONTAB = (
     "#\n"
 )
 ANACRONTAB = "SHELL=/bin/sh\n1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n"
+# Everything these tests make in /tmp. Only these go between tests: a kept
+# folder (the checkout itself) may live under /tmp too.
+TMP_FILES = ["/tmp/BackupItems.plist", "/tmp/orvane_daily.rb", "/tmp/orvane_weekly.rb", "/tmp/orvane_monthly.rb",
+             "/tmp/orvane_manual.rb", "/tmp/crontab.orvane", "/tmp/anacrontab.orvane", "/tmp/manual-ran",
+             "/tmp/admins-own-file"]
 
 
 def sh(*args):
@@ -51,7 +56,7 @@ class Helpers(unittest.TestCase):
         cls.user = pwd.getpwnam("ovuser")
 
     def setUp(self):
-        subprocess.run(["sh", "-c", "rm -rf /tmp/* /tmp/.[!.]* '%s'" % SUPPORT], check=True)
+        subprocess.run(["rm", "-rf", SUPPORT, *TMP_FILES], check=True)
         for sub in ("", "/.daily", "/.weekly", "/.monthly"):
             os.mkdir(SUPPORT + sub, 0o775)
             os.chown(SUPPORT + sub, self.admin.pw_uid, self.admin.pw_gid)
