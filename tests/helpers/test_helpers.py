@@ -77,11 +77,11 @@ class Helpers(unittest.TestCase):
         os.chown(path, who.pw_uid, who.pw_gid)
         os.chmod(path, mode)
 
-    def run_tool(self, who, tool, args=("--Orvane",), env=None):
+    def run_tool(self, who, tool, args=("--Orvane",), env=None, pass_fds=()):
         return subprocess.run(
             ["setpriv", "--reuid=%d" % who.pw_uid, "--regid=%d" % who.pw_gid, "--init-groups",
              "--", os.path.join(RESOURCES, tool), *args],
-            capture_output=True, text=True, env=env or {"PATH": "/usr/bin:/bin"}, timeout=60)
+            capture_output=True, text=True, env=env or {"PATH": "/usr/bin:/bin"}, timeout=60, pass_fds=pass_fds)
 
     def refused(self, result, words):
         self.assertNotEqual(result.returncode, 0, result)
@@ -226,12 +226,17 @@ class Helpers(unittest.TestCase):
         self.give(self.admin, "/tmp/orvane_manual.rb",
                   "#!/usr/bin/ruby\n"
                   "File.write('/tmp/manual-ran', [Process.uid, Process.euid, Process.gid, "
-                  "ENV.keys.sort.join(','), __FILE__, File.stat(__FILE__).uid].join(' '))\n")
-        result = self.run_tool(self.admin, "manual_backup",
+                  "ENV.keys.sort.join(','), __FILE__, File.stat(__FILE__).uid, File.exist?('/proc/self/fd/9')].join(' '))\n")
+        # A descriptor the caller leaves open never reaches the root process.
+        leaked = os.open("/etc/hostname", os.O_RDONLY)
+        os.dup2(leaked, 9, inheritable=True)
+        result = self.run_tool(self.admin, "manual_backup", pass_fds=(9,),
                                env={"PATH": "/tmp/evil:/usr/bin", "RUBYOPT": "-r/tmp/evil", "LD_PRELOAD": "/tmp/evil.so"})
+        os.close(9)
+        os.close(leaked)
         self.assertEqual(result.returncode, 0, result.stderr)
-        uid, euid, gid, keys, script, owner = read("/tmp/manual-ran").decode().split(" ")
-        self.assertEqual((uid, euid, gid, owner), ("0", "0", "0", "0"))
+        uid, euid, gid, keys, script, owner, fd_open = read("/tmp/manual-ran").decode().split(" ")
+        self.assertEqual((uid, euid, gid, owner, fd_open), ("0", "0", "0", "0", "false"))
         self.assertEqual(keys, "HOME,LANG,LOGNAME,PATH,SHELL,USER")
         self.assertNotEqual(script, "/tmp/orvane_manual.rb")
         self.assertFalse(os.path.exists(os.path.dirname(script)), "the private copy is cleaned up")

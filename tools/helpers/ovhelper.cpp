@@ -46,9 +46,12 @@ static void cleanProcess()
             }
         }
     }
-    const long maxFd = sysconf(_SC_OPEN_MAX);
-    for (long fd = 3; fd < (maxFd > 0 ? maxFd : 1024); ++fd) {
-        close(static_cast<int>(fd));
+    if (close_range(3, ~0U, 0) != 0) {
+        // Kernels before 5.9: one by one, up to the descriptor limit.
+        const long maxFd = sysconf(_SC_OPEN_MAX);
+        for (long fd = 3; fd < (maxFd > 0 ? maxFd : 1024); ++fd) {
+            close(static_cast<int>(fd));
+        }
     }
 }
 
