@@ -5,11 +5,13 @@
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
 #include "OVOptionsSheet.h"
+#include "OVSafetyNet.h"
 #include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
+#include "ui_optionssheet.h"
 #include "ui_orvanepref.h"
 
 #include <QDir>
@@ -23,12 +25,25 @@
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     : KCModule(parent, args)
     , m_ui(std::make_unique<Ui::OVOrvanePrefView>())
-    , m_optionsSheet(new OVOptionsSheet(this))
+    , m_safetyNet(new OVSafetyNet(this))
+    , m_optionsSheet(new OVOptionsSheet(m_safetyNet, this))
     , m_backupItems(new OVBackupItemModel(this))
 {
     // Changes are saved by the pane itself, never by the host's buttons.
     setButtons(NoAdditionalButton);
     m_ui->setupUi(this);
+
+    connect(m_ui->optionsButton, &QPushButton::clicked, this, [this] {
+        showOptions(m_ui->optionsButton);
+    });
+    connect(m_optionsSheet, &OVOptionsSheet::closeRequested, this, &OVOrvanePref::hideOptions);
+    connect(m_optionsSheet->ui()->chooseArchiveFolderButton, &QPushButton::clicked, this, [this] {
+        chooseSafetyNetFolder(m_optionsSheet->ui()->chooseArchiveFolderButton);
+    });
+    connect(m_optionsSheet->ui()->openArchiveFolderButton, &QPushButton::clicked, this, [this] {
+        openSafetyNetFolder(m_optionsSheet->ui()->openArchiveFolderButton);
+    });
+
     mainViewDidLoad();
 }
 
@@ -47,6 +62,8 @@ void OVOrvanePref::mainViewDidLoad()
 
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
+    restoreSavedOptions();
+    createSafetyNetFolder(this);
 
     const int master = m_savedSettings ? m_savedSettings->value(QStringLiteral("Master")).toInt() : 0;
     m_ui->masterPopUp->setCurrentIndex(master >= 0 && master < m_ui->masterPopUp->count() ? master : 0);
@@ -94,15 +111,81 @@ void OVOrvanePref::loadBackupItems()
     }
 }
 
+void OVOrvanePref::restoreSavedOptions()
+{
+    const auto domain = OVSettingsDomain::read();
+    if (!OVBundle::infoDictionary().isEmpty()) {
+        m_optionsSheet->setVersionText(OVLocalized("Version") + OVBundle::shortVersion());
+    }
+    m_optionsSheet->selectSoundTitled(QStringLiteral("Magic Bell"));
+    if (domain) {
+        m_optionsSheet->restore(*domain);
+        const QString folder = domain->value(QStringLiteral("SafetyNetFolder")).toString();
+        m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
+        m_showOnlyErrors = domain->value(QStringLiteral("ShowOnlyErrors")).toBool();
+        m_useAnacron = domain->value(QStringLiteral("UseAnacron")).toBool();
+    }
+    m_optionsSheet->updatePrefsUI();
+}
+
 bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 {
     Q_UNUSED(notification)
     Q_UNUSED(sender)
+    QVariantMap domain = m_optionsSheet->values();
+    domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
+    domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
+    domain.insert(QStringLiteral("SafetyNetFolder"), m_safetyNet->safetyNetFolder());
+    domain.insert(QStringLiteral("ShowOnlyErrors"), m_showOnlyErrors);
+    domain.insert(QStringLiteral("Locked"), m_ui->lockButton->isChecked());
+    OVSettingsDomain::replace(domain);
+
     OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {
         OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool);
     }
     return true;
+}
+
+void OVOrvanePref::showOptions(QObject *sender)
+{
+    Q_UNUSED(sender)
+    m_optionsSheet->ui()->optionsTabView->setCurrentIndex(0);
+    restoreSavedOptions();
+    m_optionsSheet->open();
+    m_optionsSheet->setAnacronInControl(m_useAnacron && QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab)));
+}
+
+void OVOrvanePref::hideOptions(QObject *sender)
+{
+    if (sender && sender->property("tag").toInt() == 0) {
+        if (!saveChanges(nullptr, this)) {
+            return;
+        }
+    } else {
+        restoreSavedOptions();
+    }
+    m_optionsSheet->done(QDialog::Accepted);
+}
+
+void OVOrvanePref::createSafetyNetFolder(QObject *sender)
+{
+    Q_UNUSED(sender)
+    m_safetyNet->createSafetyNetFolder();
+}
+
+void OVOrvanePref::openSafetyNetFolder(QObject *sender)
+{
+    Q_UNUSED(sender)
+    m_safetyNet->openSafetyNetFolder();
+}
+
+void OVOrvanePref::chooseSafetyNetFolder(QObject *sender)
+{
+    Q_UNUSED(sender)
+    if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
+        m_optionsSheet->updatePrefsUI();
+    }
 }
 
 bool OVOrvanePref::hasBackupType(const QString &type) const

@@ -9,6 +9,7 @@
 
 class OVBackupItemModel;
 class OVOptionsSheet;
+class OVSafetyNet;
 
 namespace Ui
 {
@@ -39,10 +40,23 @@ public:
     void createNewBackupItem();
     bool isAuthorized() const { return m_isAuthorized; }
     bool isToastInstalled() const { return m_isToastInstalled; }
+    bool useAnacron() const { return m_useAnacron; }
+    OVOptionsSheet *optionsSheet() const { return m_optionsSheet; }
+    OVSafetyNet *safetyNet() const { return m_safetyNet; }
+
+    // Puts the stored settings into the controls.
+    void restoreSavedOptions();
 
 public Q_SLOTS:
     void addBackupItem(QObject *sender);
     void verifyToolPermissions();
+    void showOptions(QObject *sender);
+    // OK (tag 0) stores and applies the settings; anything else throws the
+    // edits away.
+    void hideOptions(QObject *sender);
+    void createSafetyNetFolder(QObject *sender);
+    void openSafetyNetFolder(QObject *sender);
+    void chooseSafetyNetFolder(QObject *sender);
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -53,11 +67,15 @@ private:
     void prepareTable();
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
+    OVSafetyNet *m_safetyNet;
     OVOptionsSheet *m_optionsSheet;
     OVBackupItemModel *m_backupItems;
     std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     bool m_isToastInstalled = false;
+    bool m_useAnacron = false;
+    // Kept for the log viewer's filter, which stores it with the rest.
+    bool m_showOnlyErrors = false;
     // The host's window, watched so that closing it saves (the host
     // destroys the module before the application quits).
     QPointer<QWidget> m_hostWindow;

@@ -5,6 +5,10 @@
 #include <QComboBox>
 #include <QDir>
 #include <QDirIterator>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <algorithm>
 
 namespace OVSoundMenu
 {
@@ -40,6 +44,30 @@ void fill(QComboBox *popUp, const QStringList &folders, const QIcon &icon)
             }
             popUp->addItem(icon, title);
         }
+    }
+}
+
+QString soundFile(const QString &title, const QString &home)
+{
+    if (title.isEmpty() || title.contains(QLatin1String(".."))) {
+        return QString();
+    }
+    QStringList folders = soundFolders(home);
+    std::reverse(folders.begin(), folders.end());
+    for (const QString &folder : qAsConst(folders)) {
+        const QString file = folder + QLatin1Char('/') + title + QStringLiteral(".aiff");
+        if (QFileInfo(file).isFile()) {
+            return file;
+        }
+    }
+    return QString();
+}
+
+void playNamedSound(const QString &title, const QString &home)
+{
+    const QString file = soundFile(title, home);
+    if (!file.isEmpty()) {
+        QProcess::startDetached(QStringLiteral("paplay"), {file});
     }
 }
 }

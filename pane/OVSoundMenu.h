@@ -14,4 +14,9 @@ namespace OVSoundMenu
 {
 QStringList soundFolders(const QString &home);
 void fill(QComboBox *popUp, const QStringList &folders, const QIcon &icon);
+// The file of a sound by its menu title: the user's folder first, then the
+// machine's, then the system's. Empty when there is none.
+QString soundFile(const QString &title, const QString &home);
+// Plays it through the desktop's sound server, without waiting.
+void playNamedSound(const QString &title, const QString &home);
 }

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class QWidget;
+
+// The folder that receives the archived versions of changed and deleted
+// files. Its last path component is always "Safety Net Archives".
+class OVSafetyNet : public QObject
+{
+    Q_OBJECT
+public:
+    explicit OVSafetyNet(QObject *parent = nullptr);
+
+    // "~/Documents/Safety Net Archives", expanded.
+    static QString defaultFolder();
+    // The folder a choice in the folder dialog stands for.
+    static QString folderForChoice(const QString &chosen);
+
+    QString safetyNetFolder() const { return m_folder; }
+    void setSafetyNetFolder(const QString &folder) { m_folder = folder; }
+    bool folderExists() const;
+
+    // Makes the folder when nothing is at its path; its parent is not made.
+    void createSafetyNetFolder();
+    // Shows the folder in the file manager, making it first if needed.
+    void openSafetyNetFolder();
+    // Lets the user pick where the folder lives. True when a folder was chosen.
+    bool chooseSafetyNetFolder(QWidget *parent);
+
+private:
+    QString m_folder;
+};
