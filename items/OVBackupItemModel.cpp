@@ -95,6 +95,25 @@ bool OVBackupItemModel::validateBackupItems(bool toastInstalled) const
     return allValid && hasManual;
 }
 
+void OVBackupItemModel::setEditable(bool editable)
+{
+    if (editable == m_editable) {
+        return;
+    }
+    m_editable = editable;
+    if (!m_items.isEmpty()) {
+        Q_EMIT dataChanged(index(0, 0), index(m_items.size() - 1, ColumnCount - 1));
+    }
+}
+
+Qt::ItemFlags OVBackupItemModel::flags(const QModelIndex &index) const
+{
+    if (!index.isValid()) {
+        return Qt::NoItemFlags;
+    }
+    return m_editable ? Qt::ItemIsEnabled | Qt::ItemIsSelectable : Qt::NoItemFlags;
+}
+
 void OVBackupItemModel::setFrequencyTitles(const QStringList &titles)
 {
     m_frequencyTitles = titles;

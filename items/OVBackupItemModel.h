@@ -35,6 +35,12 @@ public:
     // and enabled item incomplete.
     bool validateBackupItems(bool toastInstalled) const;
 
+    // Rows can be selected and edited only while the pane is unlocked and
+    // backups are on.
+    void setEditable(bool editable);
+    bool isEditable() const { return m_editable; }
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+
     // The frequency menu's titles by value, shown in the frequency column.
     void setFrequencyTitles(const QStringList &titles);
 
@@ -46,4 +52,5 @@ public:
 private:
     QVector<OVBackupItem> m_items;
     QStringList m_frequencyTitles;
+    bool m_editable = false;
 };

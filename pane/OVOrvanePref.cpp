@@ -4,11 +4,14 @@
 #include "OVBundle.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
+#include "OVLock.h"
+#include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
 #include "OVSafetyNet.h"
 #include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
+#include "OVStatusMonitor.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ui_optionssheet.h"
@@ -27,24 +30,50 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     , m_ui(std::make_unique<Ui::OVOrvanePrefView>())
     , m_safetyNet(new OVSafetyNet(this))
     , m_optionsSheet(new OVOptionsSheet(m_safetyNet, this))
+    , m_logSheet(new OVLogSheet(this))
     , m_backupItems(new OVBackupItemModel(this))
+    , m_lock(new OVLock(this))
 {
     // Changes are saved by the pane itself, never by the host's buttons.
     setButtons(NoAdditionalButton);
     m_ui->setupUi(this);
+    m_statusMonitor = new OVStatusMonitor({{{m_ui->lastDailyBackup, m_ui->dailyStatusImage},
+                                            {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage},
+                                            {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
+                                          [this] {
+                                              return m_isAuthorized;
+                                          },
+                                          this);
+    connectControls();
+    mainViewDidLoad();
+}
 
-    connect(m_ui->optionsButton, &QPushButton::clicked, this, [this] {
-        showOptions(m_ui->optionsButton);
+void OVOrvanePref::connectControls()
+{
+    // Actions take their sender, as the controls' actions do.
+    auto action = [this](QAbstractButton *button, void (OVOrvanePref::*slot)(QObject *)) {
+        connect(button, &QAbstractButton::clicked, this, [this, button, slot] {
+            (this->*slot)(button);
+        });
+    };
+    action(m_ui->lockButton, &OVOrvanePref::authenticate);
+    action(m_ui->addFolderButton, &OVOrvanePref::addBackupItem);
+    action(m_ui->deleteFolderButton, &OVOrvanePref::deleteBackupItem);
+    action(m_ui->optionsButton, &OVOrvanePref::showOptions);
+    action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
+    action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
+    action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
+    action(m_optionsSheet->ui()->chooseArchiveFolderButton, &OVOrvanePref::chooseSafetyNetFolder);
+    action(m_optionsSheet->ui()->openArchiveFolderButton, &OVOrvanePref::openSafetyNetFolder);
+    connect(m_ui->masterPopUp, qOverload<int>(&QComboBox::activated), this, [this] {
+        masterToggle(m_ui->masterPopUp);
     });
     connect(m_optionsSheet, &OVOptionsSheet::closeRequested, this, &OVOrvanePref::hideOptions);
-    connect(m_optionsSheet->ui()->chooseArchiveFolderButton, &QPushButton::clicked, this, [this] {
-        chooseSafetyNetFolder(m_optionsSheet->ui()->chooseArchiveFolderButton);
+    connect(m_logSheet, &OVLogSheet::closeRequested, this, [this] {
+        hideLogSheet(m_logSheet);
     });
-    connect(m_optionsSheet->ui()->openArchiveFolderButton, &QPushButton::clicked, this, [this] {
-        openSafetyNetFolder(m_optionsSheet->ui()->openArchiveFolderButton);
-    });
-
-    mainViewDidLoad();
+    connect(m_lock, &OVLock::authorizationFinished, this, &OVOrvanePref::authorizationFinished);
+    connect(m_statusMonitor, &OVStatusMonitor::updated, this, &OVOrvanePref::updateUI);
 }
 
 OVOrvanePref::~OVOrvanePref() = default;
@@ -57,7 +86,7 @@ void OVOrvanePref::mainViewDidLoad()
     OVStartupFiles::installAlertSound(home);
     OVSoundMenu::fill(m_optionsSheet->soundPopUp(),
                       OVSoundMenu::soundFolders(home),
-                      QIcon(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff"))));
+                      QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
     prepareTable();
 
     OVStartupFiles::createSupportFolders();
@@ -68,14 +97,132 @@ void OVOrvanePref::mainViewDidLoad()
     const int master = m_savedSettings ? m_savedSettings->value(QStringLiteral("Master")).toInt() : 0;
     m_ui->masterPopUp->setCurrentIndex(master >= 0 && master < m_ui->masterPopUp->count() ? master : 0);
 
-    // Every start is locked until the lock is opened.
-    m_ui->lockButton->setIcon(QIcon(OVBundle::pathForResource(QStringLiteral("lock"), QStringLiteral("tiff"))));
-    m_ui->lockButton->setChecked(true);
-    m_isAuthorized = false;
+    // An administrator who left the pane open finds it open, without a
+    // password; everyone else starts locked.
+    const bool unlocked = isAdminUser() && m_savedSettings && !m_savedSettings->value(QStringLiteral("Locked")).toBool();
+    showLockLook(unlocked);
+    authorizationChanged(unlocked);
     m_ui->masterPopUp->setEnabled(m_isAuthorized);
+    initPrivilege();
+    masterToggle(this);
 
     QTimer::singleShot(1000, this, &OVOrvanePref::verifyToolPermissions);
+    m_statusMonitor->startTimer(true);
     OVStartupFiles::removeLeftoverScripts();
+}
+
+bool OVOrvanePref::isAdminUser() const
+{
+    return OVLock::isAdminUser();
+}
+
+void OVOrvanePref::initPrivilege()
+{
+    m_lock->initPrivilege();
+}
+
+void OVOrvanePref::authorizationChanged(bool authorized)
+{
+    m_isAuthorized = authorized;
+}
+
+void OVOrvanePref::showLockLook(bool unlocked)
+{
+    m_ui->lockLabel->setText(OVLocalized(unlocked ? "PreventChanges" : "MakeChanges"));
+    m_ui->lockButton->setIcon(QIcon(QPixmap(OVBundle::pathForResource(QLatin1String(unlocked ? "unlock" : "lock"), QStringLiteral("tiff")))));
+    m_ui->lockButton->setChecked(!unlocked);
+}
+
+void OVOrvanePref::authenticate(QObject *sender)
+{
+    Q_UNUSED(sender)
+    if (m_isAuthorized) {
+        saveChanges(nullptr, nullptr);
+        removePrivilege();
+        return;
+    }
+    // The click toggled the button; it shows the closed lock until polkit says yes.
+    m_ui->lockButton->setChecked(true);
+    m_lock->requestAuthorization();
+}
+
+void OVOrvanePref::authorizationFinished(bool granted)
+{
+    if (!granted) {
+        m_ui->lockButton->setChecked(true);
+        return;
+    }
+    showLockLook(true);
+    authorizationChanged(true);
+    masterToggle(this);
+}
+
+void OVOrvanePref::removePrivilege()
+{
+    m_lock->removePrivilege();
+    authorizationChanged(false);
+    showLockLook(false);
+    masterToggle(this);
+    initPrivilege();
+}
+
+void OVOrvanePref::masterToggle(QObject *sender)
+{
+    Q_UNUSED(sender)
+    const bool on = m_ui->masterPopUp->currentIndex() == 0;
+    if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 1) {
+        OVToolLauncher::launch(OVFixedPaths::RemoveScriptsTool);
+    }
+    m_ui->masterPopUp->setEnabled(m_isAuthorized);
+    setTableEnabled(on && m_isAuthorized);
+    for (QWidget *status : {m_ui->lastDailyBackup, m_ui->lastWeeklyBackup, m_ui->lastMonthlyBackup}) {
+        status->setEnabled(m_isAuthorized);
+    }
+    m_ui->addFolderButton->setEnabled(on && m_isAuthorized);
+    m_ui->deleteFolderButton->setEnabled(on && m_isAuthorized && m_backupItems->rowCount() > 1);
+    m_ui->optionsButton->setEnabled(m_isAuthorized);
+    updateLogButtons();
+    m_ui->tableView->viewport()->update();
+}
+
+void OVOrvanePref::setTableEnabled(bool enabled)
+{
+    m_backupItems->setEditable(enabled);
+    m_ui->tableView->clearSelection();
+    updateUI();
+}
+
+void OVOrvanePref::updateUI()
+{
+    m_ui->tableView->viewport()->update();
+    const bool on = m_ui->masterPopUp->currentIndex() == 0;
+    m_ui->deleteFolderButton->setEnabled(on && m_isAuthorized && m_backupItems->rowCount() > 1);
+    // In this order: the items are checked whenever backups are on.
+    m_ui->backupButton->setEnabled(on && validateBackupItems() && m_isAuthorized && !isBackupRunning());
+}
+
+bool OVOrvanePref::isBackupRunning()
+{
+    return m_statusMonitor->isBackupRunning();
+}
+
+void OVOrvanePref::updateLogButtons()
+{
+    m_statusMonitor->updateLogButtons();
+}
+
+void OVOrvanePref::viewLog(QObject *sender)
+{
+    if (auto *button = qobject_cast<QPushButton *>(sender)) {
+        m_logSheet->viewLog(button);
+    }
+}
+
+void OVOrvanePref::hideLogSheet(QObject *sender)
+{
+    Q_UNUSED(sender)
+    saveChanges(nullptr, nullptr);
+    m_logSheet->done(QDialog::Accepted);
 }
 
 void OVOrvanePref::prepareTable()
@@ -122,7 +269,7 @@ void OVOrvanePref::restoreSavedOptions()
         m_optionsSheet->restore(*domain);
         const QString folder = domain->value(QStringLiteral("SafetyNetFolder")).toString();
         m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
-        m_showOnlyErrors = domain->value(QStringLiteral("ShowOnlyErrors")).toBool();
+        m_logSheet->setShowOnlyErrors(domain->value(QStringLiteral("ShowOnlyErrors")).toBool());
         m_useAnacron = domain->value(QStringLiteral("UseAnacron")).toBool();
     }
     m_optionsSheet->updatePrefsUI();
@@ -136,7 +283,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
     domain.insert(QStringLiteral("SafetyNetFolder"), m_safetyNet->safetyNetFolder());
-    domain.insert(QStringLiteral("ShowOnlyErrors"), m_showOnlyErrors);
+    domain.insert(QStringLiteral("ShowOnlyErrors"), m_logSheet->showOnlyErrors());
     domain.insert(QStringLiteral("Locked"), m_ui->lockButton->isChecked());
     OVSettingsDomain::replace(domain);
 
@@ -151,6 +298,8 @@ void OVOrvanePref::showOptions(QObject *sender)
 {
     Q_UNUSED(sender)
     m_optionsSheet->ui()->optionsTabView->setCurrentIndex(0);
+    // The status is not refreshed while the dialog is open.
+    m_statusMonitor->stopTimer();
     restoreSavedOptions();
     m_optionsSheet->open();
     m_optionsSheet->setAnacronInControl(m_useAnacron && QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab)));
@@ -166,6 +315,7 @@ void OVOrvanePref::hideOptions(QObject *sender)
         restoreSavedOptions();
     }
     m_optionsSheet->done(QDialog::Accepted);
+    m_statusMonitor->startTimer(false);
 }
 
 void OVOrvanePref::createSafetyNetFolder(QObject *sender)
@@ -207,7 +357,19 @@ void OVOrvanePref::addBackupItem(QObject *sender)
 {
     Q_UNUSED(sender)
     createNewBackupItem();
+    updateUI();
     m_ui->tableView->scrollToBottom();
+}
+
+void OVOrvanePref::deleteBackupItem(QObject *sender)
+{
+    Q_UNUSED(sender)
+    const QModelIndexList selected = m_ui->tableView->selectionModel() ? m_ui->tableView->selectionModel()->selectedRows() : QModelIndexList();
+    if (selected.isEmpty()) {
+        return;
+    }
+    m_backupItems->removeItem(selected.first().row());
+    updateUI();
 }
 
 void OVOrvanePref::verifyToolPermissions()

@@ -8,8 +8,11 @@
 #include <optional>
 
 class OVBackupItemModel;
+class OVLock;
+class OVLogSheet;
 class OVOptionsSheet;
 class OVSafetyNet;
+class OVStatusMonitor;
 
 namespace Ui
 {
@@ -43,12 +46,36 @@ public:
     bool useAnacron() const { return m_useAnacron; }
     OVOptionsSheet *optionsSheet() const { return m_optionsSheet; }
     OVSafetyNet *safetyNet() const { return m_safetyNet; }
+    OVStatusMonitor *statusMonitor() const { return m_statusMonitor; }
+    OVLogSheet *logSheet() const { return m_logSheet; }
+    OVLock *lock() const { return m_lock; }
 
     // Puts the stored settings into the controls.
     void restoreSavedOptions();
 
+    // The lock.
+    bool isAdminUser() const;
+    void initPrivilege();
+    void removePrivilege();
+    void authorizationChanged(bool authorized);
+    // Lets the table's rows be selected and edited, or not.
+    void setTableEnabled(bool enabled);
+
+    // Refreshes the enabled states after the items or their validity change.
+    void updateUI();
+    bool isBackupRunning();
+    void updateLogButtons();
+
 public Q_SLOTS:
+    // The lock button: opens the lock with an administrator's password, or
+    // saves everything and closes it.
+    void authenticate(QObject *sender);
+    // The master switch; also re-applies every enabled state.
+    void masterToggle(QObject *sender);
     void addBackupItem(QObject *sender);
+    void deleteBackupItem(QObject *sender);
+    void viewLog(QObject *sender);
+    void hideLogSheet(QObject *sender);
     void verifyToolPermissions();
     void showOptions(QObject *sender);
     // OK (tag 0) stores and applies the settings; anything else throws the
@@ -65,17 +92,21 @@ protected:
 private:
     void loadBackupItems();
     void prepareTable();
+    void connectControls();
+    void showLockLook(bool unlocked);
+    void authorizationFinished(bool granted);
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
     OVSafetyNet *m_safetyNet;
     OVOptionsSheet *m_optionsSheet;
+    OVLogSheet *m_logSheet;
     OVBackupItemModel *m_backupItems;
+    OVLock *m_lock;
+    OVStatusMonitor *m_statusMonitor;
     std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     bool m_isToastInstalled = false;
     bool m_useAnacron = false;
-    // Kept for the log viewer's filter, which stores it with the rest.
-    bool m_showOnlyErrors = false;
     // The host's window, watched so that closing it saves (the host
     // destroys the module before the application quits).
     QPointer<QWidget> m_hostWindow;

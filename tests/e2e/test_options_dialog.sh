@@ -6,11 +6,17 @@ set -u
 out=${1:?output folder}
 mkdir -p "$out"
 . "$(dirname "$0")/desktop.sh"
+. "$(dirname "$0")/polkit.sh"
 
 systemsettings kcm_orvane >/tmp/systemsettings.log 2>&1 &
 window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
 check "System Settings opens on Orvane" test -n "$window"
 sleep 3
+
+# Options wait for the lock: open it through polkit (bottom left of the pane).
+xdotool mousemove --window "$window" 284 601 click 1
+sleep 2
+screenshot "$out/unlocked.png"
 
 # The options button sits right of the table, left of "Back Up Now".
 xdotool mousemove --window "$window" 768 426 click 1

@@ -1,0 +1,82 @@
+#include "OVLock.h"
+
+#include <PolkitQt1/Authority>
+#include <PolkitQt1/Subject>
+#include <PolkitQt1/TemporaryAuthorization>
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QRegularExpression>
+
+using PolkitQt1::Authority;
+
+const QString OVLock::ActionId = QStringLiteral("org.orvane.Orvane.unlock");
+
+OVLock::OVLock(QObject *parent)
+    : QObject(parent)
+{
+    connect(Authority::instance(), &Authority::checkAuthorizationFinished, this, [this](Authority::Result result) {
+        if (!m_pending) {
+            return;
+        }
+        m_pending = false;
+        Q_EMIT authorizationFinished(result == Authority::Yes);
+    });
+}
+
+bool OVLock::isAdminGroupList(const QString &groups)
+{
+    if (groups.contains(QLatin1String("admin"))) {
+        return true;
+    }
+    const QStringList names = groups.split(QRegularExpression(QStringLiteral("\\s+")), Qt::SkipEmptyParts);
+    return names.contains(QLatin1String("sudo")) || names.contains(QLatin1String("wheel"));
+}
+
+bool OVLock::isAdminUser()
+{
+    QProcess groups;
+    groups.start(QStringLiteral("/usr/bin/groups"), QStringList());
+    if (!groups.waitForFinished(5000)) {
+        groups.kill();
+        return false;
+    }
+    return isAdminGroupList(QString::fromLatin1(groups.readAllStandardOutput()));
+}
+
+void OVLock::initPrivilege()
+{
+    if (m_pending) {
+        m_pending = false;
+        Authority::instance()->checkAuthorizationCancel();
+    }
+}
+
+void OVLock::requestAuthorization()
+{
+    if (m_pending) {
+        return;
+    }
+    Authority *authority = Authority::instance();
+    if (authority->hasError()) {
+        // No polkit: the lock cannot open. Answer as polkit would have.
+        authority->clearError();
+        QMetaObject::invokeMethod(this, [this] { Q_EMIT authorizationFinished(false); }, Qt::QueuedConnection);
+        return;
+    }
+    m_pending = true;
+    authority->checkAuthorization(ActionId, PolkitQt1::UnixProcessSubject(QCoreApplication::applicationPid()), Authority::AllowUserInteraction);
+}
+
+void OVLock::removePrivilege()
+{
+    initPrivilege();
+    Authority *authority = Authority::instance();
+    const auto kept = authority->enumerateTemporaryAuthorizationsSync(PolkitQt1::UnixProcessSubject(QCoreApplication::applicationPid()));
+    for (const PolkitQt1::TemporaryAuthorization &authorization : kept) {
+        if (authorization.actionId() == ActionId) {
+            authority->revokeTemporaryAuthorizationSync(authorization.id());
+        }
+    }
+    authority->clearError();
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QObject>
+
+// The pane's lock: an administrator's password, asked by the desktop's
+// polkit agent, opens it. It only gates the pane; the helpers make their own
+// check of who runs them.
+class OVLock : public QObject
+{
+    Q_OBJECT
+public:
+    static const QString ActionId;
+
+    explicit OVLock(QObject *parent = nullptr);
+
+    // "/usr/bin/groups" names a group holding "admin", or "sudo" or "wheel".
+    static bool isAdminUser();
+    static bool isAdminGroupList(const QString &groups);
+
+    // Forgets any check under way: the next unlock starts afresh.
+    void initPrivilege();
+    // Asks polkit, with the password dialog when needed; the answer comes
+    // as authorizationFinished().
+    void requestAuthorization();
+    bool isRequestPending() const { return m_pending; }
+    // Gives up what polkit may have kept for this process, so the next
+    // unlock asks again.
+    void removePrivilege();
+
+Q_SIGNALS:
+    void authorizationFinished(bool granted);
+
+private:
+    bool m_pending = false;
+};

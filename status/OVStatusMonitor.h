@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QDate>
+#include <QObject>
+#include <array>
+#include <functional>
+#include <optional>
+
+class QLabel;
+class QPushButton;
+class QTimer;
+
+// Shows, per scheduled frequency, whether a backup runs now and the date and
+// result of the last one, from the files the backup scripts leave behind.
+class OVStatusMonitor : public QObject
+{
+    Q_OBJECT
+public:
+    enum Frequency { Daily = 0, Weekly, Monthly };
+
+    struct Row {
+        QPushButton *button;
+        QLabel *image;
+    };
+
+    OVStatusMonitor(const std::array<Row, 3> &rows, std::function<bool()> isAuthorized, QObject *parent = nullptr);
+
+    // Refreshes the three running flags from the run flags in /tmp; flags
+    // left by a script that died go when no root process mentions "ruby".
+    bool isBackupRunning();
+    bool isRunning(Frequency frequency) const { return m_running[frequency]; }
+
+    // Refreshes the six controls, then reports updated().
+    void updateLogButtons();
+
+    // The five-second poll, fired at once when asked.
+    void startTimer(bool fireNow);
+    void stopTimer();
+    bool isTimerActive() const;
+
+    // "%m/%d/%y", white space around it allowed; two-digit years from 69
+    // are 19xx, the others 20xx.
+    static std::optional<QDate> parseMarker(const QByteArray &text);
+    // The last-backup marker shown in the user's short date format, or
+    // nothing when it is no date.
+    static QString displayDate(const QByteArray &marker);
+
+Q_SIGNALS:
+    void updated();
+
+private:
+    static QString rootProcesses();
+
+    std::array<Row, 3> m_rows;
+    std::function<bool()> m_isAuthorized;
+    std::array<bool, 3> m_running{};
+    QTimer *m_timer;
+};

@@ -1,0 +1,35 @@
+# Sourced by tests that need the lock: a system D-Bus and a real polkitd
+# inside the sandbox, a rule of ours that grants or denies the unlock, and
+# an administrator who is not root (polkitd authorizes root for anything).
+
+id ovadmin >/dev/null 2>&1 || useradd -m -G sudo ovadmin
+mkdir -p /run/dbus
+dbus-daemon --system --fork --nopidfile
+for _ in $(seq 50); do [ -S /run/dbus/system_bus_socket ] && break; sleep 0.1; done
+/usr/lib/polkit-1/polkitd --no-debug >/tmp/polkitd.log 2>&1 &
+
+as_admin() { # as_admin COMMAND...: runs COMMAND as ovadmin, with its groups
+    setpriv --reuid=ovadmin --regid=ovadmin --init-groups --reset-env -- env HOME=/home/ovadmin "$@"
+}
+
+# polkit_rule grant|deny: decide the unlock without a password dialog.
+polkit_rule() {
+    # A new file each time: polkitd reloads when a rules file comes or goes.
+    rm -f /etc/polkit-1/rules.d/50-orvane-test-*.rules
+    local result=NO
+    [ "$1" = grant ] && result=YES
+    cat > "/etc/polkit-1/rules.d/50-orvane-test-$1.rules" <<RULE
+polkit.addRule(function(action, subject) {
+    if (action.id == "org.orvane.Orvane.unlock") {
+        return polkit.Result.$result;
+    }
+});
+RULE
+    for _ in $(seq 100); do
+        as_admin sh -c 'exec pkcheck --action-id org.orvane.Orvane.unlock --process $$' >/dev/null 2>&1
+        case "$?:$1" in 0:grant | [123]:deny) return 0 ;; esac
+        sleep 0.1
+    done
+    echo "polkitd did not take the $1 rule" >&2
+    return 1
+}

@@ -1,0 +1,7 @@
+#!/bin/bash
+# with-xvfb.sh COMMAND...: runs COMMAND on a fresh Xvfb display with a
+# session bus, as a desktop program would run.
+set -u
+. "$(dirname "$0")/desktop.sh"
+export QT_QPA_PLATFORM=xcb
+"$@"

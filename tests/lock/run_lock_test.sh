@@ -1,0 +1,16 @@
+#!/bin/bash
+# Runs the lock test as an administrator who is not root, against a real
+# polkitd whose rules first grant the unlock, then deny it.
+set -u
+test_binary=${1:?test binary}
+. "$(dirname "$0")/../e2e/polkit.sh"
+run() {
+    as_admin env OV_IN_SANDBOX=1 QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=/tmp/ovadmin-runtime "$test_binary" "$@"
+}
+mkdir -p /tmp/ovadmin-runtime && chown ovadmin: /tmp/ovadmin-runtime && chmod 700 /tmp/ovadmin-runtime
+status=0
+polkit_rule grant || exit 1
+run adminGroups grantedUnlockThenLock startsUnlockedOnlyForAdminWhoLeftItOpen enablingFollowsLockAndMaster masterOffRemovesScripts || status=1
+polkit_rule deny || exit 1
+run deniedUnlockStaysLocked || status=1
+exit $status
