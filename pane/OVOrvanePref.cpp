@@ -8,6 +8,7 @@
 #include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
 #include "OVSafetyNet.h"
+#include "OVScheduleTables.h"
 #include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
@@ -172,6 +173,12 @@ void OVOrvanePref::masterToggle(QObject *sender)
     const bool on = m_ui->masterPopUp->currentIndex() == 0;
     if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 1) {
         OVToolLauncher::launch(OVFixedPaths::RemoveScriptsTool);
+        if (m_useAnacron) {
+            restoreAnacrontab();
+        } else {
+            restoreCrontab();
+        }
+        installCrontab();
     }
     m_ui->masterPopUp->setEnabled(m_isAuthorized);
     setTableEnabled(on && m_isAuthorized);
@@ -209,6 +216,41 @@ bool OVOrvanePref::isBackupRunning()
 void OVOrvanePref::updateLogButtons()
 {
     m_statusMonitor->updateLogButtons();
+}
+
+std::array<bool, 3> OVOrvanePref::scheduledTypes() const
+{
+    return {hasBackupType(QStringLiteral("daily")), hasBackupType(QStringLiteral("weekly")), hasBackupType(QStringLiteral("monthly"))};
+}
+
+void OVOrvanePref::buildCrontab()
+{
+    OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), scheduledTypes());
+}
+
+void OVOrvanePref::restoreCrontab()
+{
+    OVScheduleTables::restoreCrontab();
+}
+
+bool OVOrvanePref::buildAnacrontab()
+{
+    if (!OVScheduleTables::buildAnacrontab(scheduledTypes())) {
+        // Anacron is gone: cron takes the schedule back.
+        m_useAnacron = false;
+        return false;
+    }
+    return true;
+}
+
+bool OVOrvanePref::restoreAnacrontab()
+{
+    return OVScheduleTables::restoreAnacrontab();
+}
+
+void OVOrvanePref::installCrontab()
+{
+    OVScheduleTables::installCrontab();
 }
 
 void OVOrvanePref::viewLog(QObject *sender)
@@ -286,6 +328,17 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     domain.insert(QStringLiteral("ShowOnlyErrors"), m_logSheet->showOnlyErrors());
     domain.insert(QStringLiteral("Locked"), m_ui->lockButton->isChecked());
     OVSettingsDomain::replace(domain);
+
+    const bool on = m_ui->masterPopUp->currentIndex() == 0;
+    if (m_isAuthorized && on) {
+        if (m_useAnacron && buildAnacrontab()) {
+            restoreCrontab();
+        } else {
+            buildCrontab();
+            restoreAnacrontab();
+        }
+        installCrontab();
+    }
 
     OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {

@@ -4,6 +4,7 @@
 
 #include <QPointer>
 #include <QVariantMap>
+#include <array>
 #include <memory>
 #include <optional>
 
@@ -66,6 +67,13 @@ public:
     bool isBackupRunning();
     void updateLogButtons();
 
+    // The schedule: the pane's lines in the crontab or the anacron table.
+    void buildCrontab();
+    void restoreCrontab();
+    bool buildAnacrontab();
+    bool restoreAnacrontab();
+    void installCrontab();
+
 public Q_SLOTS:
     // The lock button: opens the lock with an administrator's password, or
     // saves everything and closes it.
@@ -95,6 +103,7 @@ private:
     void connectControls();
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
+    std::array<bool, 3> scheduledTypes() const;
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
     OVSafetyNet *m_safetyNet;

@@ -178,6 +178,27 @@ QVariantMap OVOptionsSheet::values() const
     return values;
 }
 
+OVScheduleTables::Times OVOptionsSheet::scheduleTimes() const
+{
+    auto tag = [](const QComboBox *popUp) {
+        return popUp->currentData().toInt();
+    };
+    auto hour = [&tag](const QComboBox *hours, const QComboBox *minutes) {
+        const bool afternoon = minutes->currentText().split(QLatin1Char(' ')).constLast() == QLatin1String("PM");
+        return tag(hours) + (afternoon ? 12 : 0);
+    };
+    OVScheduleTables::Times times;
+    times.dailyMinute = tag(m_ui->dailyMinutePopUp);
+    times.dailyHour = hour(m_ui->dailyHourPopUp, m_ui->dailyMinutePopUp);
+    times.weeklyMinute = tag(m_ui->weeklyMinutePopUp);
+    times.weeklyHour = hour(m_ui->weeklyHourPopUp, m_ui->weeklyMinutePopUp);
+    times.weeklyDay = tag(m_ui->weeklyDayPopUp);
+    times.monthlyMinute = tag(m_ui->monthlyMinutePopUp);
+    times.monthlyHour = hour(m_ui->monthlyHourPopUp, m_ui->monthlyMinutePopUp);
+    times.dayOfMonth = tag(m_ui->dayOfMonthPopUp);
+    return times;
+}
+
 void OVOptionsSheet::setVersionText(const QString &text)
 {
     m_ui->versionField->setText(text);

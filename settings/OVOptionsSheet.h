@@ -4,6 +4,8 @@
 #include <QVariantMap>
 #include <memory>
 
+#include "OVScheduleTables.h"
+
 class QComboBox;
 class OVSafetyNet;
 
@@ -30,6 +32,10 @@ public:
     void restore(const QVariantMap &domain);
     // The settings held by the sheet's controls.
     QVariantMap values() const;
+
+    // The schedule's times from the pop-ups' tags; the afternoon is read from
+    // the minute's title ("... PM").
+    OVScheduleTables::Times scheduleTimes() const;
 
     void setVersionText(const QString &text);
     void selectSoundTitled(const QString &title);

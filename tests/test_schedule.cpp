@@ -1,0 +1,272 @@
+// Orvane's lines in /etc/crontab and /etc/anacrontab: the edits, the tables
+// the real helper installs, anacron's own check and a real anacron run, and
+// the pane's save and master switch. Runs as root in the sandbox with polkitd.
+#include "OVBackupItemModel.h"
+#include "OVOptionsSheet.h"
+#include "OVOrvanePref.h"
+#include "OVScheduleTables.h"
+#include "OVSettingsDomain.h"
+#include "ovfixedpaths.h"
+#include "ui_optionssheet.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTest>
+#include <QToolButton>
+
+using namespace OVScheduleTables;
+
+namespace
+{
+const QByteArray DebianCrontab =
+    "# /etc/crontab: system-wide crontab\n"
+    "# Unlike any other crontab you don't have to run the `crontab'\n"
+    "SHELL=/bin/sh\n"
+    "PATH=/usr/local/sbin:/usr/local/bin:/sbin:/bin:/usr/sbin:/usr/bin\n"
+    "\n"
+    "# Example of job definition:\n"
+    "17 *\t* * *\troot\tcd / && run-parts --report /etc/cron.hourly\n"
+    "25 6\t* * *\troot\ttest -x /usr/sbin/anacron || { cd / && run-parts --report /etc/cron.daily; }\n"
+    "47 6\t* * 7\troot\ttest -x /usr/sbin/anacron || { cd / && run-parts --report /etc/cron.weekly; }\n"
+    "52 6\t1 * *\troot\ttest -x /usr/sbin/anacron || { cd / && run-parts --report /etc/cron.monthly; }\n"
+    "#\n";
+const QByteArray DebianAnacrontab =
+    "# /etc/anacrontab: configuration file for anacron\n"
+    "SHELL=/bin/sh\n"
+    "HOME=/root\n"
+    "LOGNAME=root\n"
+    "1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n"
+    "7\t10\tcron.weekly\trun-parts --report /etc/cron.weekly\n"
+    "@monthly\t15\tcron.monthly\trun-parts --report /etc/cron.monthly\n";
+
+QString path(const char *fixed)
+{
+    return QString::fromUtf8(fixed);
+}
+
+QByteArray read(const char *file)
+{
+    QFile in(path(file));
+    return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray();
+}
+
+void write(const QString &file, const QByteArray &contents)
+{
+    QDir().mkpath(QFileInfo(file).absolutePath());
+    QFile::remove(file);
+    QFile out(file);
+    QVERIFY(out.open(QIODevice::WriteOnly));
+    out.write(contents);
+}
+
+int runTool(const char *tool)
+{
+    return QProcess::execute(QStringLiteral("/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/") + QString::fromLatin1(tool),
+                             {QStringLiteral("--Orvane")});
+}
+
+OVBackupItem item(int frequency)
+{
+    OVBackupItem result;
+    result.setFrequencyColumn(frequency);
+    result.setCheckColumn(true);
+    result.setSourcePath(QStringLiteral("/root/source"));
+    result.setDestPath(QStringLiteral("/root/destination"));
+    return result;
+}
+}
+
+class TestSchedule : public QObject
+{
+    Q_OBJECT
+
+    Times m_times;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
+        m_times.dailyMinute = 30;
+        m_times.dailyHour = 15;
+        m_times.weeklyMinute = 5;
+        m_times.weeklyHour = 0;
+        m_times.weeklyDay = 6;
+        m_times.monthlyMinute = 45;
+        m_times.monthlyHour = 11;
+        m_times.dayOfMonth = 28;
+    }
+
+    void init()
+    {
+        write(path(OVFixedPaths::Crontab), DebianCrontab);
+        write(path(OVFixedPaths::Anacrontab), DebianAnacrontab);
+        QFile::remove(path(OVFixedPaths::SavedCrontab));
+        QFile::remove(path(OVFixedPaths::TmpCrontab));
+        QFile::remove(path(OVFixedPaths::TmpAnacrontab));
+        OVSettingsDomain::remove();
+    }
+
+    void lineFormats()
+    {
+        QCOMPARE(cronLine(Daily, m_times), QByteArray("30\t15\t*\t*\t*\troot\t\"/Library/Application Support/Orvane/.daily/orvane_daily.rb\"\n"));
+        QCOMPARE(cronLine(Weekly, m_times), QByteArray("5\t0\t*\t*\t6\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
+        QCOMPARE(cronLine(Monthly, m_times), QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
+        QCOMPARE(anacronLine(Weekly), QByteArray("7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
+    }
+
+    void edits()
+    {
+        const QByteArray daily = cronLine(Daily, m_times);
+        const QByteArray old = "0\t2\t*\t*\t*\troot\t\"" + scriptPath(Daily) + "\"\n";
+        // Replaced where it stands; everything around it kept.
+        QCOMPARE(edit("A=1\n" + old + "B=2\n", {daily, {}, {}}), "A=1\n" + daily + "B=2\n");
+        // Appended at the end; with no final line end it joins the last line.
+        QCOMPARE(edit("A=1\n", {daily, {}, {}}), "A=1\n" + daily);
+        QCOMPARE(edit("A=1", {daily, {}, {}}), "A=1" + daily);
+        // Deleted when its schedule has no item, also as the unterminated last line.
+        QCOMPARE(edit("A=1\n" + old + "B=2\n", {}), QByteArray("A=1\nB=2\n"));
+        QCOMPARE(edit("A=1\n" + old.chopped(1), {}), QByteArray("A=1\n"));
+        // Only the first line holding the path is the pane's.
+        const QByteArray mention = "# runs " + scriptPath(Daily) + " daily\n";
+        QCOMPARE(edit(mention + old, {daily, {}, {}}), daily + old);
+        QCOMPARE(edit(old + old, {}), old);
+        // The three schedules, in order, each on its own.
+        QCOMPARE(edit(QByteArray(), {daily, cronLine(Weekly, m_times), cronLine(Monthly, m_times)}),
+                 daily + cronLine(Weekly, m_times) + cronLine(Monthly, m_times));
+    }
+
+    void helperInstallsTheEditedTablesByteForByte()
+    {
+        buildCrontab(m_times, {true, true, true});
+        QCOMPARE(read(OVFixedPaths::TmpCrontab), DebianCrontab + cronLine(Daily, m_times) + cronLine(Weekly, m_times) + cronLine(Monthly, m_times));
+        QVERIFY(buildAnacrontab({false, false, true}));
+        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(Daily, m_times) + cronLine(Weekly, m_times) + cronLine(Monthly, m_times));
+        QCOMPARE(read(OVFixedPaths::SavedCrontab), DebianCrontab);
+        QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(Monthly));
+
+        // cron's own lines and order survive any number of edits.
+        Times later = m_times;
+        later.dailyHour = 4;
+        buildCrontab(later, {true, false, true});
+        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(Daily, later) + cronLine(Monthly, later));
+        restoreCrontab();
+        QVERIFY(restoreAnacrontab());
+        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+        QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab);
+    }
+
+    void fallBacksAndMissingFiles()
+    {
+        // Without /etc/crontab the saved copy is the base.
+        QFile::remove(path(OVFixedPaths::Crontab));
+        write(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
+        buildCrontab(m_times, {true, false, false});
+        QCOMPARE(read(OVFixedPaths::TmpCrontab), "SAVED=1\n" + cronLine(Daily, m_times));
+
+        // Neither readable: nothing is written, what was there stays.
+        QFile::remove(path(OVFixedPaths::SavedCrontab));
+        write(path(OVFixedPaths::TmpCrontab), "earlier\n");
+        buildCrontab(m_times, {true, true, true});
+        QCOMPARE(read(OVFixedPaths::TmpCrontab), QByteArray("earlier\n"));
+
+        QFile::remove(path(OVFixedPaths::Anacrontab));
+        QVERIFY(!buildAnacrontab({true, true, true}));
+        QVERIFY(!restoreAnacrontab());
+        QVERIFY(!QFile::exists(path(OVFixedPaths::TmpAnacrontab)));
+    }
+
+    void anacronAcceptsAndRunsTheTable()
+    {
+        QVERIFY(buildAnacrontab({true, true, true}));
+        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QProcess check;
+        check.start(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)});
+        QVERIFY(check.waitForFinished());
+        QCOMPARE(check.exitCode(), 0);
+
+        // A daily script that marks its run as the backup scripts do.
+        for (const char *folder : {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
+            QDir().mkpath(path(folder));
+        }
+        const QString marker = path(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup");
+        QFile::remove(marker);
+        write(path(OVFixedPaths::TmpDailyScript), "#!/usr/bin/ruby\nFile.write(File.join(File.dirname(__FILE__), '.lastbackup'), Time.now.strftime('%m/%d/%y'))\n");
+        QCOMPARE(runTool(OVFixedPaths::InstallScriptsTool), 0);
+
+        const QString spool = QStringLiteral("/tmp/anacron-spool");
+        QDir(spool).removeRecursively();
+        QDir().mkpath(spool);
+        QProcess anacron;
+        anacron.start(QStringLiteral("anacron"), {QStringLiteral("-d"), QStringLiteral("-n"), QStringLiteral("-s"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab),
+                                                  QStringLiteral("-S"), spool, QStringLiteral("orvane.daily")});
+        QVERIFY(anacron.waitForFinished(60000));
+        QCOMPARE(anacron.exitCode(), 0);
+        QFile markerFile(marker);
+        QVERIFY2(markerFile.open(QIODevice::ReadOnly), anacron.readAllStandardError().constData());
+        QCOMPARE(markerFile.readAll(), QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
+        QVERIFY(QFile::exists(spool + QStringLiteral("/orvane.daily")));
+    }
+
+    void paneSavesAndSwitchesTheSchedule()
+    {
+        OVOrvanePref pane(nullptr, {});
+        pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
+        QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
+        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
+        ui->dailyHourPopUp->setCurrentIndex(3);
+        ui->dailyMinutePopUp->setCurrentIndex(ui->dailyMinutePopUp->findText(QStringLiteral(":30 PM")));
+        ui->weeklyDayPopUp->setCurrentIndex(6);
+        ui->dayOfMonthPopUp->setCurrentIndex(27);
+        const Times times = pane.optionsSheet()->scheduleTimes();
+        QCOMPARE(times.dailyHour, 15);
+        QCOMPARE(times.dailyMinute, 30);
+        QCOMPARE(times.weeklyDay, 6);
+        QCOMPARE(times.dayOfMonth, 28);
+        ui->dailyMinutePopUp->setCurrentIndex(ui->dailyMinutePopUp->findText(QStringLiteral(":30 AM")));
+        QCOMPARE(pane.optionsSheet()->scheduleTimes().dailyHour, 3);
+        ui->dailyMinutePopUp->setCurrentIndex(ui->dailyMinutePopUp->findText(QStringLiteral(":30 PM")));
+
+        pane.backupItems()->setItems({item(OVBackupItem::Daily), item(OVBackupItem::Weekly), item(OVBackupItem::Monthly), item(OVBackupItem::Manual)});
+        QVERIFY(pane.saveChanges(nullptr, &pane));
+        const QByteArray three = DebianCrontab + cronLine(Daily, times) + cronLine(Weekly, times) + cronLine(Monthly, times);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), three, 5000);
+
+        // Anacron takes the schedule over: cron loses the lines.
+        pane.backupItems()->setItems({item(OVBackupItem::Monthly)});
+        QVERIFY(OVSettingsDomain::replace({{QStringLiteral("UseAnacron"), true}, {QStringLiteral("Locked"), false}}));
+        pane.restoreSavedOptions();
+        QVERIFY(pane.useAnacron());
+        pane.saveChanges(nullptr, nullptr);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(Monthly), 5000);
+
+        // Anacron gone: the next save goes back to cron and forgets anacron.
+        QFile::remove(path(OVFixedPaths::Anacrontab));
+        pane.saveChanges(nullptr, nullptr);
+        QVERIFY(!pane.useAnacron());
+        // (The restore above put the absent day of the month, the 1st, in the dialog.)
+        QCOMPARE(pane.optionsSheet()->scheduleTimes().dayOfMonth, 1);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(Monthly, pane.optionsSheet()->scheduleTimes()), 5000);
+
+        // Backups off: the lines go.
+        auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
+        master->setCurrentIndex(1);
+        pane.masterToggle(master);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab, 5000);
+
+        // Off, a save installs no schedule; locked, neither does it.
+        pane.saveChanges(nullptr, nullptr);
+        master->setCurrentIndex(0);
+        pane.removePrivilege();
+        pane.saveChanges(nullptr, nullptr);
+        QTest::qWait(500);
+        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+    }
+};
+
+QTEST_MAIN(TestSchedule)
+#include "test_schedule.moc"
