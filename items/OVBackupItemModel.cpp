@@ -2,11 +2,20 @@
 
 #include "OVLocalizedStrings.h"
 
+#include <QFileIconProvider>
+#include <QFileInfo>
+
 #include <algorithm>
 
 namespace
 {
 const char *const Identifiers[] = {"checkColumn", "frequencyColumn", "sourceColumn", "destColumn"};
+
+QIcon iconFor(const QString &path)
+{
+    static QFileIconProvider provider;
+    return path.isEmpty() ? QIcon() : provider.icon(QFileInfo(path));
+}
 }
 
 OVBackupItemModel::OVBackupItemModel(QObject *parent)
@@ -33,6 +42,9 @@ void OVBackupItemModel::setItems(const QVector<OVBackupItem> &items)
 {
     beginResetModel();
     m_items = items;
+    for (int row = 0; row < m_items.size(); ++row) {
+        updateCheckEnabled(row);
+    }
     endResetModel();
 }
 
@@ -97,21 +109,19 @@ bool OVBackupItemModel::validateBackupItems(bool toastInstalled) const
 
 void OVBackupItemModel::setEditable(bool editable)
 {
-    if (editable == m_editable) {
-        return;
-    }
     m_editable = editable;
+    for (int row = 0; row < m_items.size(); ++row) {
+        updateCheckEnabled(row);
+    }
     if (!m_items.isEmpty()) {
         Q_EMIT dataChanged(index(0, 0), index(m_items.size() - 1, ColumnCount - 1));
     }
 }
 
-Qt::ItemFlags OVBackupItemModel::flags(const QModelIndex &index) const
+void OVBackupItemModel::setToast(bool installed, const QString &fullPathToToast)
 {
-    if (!index.isValid()) {
-        return Qt::NoItemFlags;
-    }
-    return m_editable ? Qt::ItemIsEnabled | Qt::ItemIsSelectable : Qt::NoItemFlags;
+    m_toastInstalled = installed;
+    m_fullPathToToast = fullPathToToast;
 }
 
 void OVBackupItemModel::setFrequencyTitles(const QStringList &titles)
@@ -120,6 +130,91 @@ void OVBackupItemModel::setFrequencyTitles(const QStringList &titles)
     if (!m_items.isEmpty()) {
         Q_EMIT dataChanged(index(0, FrequencyColumn), index(m_items.size() - 1, FrequencyColumn));
     }
+}
+
+QVector<OVBackupItemModel::MenuEntry> OVBackupItemModel::sourceMenu(int row) const
+{
+    QVector<MenuEntry> menu;
+    const OVBackupItem &item = m_items.at(row);
+    if (!item.backupSource().isNull()) {
+        menu.append({item.backupSource(), LabelTag, false, item.sourcePath()});
+        menu.append({QString(), LabelTag, true, QString()});
+    }
+    menu.append({OVLocalized("ChooseFolder"), ChooseSourceTag, false, QString()});
+    return menu;
+}
+
+QVector<OVBackupItemModel::MenuEntry> OVBackupItemModel::destMenu(int row) const
+{
+    QVector<MenuEntry> menu;
+    const OVBackupItem &item = m_items.at(row);
+    if (!item.backupDestination().isNull()) {
+        menu.append({item.backupDestination(), LabelTag, false, item.destPath()});
+        menu.append({QString(), LabelTag, true, QString()});
+    }
+    menu.append({OVLocalized("ChooseFolder"), ChooseDestinationTag, false, QString()});
+    if (m_toastInstalled) {
+        menu.append({QString(), LabelTag, true, QString()});
+        menu.append({OVLocalized("ToastMenuItem"), ToastTag, false, m_fullPathToToast});
+    }
+    return menu;
+}
+
+int OVBackupItemModel::selectedDestIndex(int row) const
+{
+    const OVBackupItem &item = m_items.at(row);
+    if (item.toast() && m_toastInstalled) {
+        const auto menu = destMenu(row);
+        for (int i = 0; i < menu.size(); ++i) {
+            if (menu.at(i).tag == ToastTag) {
+                return i;
+            }
+        }
+    }
+    return item.destColumn();
+}
+
+void OVBackupItemModel::setFolder(int row, int cell, const QString &path, const QString &label)
+{
+    if (row < 0 || row >= m_items.size()) {
+        return;
+    }
+    OVBackupItem &item = m_items[row];
+    // The chosen folder is the row's menu's first entry from now on.
+    if (cell == ChooseSourceTag) {
+        item.setSourcePath(path);
+        item.setBackupSource(label);
+        item.setSourceColumn(0);
+    } else if (cell == ChooseDestinationTag) {
+        item.setDestPath(path);
+        item.setBackupDestination(label);
+        item.setDestColumn(0);
+    } else {
+        return;
+    }
+    rowChanged(row);
+}
+
+void OVBackupItemModel::setToastFlag(int row, bool toast)
+{
+    if (row < 0 || row >= m_items.size()) {
+        return;
+    }
+    m_items[row].setToast(toast);
+    rowChanged(row);
+}
+
+void OVBackupItemModel::updateCheckEnabled(int row)
+{
+    OVBackupItem &item = m_items[row];
+    item.setCheckEnabled(!item.backupSource().isNull() && (!item.backupDestination().isNull() || item.toast()) && m_editable);
+}
+
+void OVBackupItemModel::rowChanged(int row)
+{
+    updateCheckEnabled(row);
+    Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1));
+    Q_EMIT itemEdited(row);
 }
 
 int OVBackupItemModel::rowCount(const QModelIndex &parent) const
@@ -137,7 +232,17 @@ QVariant OVBackupItemModel::data(const QModelIndex &index, int role) const
     if (!index.isValid() || index.row() >= m_items.size()) {
         return QVariant();
     }
-    const OVBackupItem &item = m_items.at(index.row());
+    const int row = index.row();
+    const OVBackupItem &item = m_items.at(row);
+    auto entryTitle = [](const QVector<MenuEntry> &menu, int at) {
+        return at >= 0 && at < menu.size() && !menu.at(at).separator ? menu.at(at).title : QString();
+    };
+    auto entryIcon = [](const QVector<MenuEntry> &menu, int at) {
+        return at >= 0 && at < menu.size() ? iconFor(menu.at(at).iconPath) : QIcon();
+    };
+    auto pathTip = [](const QString &path) {
+        return path.isNull() || path == QLatin1String("/") ? QVariant() : QVariant(path);
+    };
     switch (index.column()) {
     case CheckColumn:
         return role == Qt::CheckStateRole ? QVariant(item.checkColumn() ? Qt::Checked : Qt::Unchecked) : QVariant();
@@ -145,16 +250,74 @@ QVariant OVBackupItemModel::data(const QModelIndex &index, int role) const
         if (role == Qt::EditRole) {
             return item.frequencyColumn();
         }
-        if (role == Qt::DisplayRole) {
-            return m_frequencyTitles.value(item.frequencyColumn());
+        return role == Qt::DisplayRole ? QVariant(m_frequencyTitles.value(item.frequencyColumn())) : QVariant();
+    case SourceColumn:
+        switch (role) {
+        case Qt::EditRole:
+            return item.sourceColumn();
+        case Qt::DisplayRole:
+            return entryTitle(sourceMenu(row), item.sourceColumn());
+        case Qt::DecorationRole:
+            return entryIcon(sourceMenu(row), item.sourceColumn());
+        case Qt::ToolTipRole:
+            return pathTip(item.sourcePath());
         }
         return QVariant();
-    case SourceColumn:
-        return role == Qt::DisplayRole ? item.backupSource() : QVariant();
     case DestColumn:
-        return role == Qt::DisplayRole ? item.backupDestination() : QVariant();
+        // A Toast item shows nothing while Toast is not there.
+        if (item.toast() && !m_toastInstalled) {
+            return QVariant();
+        }
+        switch (role) {
+        case Qt::EditRole:
+            return selectedDestIndex(row);
+        case Qt::DisplayRole:
+            return entryTitle(destMenu(row), selectedDestIndex(row));
+        case Qt::DecorationRole:
+            return entryIcon(destMenu(row), selectedDestIndex(row));
+        case Qt::ToolTipRole:
+            return item.toast() ? QVariant() : pathTip(item.destPath());
+        }
+        return QVariant();
     }
     return QVariant();
+}
+
+bool OVBackupItemModel::setData(const QModelIndex &index, const QVariant &value, int role)
+{
+    if (!index.isValid() || index.row() >= m_items.size() || !(flags(index) & (Qt::ItemIsEditable | Qt::ItemIsUserCheckable))) {
+        return false;
+    }
+    const QString key = columnIdentifier(index.column());
+    if (index.column() == CheckColumn) {
+        if (role != Qt::CheckStateRole) {
+            return false;
+        }
+        m_items[index.row()].setValueForKey(key, value.toInt() == Qt::Checked);
+    } else {
+        if (role != Qt::EditRole) {
+            return false;
+        }
+        m_items[index.row()].setValueForKey(key, value.toInt());
+    }
+    rowChanged(index.row());
+    return true;
+}
+
+Qt::ItemFlags OVBackupItemModel::flags(const QModelIndex &index) const
+{
+    if (!index.isValid() || !m_editable) {
+        return Qt::NoItemFlags;
+    }
+    Qt::ItemFlags flags = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
+    if (index.column() == CheckColumn) {
+        if (m_items.at(index.row()).checkEnabled()) {
+            flags |= Qt::ItemIsUserCheckable;
+        }
+    } else {
+        flags |= Qt::ItemIsEditable;
+    }
+    return flags;
 }
 
 QVariant OVBackupItemModel::headerData(int section, Qt::Orientation orientation, int role) const

@@ -6,13 +6,24 @@
 #include <QStringList>
 #include <QVector>
 
-// Owns the pane's item list in table order and answers the whole-list
-// questions the scripts, schedules and the backup button ask.
+// Owns the pane's item list in table order, answers the whole-list
+// questions the scripts, schedules and the backup button ask, and gives the
+// table its cells: the tick box, the frequency and the source and
+// destination menus, which are made afresh for each row from its item.
 class OVBackupItemModel : public QAbstractTableModel
 {
     Q_OBJECT
 public:
     enum Column { CheckColumn = 0, FrequencyColumn, SourceColumn, DestColumn, ColumnCount };
+    // Tags of the menu entries that act.
+    enum Tag { LabelTag = 0, ChooseSourceTag = 1, ChooseDestinationTag = 2, ToastTag = 6 };
+
+    struct MenuEntry {
+        QString title;
+        int tag = LabelTag;
+        bool separator = false;
+        QString iconPath;
+    };
 
     explicit OVBackupItemModel(QObject *parent = nullptr);
 
@@ -39,18 +50,46 @@ public:
     // backups are on.
     void setEditable(bool editable);
     bool isEditable() const { return m_editable; }
-    Qt::ItemFlags flags(const QModelIndex &index) const override;
 
-    // The frequency menu's titles by value, shown in the frequency column.
+    void setToast(bool installed, const QString &fullPathToToast);
+    bool isToastInstalled() const { return m_toastInstalled; }
+
+    // The frequency menu's titles by value (index 3 is its separator).
     void setFrequencyTitles(const QStringList &titles);
+    QStringList frequencyTitles() const { return m_frequencyTitles; }
+
+    // A row's menus: [label, separator,] "Choose Folder…", and for the
+    // destination [separator, Toast] while Toast is installed. An item's
+    // stored index is an index in these menus.
+    QVector<MenuEntry> sourceMenu(int row) const;
+    QVector<MenuEntry> destMenu(int row) const;
+    // The destination entry shown: Toast for a Toast item while it is there.
+    int selectedDestIndex(int row) const;
+
+    // A folder taken from the folder dialog, as source (1) or destination (2).
+    void setFolder(int row, int cell, const QString &path, const QString &label);
+    void setToastFlag(int row, bool toast);
 
     int rowCount(const QModelIndex &parent = QModelIndex()) const override;
     int columnCount(const QModelIndex &parent = QModelIndex()) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
+Q_SIGNALS:
+    // An edit in the table changed an item: the backup button may change.
+    void itemEdited(int row);
+
 private:
+    // The tick box may be used once the item has both labels (or Toast) and
+    // the row is editable.
+    void updateCheckEnabled(int row);
+    void rowChanged(int row);
+
     QVector<OVBackupItem> m_items;
     QStringList m_frequencyTitles;
     bool m_editable = false;
+    bool m_toastInstalled = false;
+    QString m_fullPathToToast;
 };

@@ -2,6 +2,8 @@
 
 #include "OVBackupItemModel.h"
 #include "OVBundle.h"
+#include "OVFolderLabel.h"
+#include "OVItemDelegate.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
 #include "OVLock.h"
@@ -13,12 +15,14 @@
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
 #include "OVStatusMonitor.h"
+#include "OVToast.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ui_optionssheet.h"
 #include "ui_orvanepref.h"
 
 #include <QDir>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QMessageBox>
@@ -92,6 +96,7 @@ void OVOrvanePref::mainViewDidLoad()
 
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
+    setToastInstalled();
     restoreSavedOptions();
     createSafetyNetFolder(this);
 
@@ -280,6 +285,10 @@ void OVOrvanePref::prepareTable()
     m_backupItems->setFrequencyTitles(titles);
 
     m_ui->tableView->setModel(m_backupItems);
+    auto *delegate = new OVItemDelegate(m_ui->tableView);
+    m_ui->tableView->setItemDelegate(delegate);
+    connect(delegate, &OVItemDelegate::entryChosen, this, &OVOrvanePref::menuEntryChosen, Qt::QueuedConnection);
+    connect(m_backupItems, &OVBackupItemModel::itemEdited, this, &OVOrvanePref::updateUI);
     QHeaderView *header = m_ui->tableView->horizontalHeader();
     header->setSectionResizeMode(OVBackupItemModel::CheckColumn, QHeaderView::ResizeToContents);
     header->setSectionResizeMode(OVBackupItemModel::FrequencyColumn, QHeaderView::ResizeToContents);
@@ -412,6 +421,82 @@ void OVOrvanePref::addBackupItem(QObject *sender)
     createNewBackupItem();
     updateUI();
     m_ui->tableView->scrollToBottom();
+}
+
+void OVOrvanePref::setToastInstalled()
+{
+    const OVToast::Detection toast = OVToast::detect(OVToast::applicationFolders());
+    m_isToastInstalled = toast.installed;
+    if (toast.installed) {
+        m_fullPathToToast = toast.fullPath;
+        m_toastApplicationName = toast.applicationNameLine;
+    }
+    m_backupItems->setToast(m_isToastInstalled, m_fullPathToToast);
+}
+
+int OVOrvanePref::selectedRow() const
+{
+    const QItemSelectionModel *selection = m_ui->tableView->selectionModel();
+    const QModelIndexList rows = selection ? selection->selectedRows() : QModelIndexList();
+    return rows.isEmpty() ? -1 : rows.first().row();
+}
+
+void OVOrvanePref::menuEntryChosen(int row, int column, int tag)
+{
+    Q_UNUSED(row)
+    if (column == OVBackupItemModel::SourceColumn && tag == OVBackupItemModel::ChooseSourceTag) {
+        chooseFolder(tag);
+    } else if (column == OVBackupItemModel::DestColumn) {
+        if (tag == OVBackupItemModel::ChooseDestinationTag) {
+            chooseFolder(tag);
+        } else {
+            setToastFlag(tag);
+        }
+    }
+}
+
+void OVOrvanePref::chooseFolder(int tag)
+{
+    const int row = selectedRow();
+    if (row < 0) {
+        return;
+    }
+    m_currentCell = tag;
+    if (tag == OVBackupItemModel::ChooseDestinationTag) {
+        setToastFlag(tag);
+    }
+    const OVBackupItem &item = m_backupItems->item(row);
+    const QString current = tag == OVBackupItemModel::ChooseDestinationTag ? item.destPath() : item.sourcePath();
+    auto *panel = new QFileDialog(this);
+    panel->setObjectName(QStringLiteral("folderPanel"));
+    panel->setAttribute(Qt::WA_DeleteOnClose);
+    panel->setFileMode(QFileDialog::Directory);
+    panel->setOption(QFileDialog::ShowDirsOnly);
+    panel->setLabelText(QFileDialog::Accept, OVLocalized("Choose"));
+    panel->setDirectory(!current.isEmpty() && QFileInfo(current).isDir() ? current : QDir::homePath());
+    panel->setWindowModality(Qt::WindowModal);
+    connect(panel, &QFileDialog::finished, this, [this, panel](int result) {
+        const QStringList chosen = panel->selectedFiles();
+        openPanelDidEnd(result == QDialog::Accepted ? 1 : 0, chosen.isEmpty() ? QString() : chosen.constFirst());
+    });
+    panel->open();
+}
+
+void OVOrvanePref::openPanelDidEnd(int returnCode, const QString &path)
+{
+    const int row = selectedRow();
+    if (returnCode == 1 && row >= 0 && !path.isEmpty()) {
+        m_backupItems->setFolder(row, m_currentCell, path, OVFolderLabel::labelForPath(path));
+    }
+    updateUI();
+}
+
+void OVOrvanePref::setToastFlag(int tag)
+{
+    const int row = selectedRow();
+    if (row >= 0) {
+        m_backupItems->setToastFlag(row, tag == OVBackupItemModel::ToastTag);
+    }
 }
 
 void OVOrvanePref::deleteBackupItem(QObject *sender)

@@ -44,6 +44,10 @@ public:
     void createNewBackupItem();
     bool isAuthorized() const { return m_isAuthorized; }
     bool isToastInstalled() const { return m_isToastInstalled; }
+    QString fullPathToToast() const { return m_fullPathToToast; }
+    QString toastApplicationName() const { return m_toastApplicationName; }
+    // Finds Toast among the applications (at start-up).
+    void setToastInstalled();
     bool useAnacron() const { return m_useAnacron; }
     OVOptionsSheet *optionsSheet() const { return m_optionsSheet; }
     OVSafetyNet *safetyNet() const { return m_safetyNet; }
@@ -82,6 +86,12 @@ public Q_SLOTS:
     void masterToggle(QObject *sender);
     void addBackupItem(QObject *sender);
     void deleteBackupItem(QObject *sender);
+    // The folder dialog for the selected row: tag 1 source, 2 destination.
+    void chooseFolder(int tag);
+    // The dialog ended: OK (1) takes the folder for the selected row.
+    void openPanelDidEnd(int returnCode, const QString &path);
+    // Tag 6 (the Toast entry) sets the selected row's Toast flag; any other clears it.
+    void setToastFlag(int tag);
     void viewLog(QObject *sender);
     void hideLogSheet(QObject *sender);
     void verifyToolPermissions();
@@ -104,6 +114,8 @@ private:
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
     std::array<bool, 3> scheduledTypes() const;
+    int selectedRow() const;
+    void menuEntryChosen(int row, int column, int tag);
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
     OVSafetyNet *m_safetyNet;
@@ -115,6 +127,10 @@ private:
     std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     bool m_isToastInstalled = false;
+    QString m_fullPathToToast;
+    QString m_toastApplicationName;
+    // Which cell opened the folder dialog: 1 source, 2 destination.
+    int m_currentCell = 0;
     bool m_useAnacron = false;
     // The host's window, watched so that closing it saves (the host
     // destroys the module before the application quits).

@@ -16,7 +16,11 @@ class TestBackupItems : public QObject
         OVBackupItem result;
         result.setFrequencyColumn(frequency);
         result.setCheckColumn(checked);
-        result.setCheckEnabled(enabled);
+        // An editable table enables the tick box of an item with its labels.
+        if (enabled) {
+            result.setBackupSource(QStringLiteral("source"));
+            result.setBackupDestination(QStringLiteral("destination"));
+        }
         result.setToast(toast);
         if (source) {
             result.setSourcePath(QString::fromUtf8(source));
@@ -173,6 +177,7 @@ private Q_SLOTS:
     void validateBackupItems()
     {
         OVBackupItemModel model;
+        model.setEditable(true);
         model.setItems({item(OVBackupItem::Daily, true, "/a", "/b"), item(OVBackupItem::Weekly, true, "/a", "/b"), item(OVBackupItem::Monthly, true, "/a", "/b")});
         QVERIFY(!model.validateBackupItems(true));
 

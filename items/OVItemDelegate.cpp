@@ -1,0 +1,88 @@
+#include "OVItemDelegate.h"
+
+#include "OVBackupItemModel.h"
+
+#include <QComboBox>
+#include <QFileIconProvider>
+#include <QFileInfo>
+
+namespace
+{
+constexpr int TagRole = Qt::UserRole + 1;
+
+void fill(QComboBox *popUp, const QVector<OVBackupItemModel::MenuEntry> &menu)
+{
+    static QFileIconProvider icons;
+    for (const auto &entry : menu) {
+        if (entry.separator) {
+            popUp->insertSeparator(popUp->count());
+            continue;
+        }
+        popUp->addItem(entry.iconPath.isEmpty() ? QIcon() : icons.icon(QFileInfo(entry.iconPath)), entry.title);
+        popUp->setItemData(popUp->count() - 1, entry.tag, TagRole);
+    }
+}
+}
+
+QWidget *OVItemDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    const auto *model = qobject_cast<const OVBackupItemModel *>(index.model());
+    if (!model || index.column() == OVBackupItemModel::CheckColumn) {
+        return QStyledItemDelegate::createEditor(parent, option, index);
+    }
+    auto *popUp = new QComboBox(parent);
+    popUp->setObjectName(QStringLiteral("cellPopUp"));
+    switch (index.column()) {
+    case OVBackupItemModel::FrequencyColumn: {
+        const QStringList titles = model->frequencyTitles();
+        for (int i = 0; i < titles.size(); ++i) {
+            if (i == OVBackupItem::NoSchedule) {
+                popUp->insertSeparator(i);
+            } else {
+                popUp->addItem(titles.at(i));
+            }
+        }
+        break;
+    }
+    case OVBackupItemModel::SourceColumn:
+        fill(popUp, model->sourceMenu(index.row()));
+        break;
+    case OVBackupItemModel::DestColumn:
+        fill(popUp, model->destMenu(index.row()));
+        break;
+    }
+    // A pop-up cell: one choice commits it.
+    connect(popUp, qOverload<int>(&QComboBox::activated), this, [this, popUp] {
+        auto *self = const_cast<OVItemDelegate *>(this);
+        Q_EMIT self->commitData(popUp);
+        Q_EMIT self->closeEditor(popUp);
+    });
+    return popUp;
+}
+
+void OVItemDelegate::setEditorData(QWidget *editor, const QModelIndex &index) const
+{
+    auto *popUp = qobject_cast<QComboBox *>(editor);
+    if (!popUp) {
+        QStyledItemDelegate::setEditorData(editor, index);
+        return;
+    }
+    const QVariant value = index.data(Qt::EditRole);
+    popUp->setCurrentIndex(value.isValid() ? value.toInt() : -1);
+    QMetaObject::invokeMethod(popUp, &QComboBox::showPopup, Qt::QueuedConnection);
+}
+
+void OVItemDelegate::setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const
+{
+    auto *popUp = qobject_cast<QComboBox *>(editor);
+    if (!popUp) {
+        QStyledItemDelegate::setModelData(editor, model, index);
+        return;
+    }
+    const int chosen = popUp->currentIndex();
+    if (chosen < 0) {
+        return;
+    }
+    model->setData(index, chosen, Qt::EditRole);
+    Q_EMIT entryChosen(index.row(), index.column(), popUp->itemData(chosen, TagRole).toInt());
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QStyledItemDelegate>
+
+// Edits the frequency, source and destination cells with pop-up menus made
+// from the row's item each time; a chosen entry's tag tells the pane what
+// to do next (open the folder dialog, set or clear Toast).
+class OVItemDelegate : public QStyledItemDelegate
+{
+    Q_OBJECT
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    void setEditorData(QWidget *editor, const QModelIndex &index) const override;
+    void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override;
+
+Q_SIGNALS:
+    // After the chosen entry's index is stored in the item.
+    void entryChosen(int row, int column, int tag) const;
+};

@@ -1,0 +1,255 @@
+// The items table: the model's values and setter rules, the per-row menus,
+// folder labels, the stripe and grid arithmetic, Toast detection against
+// fabricated bundles (Toast itself does not exist on Linux), and the pane's
+// folder dialog. Runs as root in the sandbox with polkitd, so the lock opens.
+#include "OVBackupItemModel.h"
+#include "OVFolderLabel.h"
+#include "OVOrvanePref.h"
+#include "OVPropertyList.h"
+#include "OVSettingsDomain.h"
+#include "OVTableView.h"
+#include "OVToast.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileDialog>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+
+class TestTable : public QObject
+{
+    Q_OBJECT
+
+    static OVBackupItem labelled(int frequency, bool withDestination = true)
+    {
+        OVBackupItem item;
+        item.setFrequencyColumn(frequency);
+        item.setCheckColumn(true);
+        item.setSourcePath(QStringLiteral("/root"));
+        item.setBackupSource(QStringLiteral("root"));
+        if (withDestination) {
+            item.setDestPath(QStringLiteral("/"));
+            item.setBackupDestination(QStringLiteral("Disk"));
+        }
+        return item;
+    }
+
+    static QStringList titles(const QVector<OVBackupItemModel::MenuEntry> &menu)
+    {
+        QStringList result;
+        for (const auto &entry : menu) {
+            result.append(entry.separator ? QStringLiteral("-") : entry.title + QLatin1Char('/') + QString::number(entry.tag));
+        }
+        return result;
+    }
+
+    static void makeBundle(const QString &bundle, const QVariantMap &info)
+    {
+        QVERIFY(QDir().mkpath(bundle + QStringLiteral("/Contents")));
+        QFile file(bundle + QStringLiteral("/Contents/Info.plist"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(OVPropertyList::toXml(info));
+    }
+
+private Q_SLOTS:
+    void modelValuesAndSetterRules()
+    {
+        OVBackupItemModel model;
+        model.setFrequencyTitles({QStringLiteral("Daily"), QStringLiteral("Weekly"), QStringLiteral("Monthly"), QString(), QStringLiteral("Manually")});
+        OVBackupItem fresh;
+        fresh.setCheckColumn(true);
+        fresh.setFrequencyColumn(OVBackupItem::Manual);
+        model.setItems({fresh, labelled(OVBackupItem::Daily)});
+        const QModelIndex check = model.index(1, OVBackupItemModel::CheckColumn);
+
+        // Locked or off: nothing can be selected or changed.
+        QCOMPARE(model.flags(check), Qt::NoItemFlags);
+        QVERIFY(!model.setData(check, Qt::Unchecked, Qt::CheckStateRole));
+        QVERIFY(!model.item(1).checkEnabled());
+
+        model.setEditable(true);
+        QVERIFY(model.item(1).checkEnabled());
+        // A new item's tick box waits for both folders.
+        QVERIFY(!model.item(0).checkEnabled());
+        QVERIFY(!(model.flags(model.index(0, OVBackupItemModel::CheckColumn)) & Qt::ItemIsUserCheckable));
+        QVERIFY(model.flags(model.index(0, OVBackupItemModel::FrequencyColumn)) & Qt::ItemIsSelectable);
+
+        QSignalSpy edited(&model, &OVBackupItemModel::itemEdited);
+        QVERIFY(model.setData(check, Qt::Unchecked, Qt::CheckStateRole));
+        QVERIFY(!model.item(1).checkColumn());
+        QVERIFY(model.setData(model.index(1, OVBackupItemModel::FrequencyColumn), 2));
+        QCOMPARE(model.item(1).frequencyColumn(), 2);
+        QCOMPARE(model.index(1, OVBackupItemModel::FrequencyColumn).data().toString(), QStringLiteral("Monthly"));
+        QCOMPARE(edited.count(), 2);
+
+        // A Toast choice alone enables the tick box.
+        model.setToastFlag(0, true);
+        QVERIFY(!model.item(0).checkEnabled());
+        model.setFolder(0, OVBackupItemModel::ChooseSourceTag, QStringLiteral("/srv"), QStringLiteral("srv"));
+        QVERIFY(model.item(0).checkEnabled());
+        QCOMPARE(model.item(0).sourcePath(), QStringLiteral("/srv"));
+
+        // Tool tips: full paths, none for "/" nor for a Toast destination.
+        QCOMPARE(model.index(1, OVBackupItemModel::SourceColumn).data(Qt::ToolTipRole).toString(), QStringLiteral("/root"));
+        QVERIFY(!model.index(1, OVBackupItemModel::DestColumn).data(Qt::ToolTipRole).isValid());
+        QVERIFY(!model.index(1, OVBackupItemModel::CheckColumn).data(Qt::ToolTipRole).isValid());
+        model.setFolder(1, OVBackupItemModel::ChooseDestinationTag, QStringLiteral("/srv/backup"), QStringLiteral("backup"));
+        QCOMPARE(model.index(1, OVBackupItemModel::DestColumn).data(Qt::ToolTipRole).toString(), QStringLiteral("/srv/backup"));
+        model.setToastFlag(1, true);
+        QVERIFY(!model.index(1, OVBackupItemModel::DestColumn).data(Qt::ToolTipRole).isValid());
+    }
+
+    void menusPerRow()
+    {
+        OVBackupItemModel model;
+        OVBackupItem fresh;
+        model.setItems({fresh, labelled(OVBackupItem::Daily)});
+        const QString choose = QStringLiteral("Choose Folder…");
+        QCOMPARE(titles(model.sourceMenu(0)), QStringList{choose + QStringLiteral("/1")});
+        QCOMPARE(titles(model.destMenu(0)), QStringList{choose + QStringLiteral("/2")});
+        QCOMPARE(titles(model.sourceMenu(1)), (QStringList{QStringLiteral("root/0"), QStringLiteral("-"), choose + QStringLiteral("/1")}));
+        QCOMPARE(titles(model.destMenu(1)), (QStringList{QStringLiteral("Disk/0"), QStringLiteral("-"), choose + QStringLiteral("/2")}));
+        QCOMPARE(model.sourceMenu(1).first().iconPath, QStringLiteral("/root"));
+        QCOMPARE(model.index(0, OVBackupItemModel::SourceColumn).data().toString(), choose);
+        QCOMPARE(model.index(1, OVBackupItemModel::DestColumn).data().toString(), QStringLiteral("Disk"));
+
+        model.setToast(true, QStringLiteral("/Applications/Toast Titanium.app/"));
+        const QString toast = QStringLiteral("Burn to Disc with Toast/6");
+        QCOMPARE(titles(model.destMenu(0)), (QStringList{choose + QStringLiteral("/2"), QStringLiteral("-"), toast}));
+        QCOMPARE(titles(model.destMenu(1)), (QStringList{QStringLiteral("Disk/0"), QStringLiteral("-"), choose + QStringLiteral("/2"), QStringLiteral("-"), toast}));
+        model.setToastFlag(1, true);
+        QCOMPARE(model.selectedDestIndex(1), 4);
+        QCOMPARE(model.index(1, OVBackupItemModel::DestColumn).data().toString(), QStringLiteral("Burn to Disc with Toast"));
+        // Without Toast on the machine a Toast item's destination shows nothing.
+        model.setToast(false, QString());
+        QVERIFY(!model.index(1, OVBackupItemModel::DestColumn).data().isValid());
+        QCOMPARE(model.destMenu(1).size(), 3);
+    }
+
+    void folderLabels()
+    {
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
+        QVERIFY(!OVFolderLabel::startupDiskName().isEmpty());
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup")), QStringLiteral("Backup"));
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos")), QStringLiteral("Backup: Photos"));
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos/2024")), QStringLiteral("Backup: 2024"));
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/home/ann/Fotos \"x\"")), QStringLiteral("Fotos \"x\""));
+    }
+
+    void stripesAndGrid()
+    {
+        // A clip starting in row 3 stripes from row 4; in row 2, from row 2.
+        auto stripes = OVTableView::stripesInRect(QRectF(0, 3 * 16 + 5, 100, 40), 16, 0);
+        QCOMPARE(stripes.first(), QRectF(0, 64, 100, 16));
+        QCOMPARE(stripes.size(), 1);
+        stripes = OVTableView::stripesInRect(QRectF(10, 2 * 16, 100, 64), 16, 0);
+        QCOMPARE(stripes.first().top(), 32.0);
+        QCOMPARE(stripes.size(), 2);
+        // Spacing 2 on rows of 16: stripes 18 high, 36 apart.
+        stripes = OVTableView::stripesInRect(QRectF(0, 0, 50, 100), 16, 2);
+        QCOMPARE(stripes.size(), 3);
+        QCOMPARE(stripes.at(0), QRectF(0, 0, 50, 18));
+        QCOMPARE(stripes.at(1).top(), 36.0);
+
+        QCOMPARE(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {20, 100, 200, 180}, 0), (QVector<double>{19.5, 119.5, 319.5}));
+        QCOMPARE(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {20, 100}, 3), (QVector<double>{22.5}));
+        QVERIFY(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {500}, 0).isEmpty());
+        QVERIFY(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {}, 0).isEmpty());
+        // Scrolled: a boundary left of the clip draws nothing.
+        QCOMPARE(OVTableView::gridInClipRect(QRectF(50, 0, 200, 100), {20, 100, 200}, 0), (QVector<double>{119.5}));
+        // The mixed comparison: p (from the clip's left) against x + width, so
+        // the boundary at 250, right of this clip, still gets its line.
+        QCOMPARE(OVTableView::gridInClipRect(QRectF(100, 0, 100, 100), {150, 100, 100, 100}, 0), (QVector<double>{149.5, 249.5}));
+    }
+
+    void toastDetection()
+    {
+        const QString apps = QDir::tempPath() + QStringLiteral("/ov-apps");
+        QDir(apps).removeRecursively();
+        auto info = [](const char *name, const char *version) {
+            return QVariantMap{{QStringLiteral("CFBundleSignature"), QStringLiteral("CDr3")},
+                               {QStringLiteral("CFBundleName"), QString::fromLatin1(name)},
+                               {QStringLiteral("CFBundleShortVersionString"), QString::fromLatin1(version)}};
+        };
+        QVERIFY(!OVToast::detect({apps}).installed);
+        makeBundle(apps + QStringLiteral("/Toast Titanium.app"), info("Toast Titanium", "5.2.3"));
+        QVERIFY(!OVToast::detect({apps}).installed);
+        QDir(apps).removeRecursively();
+        makeBundle(apps + QStringLiteral("/Toast 6 Titanium.app"), info("Toast 6 Titanium", "6.0.1"));
+        QVERIFY(!OVToast::detect({apps}).installed);
+        QDir(apps).removeRecursively();
+        // Another application, without the creator code, is not Toast.
+        makeBundle(apps + QStringLiteral("/Other.app"), {{QStringLiteral("CFBundleName"), QStringLiteral("Toast Titanium")}});
+        makeBundle(apps + QStringLiteral("/Toast 6 Titanium é/Toast Titanium.app"), info("Toast Titanium", "6.0.1"));
+        const OVToast::Detection toast = OVToast::detect({apps});
+        QVERIFY(toast.installed);
+        // Only %20 is unescaped; é stays as its escape.
+        QCOMPARE(toast.fullPath, apps + QStringLiteral("/Toast 6 Titanium %C3%A9/Toast Titanium.app/"));
+        QCOMPARE(toast.applicationNameLine, QStringLiteral("toastApplicationName = \"Toast Titanium\""));
+        QDir(apps).removeRecursively();
+    }
+
+    void paneChoosesFoldersAndEnablesBackup()
+    {
+        QVERIFY(qEnvironmentVariableIsSet("OV_IN_SANDBOX"));
+        OVSettingsDomain::remove();
+        QFile::remove(QStringLiteral("/Library/Application Support/Orvane/BackupItems.plist"));
+        OVOrvanePref pane(nullptr, {});
+        pane.show();
+        pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
+        QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
+        auto *table = pane.findChild<QTableView *>(QStringLiteral("tableView"));
+        auto *backup = pane.findChild<QPushButton *>(QStringLiteral("backupButton"));
+        QVERIFY(!backup->isEnabled());
+
+        // No row selected: a choice changes nothing.
+        table->clearSelection();
+        pane.openPanelDidEnd(1, QStringLiteral("/srv"));
+        QVERIFY(pane.backupItems()->item(0).sourcePath().isNull());
+
+        QDir().mkpath(QStringLiteral("/root/Documents"));
+        QDir().mkpath(QStringLiteral("/root/Backups"));
+        table->selectRow(0);
+        for (const auto &[tag, folder] : {std::pair<int, const char *>{1, "/root/Documents"}, {2, "/root/Backups"}}) {
+            pane.chooseFolder(tag);
+            auto *panel = pane.findChild<QFileDialog *>(QStringLiteral("folderPanel"));
+            QVERIFY(panel && panel->isVisible());
+            panel->setDirectory(QString::fromLatin1(folder));
+            panel->selectFile(QString::fromLatin1(folder));
+            QMetaObject::invokeMethod(panel, "accept");
+            QTRY_VERIFY(!pane.findChild<QFileDialog *>(QStringLiteral("folderPanel")));
+        }
+        const OVBackupItem &item = pane.backupItems()->item(0);
+        QCOMPARE(item.sourcePath(), QStringLiteral("/root/Documents"));
+        QCOMPARE(item.backupSource(), QStringLiteral("Documents"));
+        QCOMPARE(item.backupDestination(), QStringLiteral("Backups"));
+        QVERIFY(item.checkEnabled());
+        // A complete, ticked, manual item: the backup can be started.
+        QVERIFY(backup->isEnabled());
+
+        // Cancelling leaves the item as it was.
+        pane.chooseFolder(1);
+        pane.findChild<QFileDialog *>(QStringLiteral("folderPanel"))->reject();
+        QTRY_VERIFY(!pane.findChild<QFileDialog *>(QStringLiteral("folderPanel")));
+        QCOMPARE(pane.backupItems()->item(0).sourcePath(), QStringLiteral("/root/Documents"));
+
+        // Unticked: nothing left to back up now.
+        QVERIFY(pane.backupItems()->setData(pane.backupItems()->index(0, 0), Qt::Unchecked, Qt::CheckStateRole));
+        QVERIFY(!backup->isEnabled());
+
+        // Deleting with no selection does nothing; the last item can't go.
+        pane.addBackupItem(&pane);
+        table->clearSelection();
+        pane.deleteBackupItem(&pane);
+        QCOMPARE(pane.backupItems()->rowCount(), 2);
+        table->selectRow(1);
+        pane.deleteBackupItem(&pane);
+        QCOMPARE(pane.backupItems()->rowCount(), 1);
+        QVERIFY(!pane.findChild<QPushButton *>(QStringLiteral("deleteFolderButton"))->isEnabled());
+    }
+};
+
+QTEST_MAIN(TestTable)
+#include "test_table.moc"
