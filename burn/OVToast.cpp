@@ -59,6 +59,7 @@ OVToast::Detection OVToast::detect(const QStringList &folders)
             result.fullPath = QString(url).replace(QStringLiteral("%20"), QStringLiteral(" ")).remove(QStringLiteral("file://localhost"));
             QString name = QFileInfo(bundle).fileName();
             name.truncate(name.lastIndexOf(QLatin1Char('.')));
+            result.applicationName = name;
             result.applicationNameLine = QStringLiteral("toastApplicationName = \"%1\"").arg(name);
             return result;
         }

@@ -13,7 +13,9 @@ public:
         // The bundle's path as its file URL reads with "%20" turned into
         // spaces and "file://localhost" taken off; other escapes stay.
         QString fullPath;
-        // The script line naming it, e.g. toastApplicationName = "Toast Titanium".
+        // Its file name without the extension, e.g. "Toast Titanium", and
+        // the script line naming it: toastApplicationName = "Toast Titanium".
+        QString applicationName;
         QString applicationNameLine;
     };
 

@@ -11,6 +11,7 @@
 #include "OVOptionsSheet.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
+#include "OVScriptBuilder.h"
 #include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
@@ -19,8 +20,10 @@
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ui_optionssheet.h"
+#include "OVTemporaryFile.h"
 #include "ui_orvanepref.h"
 
+#include <QCheckBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -28,7 +31,9 @@
 #include <QMessageBox>
 #include <QTimer>
 
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     : KCModule(parent, args)
@@ -65,6 +70,7 @@ void OVOrvanePref::connectControls()
     action(m_ui->addFolderButton, &OVOrvanePref::addBackupItem);
     action(m_ui->deleteFolderButton, &OVOrvanePref::deleteBackupItem);
     action(m_ui->optionsButton, &OVOrvanePref::showOptions);
+    action(m_ui->backupButton, &OVOrvanePref::performBackup);
     action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
@@ -258,6 +264,125 @@ void OVOrvanePref::installCrontab()
     OVScheduleTables::installCrontab();
 }
 
+namespace
+{
+struct ScriptFiles {
+    const char *frequency;
+    const char *prefix;
+    const char *temporary;
+    const char *logfile;
+    const char *folder;
+};
+const ScriptFiles Scheduled[] = {
+    {"Daily", "daily", OVFixedPaths::TmpDailyScript, OVFixedPaths::DailyLog, OVFixedPaths::DailyFolder},
+    {"Weekly", "weekly", OVFixedPaths::TmpWeeklyScript, OVFixedPaths::WeeklyLog, OVFixedPaths::WeeklyFolder},
+    {"Monthly", "monthly", OVFixedPaths::TmpMonthlyScript, OVFixedPaths::MonthlyLog, OVFixedPaths::MonthlyFolder},
+};
+
+QString currentUserName()
+{
+    const passwd *pw = getpwuid(getuid());
+    return pw ? QString::fromLocal8Bit(pw->pw_name) : QString();
+}
+}
+
+OVScriptBuilder::FrequencyOptions OVOrvanePref::frequencyOptions(const char *prefix) const
+{
+    auto checked = [this, prefix](const char *option) {
+        const auto *check = m_optionsSheet->findChild<QCheckBox *>(QString::fromLatin1(prefix) + QString::fromLatin1(option));
+        return check && check->isChecked();
+    };
+    OVScriptBuilder::FrequencyOptions options;
+    options.mirror = checked("MirrorFoldersCheck");
+    options.remote = checked("RemoteBackupCheck");
+    options.showProgress = checked("ShowProgressCheck");
+    options.repairPermissions = checked("RepairPermissionsCheck");
+    return options;
+}
+
+OVScriptBuilder::SharedOptions OVOrvanePref::sharedScriptOptions(bool scheduled) const
+{
+    const Ui::OVOptionsSheet *ui = m_optionsSheet->ui();
+    OVScriptBuilder::SharedOptions shared;
+    shared.scheduled = scheduled;
+    shared.promptBeforeBackup = ui->promptBeforeBackupCheck->isChecked();
+    shared.waitUntilAway = ui->waitUntilAwayCheck->isChecked();
+    shared.autoConnect = ui->autoConnectCheck->isChecked();
+    shared.server = ui->serverAddressField->text();
+    shared.account = ui->userNameField->text();
+    shared.volume = ui->volumeField->text();
+    shared.safetyNet = ui->useSafetyNetCheck->isChecked();
+    shared.maxArchives = ui->maxArchivesField->text();
+    shared.archiveIndex = ui->archivePopUp->currentIndex();
+    shared.safetyNetFolder = m_safetyNet->safetyNetFolder();
+    shared.toastApplication = m_toastName;
+    shared.username = currentUserName();
+    return shared;
+}
+
+void OVOrvanePref::gatherItems(int frequency, QList<QByteArray> &sources, QList<QByteArray> &destinations) const
+{
+    for (const OVBackupItem &item : m_backupItems->items()) {
+        if (item.frequencyColumn() != frequency || !item.checkColumn() || !item.isComplete()) {
+            continue;
+        }
+        sources.append(QFile::encodeName(item.sourcePath()));
+        destinations.append(item.toast() ? QByteArray("Toast") : QFile::encodeName(item.destPath()));
+    }
+}
+
+void OVOrvanePref::buildScheduledScripts()
+{
+    const QByteArray templateText = OVScriptBuilder::readTemplate();
+    const OVScriptBuilder::SharedOptions shared = sharedScriptOptions(true);
+    for (int frequency = 0; frequency < 3; ++frequency) {
+        const ScriptFiles &files = Scheduled[frequency];
+        OVTemporaryFile::remove(QString::fromUtf8(files.temporary));
+        OVScriptBuilder::Script script;
+        gatherItems(frequency, script.sources, script.destinations);
+        if (script.sources.isEmpty() || templateText.isEmpty()) {
+            continue;
+        }
+        script.frequency = files.frequency;
+        script.logfile = files.logfile;
+        script.lastBackup = QByteArray(files.folder) + "/.lastbackup";
+        script.options = frequencyOptions(files.prefix);
+        OVTemporaryFile::write(QString::fromUtf8(files.temporary), OVScriptBuilder::fill(templateText, script, shared));
+    }
+}
+
+void OVOrvanePref::buildManualScript()
+{
+    OVScriptBuilder::Script script;
+    gatherItems(OVBackupItem::Manual, script.sources, script.destinations);
+    const QByteArray templateText = OVScriptBuilder::readTemplate();
+    if (script.sources.isEmpty() || templateText.isEmpty()) {
+        return;
+    }
+    // A manual run logs and marks as a daily one.
+    script.frequency = "Daily";
+    script.logfile = OVFixedPaths::DailyLog;
+    script.lastBackup = QByteArray(OVFixedPaths::DailyFolder) + "/.lastbackup";
+    script.options = frequencyOptions("manually");
+    OVTemporaryFile::write(QString::fromUtf8(OVFixedPaths::TmpManualScript), OVScriptBuilder::fill(templateText, script, sharedScriptOptions(false)));
+}
+
+void OVOrvanePref::performBackup(QObject *sender)
+{
+    Q_UNUSED(sender)
+    if (m_ui->masterPopUp->currentIndex() != 0) {
+        return;
+    }
+    buildManualScript();
+    OVToolLauncher::launch(OVFixedPaths::ManualBackupTool);
+    auto *sheet = new QMessageBox(QMessageBox::Information, OVLocalized("ManualBackup"), OVLocalized("ManualBackupExplanation"), QMessageBox::NoButton, this);
+    sheet->setObjectName(QStringLiteral("manualBackupSheet"));
+    sheet->addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
+    sheet->setWindowModality(Qt::WindowModal);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->open();
+}
+
 void OVOrvanePref::viewLog(QObject *sender)
 {
     if (auto *button = qobject_cast<QPushButton *>(sender)) {
@@ -352,6 +477,10 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {
         OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool);
+        if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 0) {
+            buildScheduledScripts();
+            OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool);
+        }
     }
     return true;
 }
@@ -430,6 +559,7 @@ void OVOrvanePref::setToastInstalled()
     if (toast.installed) {
         m_fullPathToToast = toast.fullPath;
         m_toastApplicationName = toast.applicationNameLine;
+        m_toastName = toast.applicationName;
     }
     m_backupItems->setToast(m_isToastInstalled, m_fullPathToToast);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OVScriptBuilder.h"
+
 #include <KCModule>
 
 #include <QPointer>
@@ -78,6 +80,11 @@ public:
     bool restoreAnacrontab();
     void installCrontab();
 
+    // The backup scripts: the three scheduled ones into /tmp for
+    // install_scripts, and the manual one for manual_backup.
+    void buildScheduledScripts();
+    void buildManualScript();
+
 public Q_SLOTS:
     // The lock button: opens the lock with an administrator's password, or
     // saves everything and closes it.
@@ -92,6 +99,8 @@ public Q_SLOTS:
     void openPanelDidEnd(int returnCode, const QString &path);
     // Tag 6 (the Toast entry) sets the selected row's Toast flag; any other clears it.
     void setToastFlag(int tag);
+    // Backs up the manual items now.
+    void performBackup(QObject *sender);
     void viewLog(QObject *sender);
     void hideLogSheet(QObject *sender);
     void verifyToolPermissions();
@@ -114,6 +123,9 @@ private:
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
     std::array<bool, 3> scheduledTypes() const;
+    OVScriptBuilder::FrequencyOptions frequencyOptions(const char *prefix) const;
+    OVScriptBuilder::SharedOptions sharedScriptOptions(bool scheduled) const;
+    void gatherItems(int frequency, QList<QByteArray> &sources, QList<QByteArray> &destinations) const;
     int selectedRow() const;
     void menuEntryChosen(int row, int column, int tag);
 
@@ -129,6 +141,7 @@ private:
     bool m_isToastInstalled = false;
     QString m_fullPathToToast;
     QString m_toastApplicationName;
+    QString m_toastName;
     // Which cell opened the folder dialog: 1 source, 2 destination.
     int m_currentCell = 0;
     bool m_useAnacron = false;

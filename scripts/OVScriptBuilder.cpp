@@ -1,0 +1,106 @@
+#include "OVScriptBuilder.h"
+
+#include "OVBundle.h"
+
+#include <QFile>
+
+namespace OVScriptBuilder
+{
+QByteArray rubyEscaped(const QByteArray &bytes)
+{
+    QByteArray escaped;
+    escaped.reserve(bytes.size());
+    for (const char c : bytes) {
+        if (c == '\\' || c == '"' || c == '#') {
+            escaped.append('\\');
+        }
+        escaped.append(c);
+    }
+    return escaped;
+}
+
+QByteArray quoted(const QByteArray &bytes)
+{
+    return '"' + rubyEscaped(bytes) + '"';
+}
+
+QByteArray commandLiteral(bool mirror, bool remote)
+{
+    if (!mirror && !remote) {
+        return QByteArrayLiteral("\"/usr/local/bin/psync\"");
+    }
+    return "\"/usr/local/bin/psync -" + QByteArray(mirror ? "d" : "") + QByteArray(remote ? "rm" : "") + '"';
+}
+
+QByteArray listLine(const char *name, const QList<QByteArray> &entries)
+{
+    QByteArray line = QByteArray(name) + " = [ \"";
+    for (const QByteArray &entry : entries) {
+        line += rubyEscaped(entry) + "\", \"";
+    }
+    line.chop(3);
+    return line + " ]";
+}
+
+QByteArray toastApplicationNameLine(const QString &name)
+{
+    return "toastApplicationName = " + quoted(name.toUtf8());
+}
+
+QByteArray fill(const QByteArray &templateText, const Script &script, const SharedOptions &shared)
+{
+    QByteArray text = templateText;
+    auto put = [&text](const char *search, const QByteArray &line) {
+        text.replace(QByteArray(search), line);
+    };
+    const FrequencyOptions &o = script.options;
+    put("#ov_frequency", "frequency = \"" + script.frequency + '"');
+    put("#ov_backupCommand", "backupCommand = " + commandLiteral(o.mirror, o.remote));
+    put("#ov_sourceFolders", listLine("sourceFolders", script.sources));
+    put("#ov_destFolders", listLine("destFolders", script.destinations));
+    put("#ov_logfile", "logfile = " + quoted(script.logfile));
+    put("#ov_lastBackup", "lastBackup = " + quoted(script.lastBackup));
+    put("#ov_toastApplicationName", shared.toastApplication.isEmpty() ? QByteArray() : toastApplicationNameLine(shared.toastApplication));
+    put("#ov_username", "username = " + quoted(shared.username.toUtf8()));
+    put("#ov_remoteBackup", o.remote ? "remoteBackup = true" : "remoteBackup = false");
+    if (o.showProgress) {
+        put("showProgress = false", "showProgress = true");
+    }
+    if (o.repairPermissions) {
+        put("repairPermissions = false", "repairPermissions = true");
+    }
+    if (shared.scheduled && shared.promptBeforeBackup) {
+        put("promptBeforeBackup = false", "promptBeforeBackup = true");
+    }
+    if (shared.scheduled && shared.waitUntilAway) {
+        put("shouldWaitUntilAway = false", "shouldWaitUntilAway = true");
+    }
+    if (shared.autoConnect) {
+        put("autoConnect = false", "autoConnect = true");
+        put("remoteServerName = \"\"", "remoteServerName = " + quoted(shared.server.toUtf8()));
+        put("remoteAccountName = \"\"", "remoteAccountName = " + quoted(shared.account.toUtf8()));
+        put("remoteVolumeName = \"\"", "remoteVolumeName = " + quoted(shared.volume.toUtf8()));
+    }
+    put("shouldArchive = shouldArchive", shared.safetyNet ? "shouldArchive = true" : "shouldArchive = false");
+    if (shared.safetyNet) {
+        // A count is digits only; anything else would not be a number.
+        bool number = false;
+        shared.maxArchives.toInt(&number);
+        put("maxArchives = 0", "maxArchives = " + (number ? shared.maxArchives.toLatin1() : QByteArray("0")));
+        put("safetyNetFolder = safetyNetFolder", "safetyNetFolder = " + quoted(QFile::encodeName(shared.safetyNetFolder)));
+        static const char *const Contents[] = {"Everything", "Changed", "Deleted"};
+        if (shared.archiveIndex >= 0 && shared.archiveIndex <= 2) {
+            put("archiveContents = \"\"", "archiveContents = \"" + QByteArray(Contents[shared.archiveIndex]) + '"');
+        }
+    } else {
+        put("safetyNetFolder = safetyNetFolder", "safetyNetFolder = \"\"");
+    }
+    return text;
+}
+
+QByteArray readTemplate()
+{
+    QFile file(OVBundle::pathForResource(QStringLiteral("backup_script"), QStringLiteral("rb")));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+// Fills the backup script template. Every text the pane puts into the Ruby
+// program goes inside a double-quoted literal with \, " and # escaped, so
+// the Ruby value is the text byte for byte and no name can run code.
+namespace OVScriptBuilder
+{
+// The options of one frequency's check boxes.
+struct FrequencyOptions {
+    bool mirror = false;
+    bool remote = false;
+    bool showProgress = false;
+    bool repairPermissions = false;
+};
+
+// What all scripts of one save share.
+struct SharedOptions {
+    // Scheduled scripts take the prompt and the wait; the manual one never.
+    bool scheduled = true;
+    bool promptBeforeBackup = false;
+    bool waitUntilAway = false;
+    bool autoConnect = false;
+    QString server, account, volume;
+    bool safetyNet = false;
+    QString maxArchives;
+    int archiveIndex = -1;
+    QString safetyNetFolder;
+    // The Toast application's name, empty when there is none.
+    QString toastApplication;
+    QString username;
+};
+
+struct Script {
+    QByteArray frequency; // "Daily", "Weekly" or "Monthly"
+    QByteArray logfile;
+    QByteArray lastBackup;
+    FrequencyOptions options;
+    QList<QByteArray> sources;
+    QList<QByteArray> destinations;
+};
+
+QByteArray rubyEscaped(const QByteArray &bytes);
+QByteArray quoted(const QByteArray &bytes);
+// "/usr/local/bin/psync", with -d, -rm or -drm as the options ask.
+QByteArray commandLiteral(bool mirror, bool remote);
+// name = [ "A", "B" ]
+QByteArray listLine(const char *name, const QList<QByteArray> &entries);
+QByteArray toastApplicationNameLine(const QString &name);
+
+QByteArray fill(const QByteArray &templateText, const Script &script, const SharedOptions &shared);
+// The template from the bundle; empty when it cannot be read.
+QByteArray readTemplate();
+}

@@ -1,0 +1,236 @@
+# The backup script template's logic on real files, with the real psync and
+# rsync. Runs as root inside the test sandbox (it mounts a small tmpfs to
+# play a full disk, and the run flags and error files are at fixed paths).
+# encoding: ASCII-8BIT
+require "test/unit"
+require "tmpdir"
+require "digest"
+require "fileutils"
+require "etc"
+
+TEMPLATE = ENV.fetch("OV_TEMPLATE")
+PSYNC = ENV.fetch("OV_PSYNC")
+load TEMPLATE
+
+class TestBackupScript < Test::Unit::TestCase
+  def setup
+    raise "runs only inside tests/sandbox/ov-sandbox" unless ENV["OV_IN_SANDBOX"]
+    @dir = Dir.mktmpdir("ov-backup")
+    @source = File.join(@dir, "source")
+    @dest = File.join(@dir, "dest")
+    @net = File.join(@dir, "Safety Net Archives")
+    FileUtils.mkdir_p([@source, @dest, @net])
+    FileUtils.rm_f(["/tmp/ov_Daily.run", "/var/log/.orvane_daily.err"])
+  end
+
+  def teardown
+    system("umount", "-q", @full) if @full
+    FileUtils.rm_rf(@dir)
+  end
+
+  def settings(**changes)
+    {
+      frequency: "Daily", backupCommand: PSYNC, sourceFolders: [@source], destFolders: [@dest],
+      logfile: File.join(@dir, "daily.log"), lastBackup: File.join(@dir, ".lastbackup"),
+      toastApplicationName: "Toast Titanium", username: "root", remoteBackup: false, showProgress: false,
+      repairPermissions: false, promptBeforeBackup: false, shouldWaitUntilAway: false, autoConnect: false,
+      remoteServerName: "", remoteAccountName: "", remoteVolumeName: "", shouldArchive: false, maxArchives: 0,
+      safetyNetFolder: "", archiveContents: ""
+    }.merge(changes)
+  end
+
+  def run_backup(**changes)
+    OrvaneBackup.new(settings(**changes)).run
+  end
+
+  def write(path, data, mode: 0o644)
+    FileUtils.mkdir_p(File.dirname(path))
+    File.binwrite(path, data)
+    File.chmod(mode, path)
+  end
+
+  # An earlier version: rsync tells versions apart by size and time.
+  def write_old(path, data)
+    write(path, data)
+    FileUtils.touch(path, mtime: Time.now - 3600)
+  end
+
+  # Every entry below a folder: relative path => kind and content digest.
+  def tree(folder)
+    Dir.glob("**/*", File::FNM_DOTMATCH, base: folder).reject { |p| p.end_with?("/.") || p == "." }.sort.to_h do |p|
+      full = File.join(folder, p)
+      st = File.lstat(full)
+      value = if st.symlink? then "link:#{File.readlink(full)}"
+              elsif st.directory? then "dir:#{format('%o', st.mode & 0o7777)}"
+              else "file:#{format('%o', st.mode & 0o7777)}:#{st.uid}:#{Digest::SHA256.file(full).hexdigest}"
+              end
+      [p, value]
+    end
+  end
+
+  def test_itemized_changes_name_the_files_to_keep
+    itemized = <<~OUT
+      >f+++++++++ new file
+      >f.st...... changed file
+      .d..t...... some dir/
+      *deleting   gone file
+      *deleting   gone dir/
+      cL..t...... link -> elsewhere
+      >f..t...... line\\#012break
+    OUT
+    assert_equal(["changed file", "gone file", "link", "line\nbreak"], OrvaneBackup.affected_files(itemized))
+    assert_equal(["changed file", "link", "line\nbreak"], OrvaneBackup.affected_files(itemized, deleted: false))
+    assert_equal(["gone file"], OrvaneBackup.affected_files(itemized, changed: false))
+  end
+
+  def test_copies_an_awkward_tree_and_keeps_the_status
+    awkward = ["Fotos ✓/été.txt", "with space", "quote \" mark", "evil \#{`touch /tmp/pwned`}", "new\nline",
+               ".hidden", "empty"]
+    awkward.each { |name| write(File.join(@source, name), "content of #{name}") }
+    File.truncate(File.join(@source, "empty"), 0)
+    FileUtils.mkdir_p(File.join(@source, "empty folder"))
+    File.symlink("Fotos ✓/été.txt", File.join(@source, "link"))
+    File.link(File.join(@source, "with space"), File.join(@source, "hard link"))
+    write(File.join(@source, "private"), "secret", mode: 0o600)
+    File.chown(Etc.getpwnam("nobody").uid, nil, File.join(@source, "private"))
+    File.open(File.join(@source, "sparse"), "wb") { |f| f.truncate(2 * 1024**3) }
+    before = tree(@source)
+
+    assert_equal(0, run_backup)
+    assert_equal(before, tree(@dest))
+    assert_equal(before, tree(@source), "the source is never written")
+    assert_false(File.exist?("/tmp/pwned"), "no name runs code")
+    assert(File.lstat(File.join(@dest, "sparse")).blocks < 1024, "a sparse file stays sparse")
+    assert_equal(File.stat(File.join(@dest, "with space")).ino, File.stat(File.join(@dest, "hard link")).ino)
+
+    assert_equal(Time.now.strftime("%m/%d/%y"), File.read(File.join(@dir, ".lastbackup")))
+    assert_false(File.exist?("/var/log/.orvane_daily.err"), "no errors, no error file")
+    assert_false(File.exist?("/tmp/ov_Daily.run"))
+    assert_match(/Daily: backup complete/, File.read(File.join(@dir, "daily.log")))
+  end
+
+  def test_mirror_deletes_only_what_the_sources_lack
+    write(File.join(@source, "kept"), "kept")
+    write(File.join(@dest, "only at the destination"), "extra")
+    assert_equal(0, run_backup)
+    assert(File.exist?(File.join(@dest, "only at the destination")), "without mirroring nothing is deleted")
+    other = File.join(@dir, "other")
+    write(File.join(other, "untouched"), "x")
+
+    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d"))
+    assert_equal(["kept"], Dir.children(@dest))
+    assert_equal(["untouched"], Dir.children(other))
+    assert_equal(["kept"], Dir.children(@source))
+  end
+
+  def test_safety_net_keeps_replaced_and_deleted_files
+    write_old(File.join(@dest, "changed"), "old version")
+    write(File.join(@dest, "deleted"), "deleted file")
+    write(File.join(@dest, "same"), "same")
+    write(File.join(@source, "changed"), "new version")
+    write(File.join(@source, "same"), "same")
+    FileUtils.touch(File.join(@dest, "same"), mtime: File.mtime(File.join(@source, "same")))
+    old_inode = File.stat(File.join(@dest, "changed")).ino
+
+    net = { shouldArchive: true, maxArchives: 3, safetyNetFolder: @net, archiveContents: "Everything" }
+    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", **net))
+    archives = Dir.children(@net)
+    assert_equal(1, archives.size)
+    kept = File.join(@net, archives.first, @dest.delete_prefix("/"))
+    assert_equal("old version", File.read(File.join(kept, "changed")))
+    assert_equal("deleted file", File.read(File.join(kept, "deleted")))
+    assert_false(File.exist?(File.join(kept, "same")))
+    # Moved, not copied: the archive holds the old file itself.
+    assert_equal(old_inode, File.stat(File.join(kept, "changed")).ino)
+    assert_equal("new version", File.read(File.join(@dest, "changed")))
+    assert_false(File.exist?(File.join(@dest, "deleted")))
+  end
+
+  def test_safety_net_choice_and_count
+    3.times do |round|
+      write_old(File.join(@dest, "changed"), "old #{round}")
+      write(File.join(@dest, "deleted #{round}"), "gone")
+      write(File.join(@source, "changed"), "new #{round}!")
+      contents = %w[Changed Deleted Everything][round]
+      assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", shouldArchive: true, maxArchives: 2, safetyNetFolder: @net,
+                                 archiveContents: contents))
+      newest = Dir.children(@net).max
+      kept = Dir.glob("**/*", base: File.join(@net, newest, @dest.delete_prefix("/"))).sort
+      expected = { "Changed" => ["changed"], "Deleted" => ["deleted #{round}"], "Everything" => ["changed", "deleted #{round}"] }
+      assert_equal(expected[contents], kept, contents)
+      sleep 1.1 # archives are named by the second
+    end
+    assert_equal(2, Dir.children(@net).size, "at most maxArchives archives stay")
+  end
+
+  def test_missing_destination_is_an_error_and_touches_nothing
+    write(File.join(@source, "a"), "a")
+    missing = File.join(@dir, "unplugged disk")
+    assert_equal(1, run_backup(destFolders: [missing]))
+    assert_false(File.exist?(missing))
+    assert_match(/unplugged disk: the destination is missing/, File.read("/var/log/.orvane_daily.err"))
+  end
+
+  def test_full_destination_is_an_error_and_touches_nothing
+    @full = File.join(@dir, "full")
+    FileUtils.mkdir_p(@full)
+    assert(system("mount", "-t", "tmpfs", "-o", "size=512k", "ov-full", @full))
+    write(File.join(@full, "present"), "present")
+    system("dd", "if=/dev/zero", "of=#{@full}/filler", "bs=64k", "count=100", err: File::NULL)
+    before = tree(@full)
+    write(File.join(@source, "a"), "a" * 100_000)
+    assert_equal(1, run_backup(destFolders: [@full]))
+    assert_equal(before, tree(@full))
+    assert_match(/the destination is full/, File.read("/var/log/.orvane_daily.err"))
+  end
+
+  def test_toast_and_an_error_keep_the_other_pairs_going
+    write(File.join(@source, "a"), "a")
+    second = File.join(@dir, "second")
+    FileUtils.mkdir_p(second)
+    assert_equal(1, run_backup(sourceFolders: [@source, @source], destFolders: ["Toast", second]))
+    assert_equal(["a"], Dir.children(second))
+    assert_match(/not burned: Toast Titanium does not exist/, File.read("/var/log/.orvane_daily.err"))
+    assert(File.exist?(File.join(@dir, ".lastbackup")), "the run completed")
+  end
+
+  def test_remote_volume_keeps_attributes_aside
+    write(File.join(@source, "a"), "a", mode: 0o640)
+    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -drm", remoteBackup: true))
+    store = File.binread(File.join(@dest, ".psync-attributes")).split("\0")
+    assert_include(store, "640 0 0 a")
+  end
+
+  def test_a_killed_run_leaves_old_or_new_and_the_next_run_completes
+    old = {}
+    new = {}
+    12.times do |i|
+      name = "file #{i}"
+      old[name] = Random.bytes(16 * 1024**2)
+      new[name] = Random.bytes(16 * 1024**2)
+      write_old(File.join(@dest, name), old[name])
+      write(File.join(@source, name), new[name])
+    end
+    File.binwrite(File.join(@dir, "settings"), Marshal.dump(settings))
+    runner = "load #{TEMPLATE.dump}; exit OrvaneBackup.new(Marshal.load(File.binread(ARGV[0]))).run"
+    pid = Process.spawn("ruby", "-e", runner, File.join(@dir, "settings"), pgroup: true, out: File::NULL, err: File::NULL)
+    deadline = Time.now + 30
+    until Time.now > deadline || old.keys.any? { |n| File.binread(File.join(@dest, n)) == new[n] }
+      sleep 0.02
+    end
+    Process.kill("KILL", -pid)
+    Process.wait(pid)
+
+    finished = old.keys.count { |n| File.binread(File.join(@dest, n)) == new[n] }
+    old.each_key do |name|
+      content = File.binread(File.join(@dest, name))
+      assert(content == old[name] || content == new[name], "#{name} is neither old nor new")
+    end
+    assert_operator(finished, :<, old.size, "the run was killed half-way")
+    assert_empty(Dir.children(@dest) - old.keys - [".psync-work"])
+
+    assert_equal(0, run_backup)
+    old.each_key { |name| assert(new[name] == File.binread(File.join(@dest, name)), "#{name} is not the new version") }
+    assert_equal(old.keys.sort, Dir.children(@dest).sort)
+  end
+end
