@@ -5,9 +5,11 @@
 # installs it; cron, anacron or manual_backup run it as root. Paths are kept
 # as the bytes that name them on disk.
 
-require "fileutils"
-require "open3"
-require "etc"
+# Libraries load when they are needed: a run with nothing to copy should
+# cost little more than the copy tool itself.
+autoload :FileUtils, "fileutils"
+autoload :Open3, "open3"
+autoload :Etc, "etc"
 
 frequency = "Daily"
 #ov_frequency
@@ -96,7 +98,7 @@ class OrvaneBackup
     end
     OrvaneBackup.write_fresh(run_flag, "#{Process.pid}\n")
     begin
-      FileUtils.rm_f(error_file)
+      File.unlink(error_file) if File.exist?(error_file) || File.symlink?(error_file)
       log("backup started (#{@s[:sourceFolders].size} folder#{@s[:sourceFolders].size == 1 ? '' : 's'})")
       mount_remote_volume if @s[:autoConnect]
       if @s[:repairPermissions]
@@ -110,8 +112,7 @@ class OrvaneBackup
       prune_archives if @s[:shouldArchive]
       finish
     ensure
-      FileUtils.rm_f(progress_file)
-      FileUtils.rm_f(run_flag)
+      [progress_file, run_flag].each { |f| File.unlink(f) if File.exist?(f) || File.symlink?(f) }
     end
     @errors.empty? ? 0 : 1
   end
@@ -146,7 +147,8 @@ class OrvaneBackup
 
     archive_replaced_files(source, destination) if @s[:shouldArchive]
     command = @s[:backupCommand].split(" ") + [source, destination]
-    output, status = Open3.capture2e(*command)
+    output = IO.popen(command, err: [:child, :out], &:read)
+    status = $?
     output.each_line { |l| log("  #{l.chomp}") }
     case status.exitstatus
     when 0
@@ -169,8 +171,8 @@ class OrvaneBackup
   end
 
   def free_bytes(folder)
-    output, status = Open3.capture2("/usr/bin/stat", "-f", "-c", "%a %S", folder)
-    return nil unless status.success?
+    output = IO.popen(["/usr/bin/stat", "-f", "-c", "%a %S", folder], err: File::NULL, &:read)
+    return nil unless $?.success?
     available, block = output.split.map(&:to_i)
     available * block
   end
