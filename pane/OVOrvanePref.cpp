@@ -375,12 +375,7 @@ void OVOrvanePref::performBackup(QObject *sender)
     }
     buildManualScript();
     OVToolLauncher::launch(OVFixedPaths::ManualBackupTool);
-    auto *sheet = new QMessageBox(QMessageBox::Information, OVLocalized("ManualBackup"), OVLocalized("ManualBackupExplanation"), QMessageBox::NoButton, this);
-    sheet->setObjectName(QStringLiteral("manualBackupSheet"));
-    sheet->addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
-    sheet->setWindowModality(Qt::WindowModal);
-    sheet->setAttribute(Qt::WA_DeleteOnClose);
-    sheet->open();
+    showAlertSheet(QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
 }
 
 void OVOrvanePref::viewLog(QObject *sender)
@@ -646,8 +641,13 @@ void OVOrvanePref::verifyToolPermissions()
     if (::stat(OVFixedPaths::ManualBackupToolPath, &st) == 0 && (st.st_mode & S_ISUID)) {
         return;
     }
-    auto *alert = new QMessageBox(QMessageBox::Critical, OVLocalized("InstallationProblem"), OVLocalized("NeedToReinstall"), QMessageBox::NoButton, this);
-    alert->setObjectName(QStringLiteral("installationProblemAlert"));
+    showAlertSheet(QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
+}
+
+void OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
+{
+    auto *alert = new QMessageBox(QMessageBox::Icon(icon), OVLocalized(titleKey), OVLocalized(messageKey), QMessageBox::NoButton, this);
+    alert->setObjectName(name);
     alert->addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
     alert->setWindowModality(Qt::WindowModal);
     alert->setAttribute(Qt::WA_DeleteOnClose);

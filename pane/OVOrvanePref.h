@@ -120,6 +120,8 @@ private:
     void loadBackupItems();
     void prepareTable();
     void connectControls();
+    // An alert on the pane's window with one OK button; icon is a QMessageBox::Icon.
+    void showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name);
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
     std::array<bool, 3> scheduledTypes() const;
