@@ -124,7 +124,8 @@ class OrvaneBackup
     end
     OrvaneBackup.write_fresh(@s[:lastBackup], @started.strftime("%m/%d/%y"))
     log(@errors.empty? ? "backup complete" : "backup finished with #{@errors.size} error#{@errors.size == 1 ? '' : 's'}")
-    notice("--finished", @frequency, @errors.empty? ? "complete" : "errors")
+    # The notice stays up as long as the user likes; the run does not wait.
+    notice_in_background("--finished", @frequency, @errors.empty? ? "complete" : "errors")
   end
 
   # One source onto one destination.

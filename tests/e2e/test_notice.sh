@@ -47,4 +47,39 @@ xdotool key Return
 wait $pid
 check "accepting the prompt lets the backup go" test $? -eq 0
 check "a wrong call is refused" sh -c "! '$notice' --nonsense 2>/dev/null"
+
+# A backup script, run as root, finds the user's display through one of
+# their processes and asks them there.
+id ovnotice >/dev/null 2>&1 || useradd -m ovnotice
+setpriv --reuid=ovnotice --regid=ovnotice --init-groups env -i DISPLAY="$DISPLAY" sleep 600 &
+work=$(mktemp -d)
+mkdir -p "$work/source" "$work/dest"
+echo data > "$work/source/file"
+run_script() {
+    timeout 60 ruby -e 'load ARGV[0]; exit OrvaneBackup.new(eval(ARGV[1])).run' "$(dirname "$0")/../../resources/backup_script.rb" \
+        "{frequency: 'Daily', backupCommand: '$(dirname "$0")/../../tools/psync/psync', sourceFolders: ['$work/source'],
+          destFolders: ['$work/dest'], logfile: '$work/log', lastBackup: '$work/lastbackup', toastApplicationName: '',
+          username: 'ovnotice', remoteBackup: false, showProgress: false, repairPermissions: false, promptBeforeBackup: true,
+          shouldWaitUntilAway: false, autoConnect: false, remoteServerName: '', remoteAccountName: '', remoteVolumeName: '',
+          shouldArchive: false, maxArchives: 0, safetyNetFolder: '', archiveContents: ''}"
+}
+answer() { # answer KEY: wait for the user's prompt, then press KEY in it
+    local prompt
+    prompt=$(timeout 20 xdotool search --sync --onlyvisible --name '^Orvane$' | head -1)
+    sleep 0.5
+    screenshot "$out/script-prompt.png"
+    xdotool windowfocus --sync "$prompt" key --window "$prompt" "$1"
+}
+answer Escape & answering=$!
+run_script; status=$?
+wait $answering
+check "the user declined on their display: no backup" test $status -eq 3 -a ! -e "$work/dest/file"
+answer Return & answering=$!
+run_script; status=$?
+wait $answering
+check "the user agreed: the backup ran" test $status -eq 0 -a -e "$work/dest/file"
+check "the end notice does not hold the run: no run flag is left" test ! -e /tmp/ov_Daily.run
+check "the end notice is shown to the user" sh -c "timeout 10 xdotool search --sync --onlyvisible --name '^Orvane$' >/dev/null"
+screenshot "$out/script-finished-notice.png"
+check "the notice runs as the user, not as root" sh -c "pgrep -u ovnotice -x orvane-notice >/dev/null && ! pgrep -u root -x orvane-notice >/dev/null"
 finish
