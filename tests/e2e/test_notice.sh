@@ -70,16 +70,34 @@ answer() { # answer KEY: wait for the user's prompt, then press KEY in it
     screenshot "$out/script-prompt.png"
     xdotool windowfocus --sync "$prompt" key --window "$prompt" "$1"
 }
+prompt_gone() { # the last prompt has left the screen
+    for _ in $(seq 100); do
+        xdotool search --onlyvisible --name '^Orvane$' >/dev/null 2>&1 || return 0
+        sleep 0.1
+    done
+    return 1
+}
+answer Return & answering=$!
+run_script; status=$?
+wait $answering
+check "the user agreed on their display: the backup ran" test $status -eq 0 -a -e "$work/dest/file"
+check "the end notice does not hold the run: no run flag is left" test ! -e /tmp/ov_Daily.run
+shown_as_user() {
+    for _ in $(seq 50); do
+        pgrep -u ovnotice -x orvane-notice >/dev/null && ! pgrep -u root -x orvane-notice >/dev/null && return 0
+        sleep 0.2
+    done
+    return 1
+}
+check "the end notice is up, shown as the user, not as root" shown_as_user
+sleep 1
+screenshot "$out/script-finished-notice.png"
+pkill -u ovnotice -x orvane-notice
+prompt_gone
+
+rm -rf "$work/dest/file"
 answer Escape & answering=$!
 run_script; status=$?
 wait $answering
 check "the user declined on their display: no backup" test $status -eq 3 -a ! -e "$work/dest/file"
-answer Return & answering=$!
-run_script; status=$?
-wait $answering
-check "the user agreed: the backup ran" test $status -eq 0 -a -e "$work/dest/file"
-check "the end notice does not hold the run: no run flag is left" test ! -e /tmp/ov_Daily.run
-check "the end notice is shown to the user" sh -c "timeout 10 xdotool search --sync --onlyvisible --name '^Orvane$' >/dev/null"
-screenshot "$out/script-finished-notice.png"
-check "the notice runs as the user, not as root" sh -c "pgrep -u ovnotice -x orvane-notice >/dev/null && ! pgrep -u root -x orvane-notice >/dev/null"
 finish
