@@ -10,12 +10,6 @@
 namespace
 {
 const char *const Identifiers[] = {"checkColumn", "frequencyColumn", "sourceColumn", "destColumn"};
-
-QIcon iconFor(const QString &path)
-{
-    static QFileIconProvider provider;
-    return path.isEmpty() ? QIcon() : provider.icon(QFileInfo(path));
-}
 }
 
 OVBackupItemModel::OVBackupItemModel(QObject *parent)
@@ -132,27 +126,34 @@ void OVBackupItemModel::setFrequencyTitles(const QStringList &titles)
     }
 }
 
+QIcon OVBackupItemModel::iconFor(const QString &path)
+{
+    static QFileIconProvider provider;
+    return path.isEmpty() ? QIcon() : provider.icon(QFileInfo(path));
+}
+
+// [label, separator,] "Choose Folder…"
+static QVector<OVBackupItemModel::MenuEntry> folderMenu(const QString &label, const QString &path, int chooseTag)
+{
+    QVector<OVBackupItemModel::MenuEntry> menu;
+    if (!label.isNull()) {
+        menu.append({label, OVBackupItemModel::LabelTag, false, path});
+        menu.append({QString(), OVBackupItemModel::LabelTag, true, QString()});
+    }
+    menu.append({OVLocalized("ChooseFolder"), chooseTag, false, QString()});
+    return menu;
+}
+
 QVector<OVBackupItemModel::MenuEntry> OVBackupItemModel::sourceMenu(int row) const
 {
-    QVector<MenuEntry> menu;
     const OVBackupItem &item = m_items.at(row);
-    if (!item.backupSource().isNull()) {
-        menu.append({item.backupSource(), LabelTag, false, item.sourcePath()});
-        menu.append({QString(), LabelTag, true, QString()});
-    }
-    menu.append({OVLocalized("ChooseFolder"), ChooseSourceTag, false, QString()});
-    return menu;
+    return folderMenu(item.backupSource(), item.sourcePath(), ChooseSourceTag);
 }
 
 QVector<OVBackupItemModel::MenuEntry> OVBackupItemModel::destMenu(int row) const
 {
-    QVector<MenuEntry> menu;
     const OVBackupItem &item = m_items.at(row);
-    if (!item.backupDestination().isNull()) {
-        menu.append({item.backupDestination(), LabelTag, false, item.destPath()});
-        menu.append({QString(), LabelTag, true, QString()});
-    }
-    menu.append({OVLocalized("ChooseFolder"), ChooseDestinationTag, false, QString()});
+    QVector<MenuEntry> menu = folderMenu(item.backupDestination(), item.destPath(), ChooseDestinationTag);
     if (m_toastInstalled) {
         menu.append({QString(), LabelTag, true, QString()});
         menu.append({OVLocalized("ToastMenuItem"), ToastTag, false, m_fullPathToToast});

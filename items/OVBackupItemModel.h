@@ -3,6 +3,7 @@
 #include "OVBackupItem.h"
 
 #include <QAbstractTableModel>
+#include <QIcon>
 #include <QStringList>
 #include <QVector>
 
@@ -62,6 +63,8 @@ public:
     // destination [separator, Toast] while Toast is installed. An item's
     // stored index is an index in these menus.
     QVector<MenuEntry> sourceMenu(int row) const;
+    // The file manager's icon of a menu entry's folder.
+    static QIcon iconFor(const QString &path);
     QVector<MenuEntry> destMenu(int row) const;
     // The destination entry shown: Toast for a Toast item while it is there.
     int selectedDestIndex(int row) const;

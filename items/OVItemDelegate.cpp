@@ -3,8 +3,6 @@
 #include "OVBackupItemModel.h"
 
 #include <QComboBox>
-#include <QFileIconProvider>
-#include <QFileInfo>
 
 namespace
 {
@@ -12,13 +10,12 @@ constexpr int TagRole = Qt::UserRole + 1;
 
 void fill(QComboBox *popUp, const QVector<OVBackupItemModel::MenuEntry> &menu)
 {
-    static QFileIconProvider icons;
     for (const auto &entry : menu) {
         if (entry.separator) {
             popUp->insertSeparator(popUp->count());
             continue;
         }
-        popUp->addItem(entry.iconPath.isEmpty() ? QIcon() : icons.icon(QFileInfo(entry.iconPath)), entry.title);
+        popUp->addItem(OVBackupItemModel::iconFor(entry.iconPath), entry.title);
         popUp->setItemData(popUp->count() - 1, entry.tag, TagRole);
     }
 }

@@ -2,5 +2,5 @@
 # Runs a test binary as root with a system D-Bus and polkitd in the sandbox,
 # so the pane's lock can really open.
 set -u
-. "$(dirname "$0")/../e2e/polkit.sh"
+. "$(dirname "$0")/polkit.sh"
 QT_QPA_PLATFORM=offscreen "$@"
