@@ -10,7 +10,7 @@ eval "$(dbus-launch --sh-syntax)"
 passed=0
 failed=0
 check() { # check DESCRIPTION COMMAND...
-    if "${@:2}"; then passed=$((passed + 1)); echo "ok: $1"; else failed=$((failed + 1)); echo "FAILED: $1"; fi
+    if "${@:2}"; then passed=$((passed + 1)); echo "ok: $1"; else failed=$((failed + 1)); echo "FAILED: $1"; return 1; fi
 }
 finish() {
     echo "$passed passed, $failed failed"
