@@ -69,7 +69,7 @@ private Q_SLOTS:
         QCOMPARE(modeOf(OVFixedPaths::ApplicationSupportFolder), mode_t(01775));
 
         QCOMPARE(pane.backupItems()->rowCount(), 1);
-        QCOMPARE(pane.backupItems()->item(0).frequencyColumn(), int(OVBackupItem::Manual));
+        QCOMPARE(pane.backupItems()->item(0).frequencyColumn(), int(OVFrequency::Manual));
         QVERIFY(pane.backupItems()->item(0).checkColumn());
 
         // No settings yet: backups on, locked, and the switch can't be used.
