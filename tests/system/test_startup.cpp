@@ -78,6 +78,10 @@ private Q_SLOTS:
         QVERIFY(!master->isEnabled());
         QVERIFY(pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked());
         QVERIFY(!pane.isAuthorized());
+        // The master switch's pass at start-up leaves a locked pane unusable.
+        for (const char *control : {"optionsButton", "addFolderButton", "backupButton", "lastDailyBackup"}) {
+            QVERIFY2(!pane.findChild<QWidget *>(QLatin1String(control))->isEnabled(), control);
+        }
 
         QVERIFY(!QFile::exists(path(OVFixedPaths::TmpDailyScript)));
         QVERIFY(!QFile::exists(path(OVFixedPaths::TmpWeeklyScript)));
