@@ -60,7 +60,6 @@ OVToast::Detection OVToast::detect(const QStringList &folders)
             QString name = QFileInfo(bundle).fileName();
             name.truncate(name.lastIndexOf(QLatin1Char('.')));
             result.applicationName = name;
-            result.applicationNameLine = QStringLiteral("toastApplicationName = \"%1\"").arg(name);
             return result;
         }
     }

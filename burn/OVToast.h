@@ -13,10 +13,8 @@ public:
         // The bundle's path as its file URL reads with "%20" turned into
         // spaces and "file://localhost" taken off; other escapes stay.
         QString fullPath;
-        // Its file name without the extension, e.g. "Toast Titanium", and
-        // the script line naming it: toastApplicationName = "Toast Titanium".
+        // Its file name without the extension, e.g. "Toast Titanium".
         QString applicationName;
-        QString applicationNameLine;
     };
 
     // "/Applications" and "~/Applications".

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ovfixedpaths.h"
+
 #include <QString>
 #include <QVariantMap>
 
@@ -9,14 +11,9 @@
 class OVBackupItem
 {
 public:
-    enum Frequency {
-        Daily = 0,
-        Weekly = 1,
-        Monthly = 2,
-        // Index 3 of the frequency menu is its separator: no schedule.
-        NoSchedule = 3,
-        Manual = 4,
-    };
+    // The frequency column holds an OVFrequency; index 3 of the frequency
+    // menu is its separator: no schedule.
+    static constexpr int NoSchedule = 3;
 
     OVBackupItem() = default;
     // From a settings-style dictionary ("CheckColumn", "FrequencyColumn", ...).
@@ -29,6 +26,7 @@ public:
     bool toast() const { return m_toast; }
     void setToast(bool value) { m_toast = value; }
     qint32 frequencyColumn() const { return m_frequencyColumn; }
+    bool hasFrequency(OVFrequency frequency) const { return m_frequencyColumn == int(frequency); }
     void setFrequencyColumn(qint32 value) { m_frequencyColumn = value; }
     qint32 sourceColumn() const { return m_sourceColumn; }
     void setSourceColumn(qint32 value) { m_sourceColumn = value; }
@@ -45,6 +43,8 @@ public:
 
     // Has a source, and a destination or the Toast flag.
     bool isComplete() const;
+    // Ticked, complete and of that frequency: it reaches that script.
+    bool qualifiesFor(OVFrequency frequency) const { return hasFrequency(frequency) && checkColumn() && isComplete(); }
 
     // Field access by column identifier, as the table reaches the four
     // columns ("checkColumn", "frequencyColumn", "sourceColumn", "destColumn").

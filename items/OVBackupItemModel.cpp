@@ -46,7 +46,7 @@ void OVBackupItemModel::createNewBackupItem()
 {
     const OVBackupItem item = OVBackupItem::initWithValues({
         {QStringLiteral("CheckColumn"), true},
-        {QStringLiteral("FrequencyColumn"), OVBackupItem::Manual},
+        {QStringLiteral("FrequencyColumn"), int(OVFrequency::Manual)},
         {QStringLiteral("SourceColumn"), 0},
         {QStringLiteral("DestColumn"), 0},
     });
@@ -67,18 +67,18 @@ void OVBackupItemModel::removeItem(int row)
 
 bool OVBackupItemModel::hasBackupType(const QString &type) const
 {
-    int frequency;
-    if (type == QLatin1String("daily")) {
-        frequency = OVBackupItem::Daily;
-    } else if (type == QLatin1String("weekly")) {
-        frequency = OVBackupItem::Weekly;
-    } else if (type == QLatin1String("monthly")) {
-        frequency = OVBackupItem::Monthly;
-    } else {
-        return false;
+    for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
+        if (type == QLatin1String(files.word)) {
+            return hasBackupType(files.frequency);
+        }
     }
+    return false;
+}
+
+bool OVBackupItemModel::hasBackupType(OVFrequency frequency) const
+{
     return std::any_of(m_items.cbegin(), m_items.cend(), [frequency](const OVBackupItem &item) {
-        return item.frequencyColumn() == frequency && item.checkColumn() && item.isComplete();
+        return item.qualifiesFor(frequency);
     });
 }
 
@@ -94,7 +94,7 @@ bool OVBackupItemModel::validateBackupItems(bool toastInstalled) const
             allValid = false;
         } else if (item.destPath().isNull() && !(item.toast() && toastInstalled)) {
             allValid = false;
-        } else if (item.frequencyColumn() == OVBackupItem::Manual) {
+        } else if (item.frequencyColumn() == int(OVFrequency::Manual)) {
             hasManual = true;
         }
     }

@@ -43,6 +43,7 @@ public:
     // A ticked item of that schedule ("daily", "weekly", "monthly") with a
     // source and a destination or the Toast flag.
     bool hasBackupType(const QString &type) const;
+    bool hasBackupType(OVFrequency frequency) const;
     // At least one complete, ticked and enabled manual item, and no ticked
     // and enabled item incomplete.
     bool validateBackupItems(bool toastInstalled) const;

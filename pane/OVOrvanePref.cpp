@@ -2,9 +2,8 @@
 
 #include "OVBackupItemModel.h"
 #include "OVBundle.h"
-#include "OVFolderLabel.h"
-#include "OVItemDelegate.h"
 #include "OVItemArchive.h"
+#include "OVItemsTable.h"
 #include "OVLocalizedStrings.h"
 #include "OVLock.h"
 #include "OVLogSheet.h"
@@ -13,27 +12,20 @@
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
 #include "OVSettingsDomain.h"
+#include "OVSettingsTable.h"
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
 #include "OVStatusMonitor.h"
-#include "OVToast.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
-#include "ui_optionssheet.h"
-#include "OVTemporaryFile.h"
 #include "ui_orvanepref.h"
 
-#include <QCheckBox>
 #include <QDir>
-#include <QFileDialog>
 #include <QFileInfo>
-#include <QHeaderView>
 #include <QMessageBox>
 #include <QTimer>
 
-#include <pwd.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     : KCModule(parent, args)
@@ -54,6 +46,7 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
                                               return m_isAuthorized;
                                           },
                                           this);
+    m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     connectControls();
     mainViewDidLoad();
 }
@@ -74,8 +67,9 @@ void OVOrvanePref::connectControls()
     action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
-    action(m_optionsSheet->ui()->chooseArchiveFolderButton, &OVOrvanePref::chooseSafetyNetFolder);
-    action(m_optionsSheet->ui()->openArchiveFolderButton, &OVOrvanePref::openSafetyNetFolder);
+    connect(m_optionsSheet, &OVOptionsSheet::chooseSafetyNetFolderRequested, this, &OVOrvanePref::chooseSafetyNetFolder);
+    connect(m_optionsSheet, &OVOptionsSheet::openSafetyNetFolderRequested, this, &OVOrvanePref::openSafetyNetFolder);
+    connect(m_itemsTable, &OVItemsTable::changed, this, &OVOrvanePref::updateUI);
     connect(m_ui->masterPopUp, qOverload<int>(&QComboBox::activated), this, [this] {
         masterToggle(m_ui->masterPopUp);
     });
@@ -91,14 +85,13 @@ OVOrvanePref::~OVOrvanePref() = default;
 
 void OVOrvanePref::mainViewDidLoad()
 {
-    m_savedSettings = OVSettingsDomain::read();
+    const std::optional<QVariantMap> saved = OVSettingsDomain::read();
     const QString home = QDir::homePath();
 
     OVStartupFiles::installAlertSound(home);
     OVSoundMenu::fill(m_optionsSheet->soundPopUp(),
                       OVSoundMenu::soundFolders(home),
                       QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
-    prepareTable();
 
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
@@ -106,12 +99,12 @@ void OVOrvanePref::mainViewDidLoad()
     restoreSavedOptions();
     createSafetyNetFolder(this);
 
-    const int master = m_savedSettings ? m_savedSettings->value(QStringLiteral("Master")).toInt() : 0;
+    const int master = OVSettingsTable::value(saved.value_or(QVariantMap()), "Master").toInt();
     m_ui->masterPopUp->setCurrentIndex(master >= 0 && master < m_ui->masterPopUp->count() ? master : 0);
 
     // An administrator who left the pane open finds it open, without a
     // password; everyone else starts locked.
-    const bool unlocked = isAdminUser() && m_savedSettings && !m_savedSettings->value(QStringLiteral("Locked")).toBool();
+    const bool unlocked = isAdminUser() && saved && !OVSettingsTable::value(*saved, "Locked").toBool();
     showLockLook(unlocked);
     authorizationChanged(unlocked);
     m_ui->masterPopUp->setEnabled(m_isAuthorized);
@@ -178,18 +171,18 @@ void OVOrvanePref::removePrivilege()
     initPrivilege();
 }
 
+bool OVOrvanePref::backupsOn() const
+{
+    return m_ui->masterPopUp->currentIndex() == 0;
+}
+
 void OVOrvanePref::masterToggle(QObject *sender)
 {
     Q_UNUSED(sender)
-    const bool on = m_ui->masterPopUp->currentIndex() == 0;
+    const bool on = backupsOn();
     if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 1) {
         OVToolLauncher::launch(OVFixedPaths::RemoveScriptsTool);
-        if (m_useAnacron) {
-            restoreAnacrontab();
-        } else {
-            restoreCrontab();
-        }
-        installCrontab();
+        OVScheduleTables::removeSchedule(m_useAnacron);
     }
     m_ui->masterPopUp->setEnabled(m_isAuthorized);
     setTableEnabled(on && m_isAuthorized);
@@ -213,7 +206,7 @@ void OVOrvanePref::setTableEnabled(bool enabled)
 void OVOrvanePref::updateUI()
 {
     m_ui->tableView->viewport()->update();
-    const bool on = m_ui->masterPopUp->currentIndex() == 0;
+    const bool on = backupsOn();
     m_ui->deleteFolderButton->setEnabled(on && m_isAuthorized && m_backupItems->rowCount() > 1);
     // In this order: the items are checked whenever backups are on.
     m_ui->backupButton->setEnabled(on && validateBackupItems() && m_isAuthorized && !isBackupRunning());
@@ -231,7 +224,11 @@ void OVOrvanePref::updateLogButtons()
 
 std::array<bool, 3> OVOrvanePref::scheduledTypes() const
 {
-    return {hasBackupType(QStringLiteral("daily")), hasBackupType(QStringLiteral("weekly")), hasBackupType(QStringLiteral("monthly"))};
+    std::array<bool, 3> types{};
+    for (std::size_t i = 0; i < OVFixedPaths::ScheduledCount; ++i) {
+        types[i] = m_backupItems->hasBackupType(OVFixedPaths::Scheduled[i].frequency);
+    }
+    return types;
 }
 
 void OVOrvanePref::buildCrontab()
@@ -264,113 +261,29 @@ void OVOrvanePref::installCrontab()
     OVScheduleTables::installCrontab();
 }
 
-namespace
-{
-struct ScriptFiles {
-    const char *frequency;
-    const char *prefix;
-    const char *temporary;
-    const char *logfile;
-    const char *folder;
-};
-const ScriptFiles Scheduled[] = {
-    {"Daily", "daily", OVFixedPaths::TmpDailyScript, OVFixedPaths::DailyLog, OVFixedPaths::DailyFolder},
-    {"Weekly", "weekly", OVFixedPaths::TmpWeeklyScript, OVFixedPaths::WeeklyLog, OVFixedPaths::WeeklyFolder},
-    {"Monthly", "monthly", OVFixedPaths::TmpMonthlyScript, OVFixedPaths::MonthlyLog, OVFixedPaths::MonthlyFolder},
-};
-
-QString currentUserName()
-{
-    const passwd *pw = getpwuid(getuid());
-    return pw ? QString::fromLocal8Bit(pw->pw_name) : QString();
-}
-}
-
-OVScriptBuilder::FrequencyOptions OVOrvanePref::frequencyOptions(const char *prefix) const
-{
-    auto checked = [this, prefix](const char *option) {
-        const auto *check = m_optionsSheet->findChild<QCheckBox *>(QString::fromLatin1(prefix) + QString::fromLatin1(option));
-        return check && check->isChecked();
-    };
-    OVScriptBuilder::FrequencyOptions options;
-    options.mirror = checked("MirrorFoldersCheck");
-    options.remote = checked("RemoteBackupCheck");
-    options.showProgress = checked("ShowProgressCheck");
-    options.repairPermissions = checked("RepairPermissionsCheck");
-    return options;
-}
-
-OVScriptBuilder::SharedOptions OVOrvanePref::sharedScriptOptions(bool scheduled) const
-{
-    const Ui::OVOptionsSheet *ui = m_optionsSheet->ui();
-    OVScriptBuilder::SharedOptions shared;
-    shared.scheduled = scheduled;
-    shared.promptBeforeBackup = ui->promptBeforeBackupCheck->isChecked();
-    shared.waitUntilAway = ui->waitUntilAwayCheck->isChecked();
-    shared.autoConnect = ui->autoConnectCheck->isChecked();
-    shared.server = ui->serverAddressField->text();
-    shared.account = ui->userNameField->text();
-    shared.volume = ui->volumeField->text();
-    shared.safetyNet = ui->useSafetyNetCheck->isChecked();
-    shared.maxArchives = ui->maxArchivesField->text();
-    shared.archiveIndex = ui->archivePopUp->currentIndex();
-    shared.safetyNetFolder = m_safetyNet->safetyNetFolder();
-    shared.toastApplication = m_toastName;
-    shared.username = currentUserName();
-    return shared;
-}
-
-void OVOrvanePref::gatherItems(int frequency, QList<QByteArray> &sources, QList<QByteArray> &destinations) const
-{
-    for (const OVBackupItem &item : m_backupItems->items()) {
-        if (item.frequencyColumn() != frequency || !item.checkColumn() || !item.isComplete()) {
-            continue;
-        }
-        sources.append(QFile::encodeName(item.sourcePath()));
-        destinations.append(item.toast() ? QByteArray("Toast") : QFile::encodeName(item.destPath()));
-    }
-}
-
 void OVOrvanePref::buildScheduledScripts()
 {
-    const QByteArray templateText = OVScriptBuilder::readTemplate();
-    const OVScriptBuilder::SharedOptions shared = sharedScriptOptions(true);
-    for (int frequency = 0; frequency < 3; ++frequency) {
-        const ScriptFiles &files = Scheduled[frequency];
-        OVTemporaryFile::remove(QString::fromUtf8(files.temporary));
-        OVScriptBuilder::Script script;
-        gatherItems(frequency, script.sources, script.destinations);
-        if (script.sources.isEmpty() || templateText.isEmpty()) {
-            continue;
-        }
-        script.frequency = files.frequency;
-        script.logfile = files.logfile;
-        script.lastBackup = QByteArray(files.folder) + "/.lastbackup";
-        script.options = frequencyOptions(files.prefix);
-        OVTemporaryFile::write(QString::fromUtf8(files.temporary), OVScriptBuilder::fill(templateText, script, shared));
-    }
+    OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
+    shared.toastApplication = m_toast.applicationName;
+    OVScriptBuilder::buildScheduledScripts(
+        m_backupItems->items(),
+        [this](OVFrequency frequency) {
+            return m_optionsSheet->frequencyOptions(frequency);
+        },
+        shared);
 }
 
 void OVOrvanePref::buildManualScript()
 {
-    OVScriptBuilder::Script script;
-    gatherItems(OVBackupItem::Manual, script.sources, script.destinations);
-    const QByteArray templateText = OVScriptBuilder::readTemplate();
-    if (script.sources.isEmpty() || templateText.isEmpty()) {
-        return;
-    }
-    // A manual run logs and marks as a daily one.
-    script.frequency = "Daily";
-    script.logfile = OVFixedPaths::DailyLog;
-    script.lastBackup = QByteArray(OVFixedPaths::DailyFolder) + "/.lastbackup";
-    script.options = frequencyOptions("manually");
-    OVTemporaryFile::write(QString::fromUtf8(OVFixedPaths::TmpManualScript), OVScriptBuilder::fill(templateText, script, sharedScriptOptions(false)));
+    OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
+    shared.toastApplication = m_toast.applicationName;
+    OVScriptBuilder::buildManualScript(m_backupItems->items(), m_optionsSheet->frequencyOptions(OVFrequency::Manual), shared);
 }
 
 void OVOrvanePref::performBackup(QObject *sender)
 {
     Q_UNUSED(sender)
-    if (m_ui->masterPopUp->currentIndex() != 0) {
+    if (!backupsOn()) {
         return;
     }
     buildManualScript();
@@ -390,30 +303,6 @@ void OVOrvanePref::hideLogSheet(QObject *sender)
     Q_UNUSED(sender)
     saveChanges(nullptr, nullptr);
     m_logSheet->done(QDialog::Accepted);
-}
-
-void OVOrvanePref::prepareTable()
-{
-    // The frequency menu's fourth entry is no frequency: a separator.
-    QComboBox *frequencies = m_ui->frequencyMenu;
-    frequencies->removeItem(OVBackupItem::NoSchedule);
-    frequencies->insertSeparator(OVBackupItem::NoSchedule);
-    QStringList titles;
-    for (int i = 0; i < frequencies->count(); ++i) {
-        titles.append(frequencies->itemText(i));
-    }
-    m_backupItems->setFrequencyTitles(titles);
-
-    m_ui->tableView->setModel(m_backupItems);
-    auto *delegate = new OVItemDelegate(m_ui->tableView);
-    m_ui->tableView->setItemDelegate(delegate);
-    connect(delegate, &OVItemDelegate::entryChosen, this, &OVOrvanePref::menuEntryChosen, Qt::QueuedConnection);
-    connect(m_backupItems, &OVBackupItemModel::itemEdited, this, &OVOrvanePref::updateUI);
-    QHeaderView *header = m_ui->tableView->horizontalHeader();
-    header->setSectionResizeMode(OVBackupItemModel::CheckColumn, QHeaderView::ResizeToContents);
-    header->setSectionResizeMode(OVBackupItemModel::FrequencyColumn, QHeaderView::ResizeToContents);
-    header->setSectionResizeMode(OVBackupItemModel::SourceColumn, QHeaderView::Stretch);
-    header->setSectionResizeMode(OVBackupItemModel::DestColumn, QHeaderView::Stretch);
 }
 
 void OVOrvanePref::loadBackupItems()
@@ -438,10 +327,10 @@ void OVOrvanePref::restoreSavedOptions()
     m_optionsSheet->selectSoundTitled(QStringLiteral("Magic Bell"));
     if (domain) {
         m_optionsSheet->restore(*domain);
-        const QString folder = domain->value(QStringLiteral("SafetyNetFolder")).toString();
+        const QString folder = OVSettingsTable::value(*domain, "SafetyNetFolder").toString();
         m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
-        m_logSheet->setShowOnlyErrors(domain->value(QStringLiteral("ShowOnlyErrors")).toBool());
-        m_useAnacron = domain->value(QStringLiteral("UseAnacron")).toBool();
+        m_logSheet->setShowOnlyErrors(OVSettingsTable::value(*domain, "ShowOnlyErrors").toBool());
+        m_useAnacron = OVSettingsTable::value(*domain, "UseAnacron").toBool();
     }
     m_optionsSheet->updatePrefsUI();
 }
@@ -458,21 +347,14 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     domain.insert(QStringLiteral("Locked"), m_ui->lockButton->isChecked());
     OVSettingsDomain::replace(domain);
 
-    const bool on = m_ui->masterPopUp->currentIndex() == 0;
-    if (m_isAuthorized && on) {
-        if (m_useAnacron && buildAnacrontab()) {
-            restoreCrontab();
-        } else {
-            buildCrontab();
-            restoreAnacrontab();
-        }
-        installCrontab();
+    if (m_isAuthorized && backupsOn()) {
+        OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), scheduledTypes());
     }
 
     OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {
         OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool);
-        if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 0) {
+        if (backupsOn()) {
             buildScheduledScripts();
             OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool);
         }
@@ -483,11 +365,10 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 void OVOrvanePref::showOptions(QObject *sender)
 {
     Q_UNUSED(sender)
-    m_optionsSheet->ui()->optionsTabView->setCurrentIndex(0);
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
     restoreSavedOptions();
-    m_optionsSheet->open();
+    m_optionsSheet->openOnFirstTab();
     m_optionsSheet->setAnacronInControl(m_useAnacron && QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab)));
 }
 
@@ -531,7 +412,7 @@ bool OVOrvanePref::hasBackupType(const QString &type) const
 
 bool OVOrvanePref::validateBackupItems() const
 {
-    return m_backupItems->validateBackupItems(m_isToastInstalled);
+    return m_backupItems->validateBackupItems(m_toast.installed);
 }
 
 void OVOrvanePref::createNewBackupItem()
@@ -549,90 +430,29 @@ void OVOrvanePref::addBackupItem(QObject *sender)
 
 void OVOrvanePref::setToastInstalled()
 {
-    const OVToast::Detection toast = OVToast::detect(OVToast::applicationFolders());
-    m_isToastInstalled = toast.installed;
-    if (toast.installed) {
-        m_fullPathToToast = toast.fullPath;
-        m_toastApplicationName = toast.applicationNameLine;
-        m_toastName = toast.applicationName;
-    }
-    m_backupItems->setToast(m_isToastInstalled, m_fullPathToToast);
-}
-
-int OVOrvanePref::selectedRow() const
-{
-    const QItemSelectionModel *selection = m_ui->tableView->selectionModel();
-    const QModelIndexList rows = selection ? selection->selectedRows() : QModelIndexList();
-    return rows.isEmpty() ? -1 : rows.first().row();
-}
-
-void OVOrvanePref::menuEntryChosen(int row, int column, int tag)
-{
-    Q_UNUSED(row)
-    if (column == OVBackupItemModel::SourceColumn && tag == OVBackupItemModel::ChooseSourceTag) {
-        chooseFolder(tag);
-    } else if (column == OVBackupItemModel::DestColumn) {
-        if (tag == OVBackupItemModel::ChooseDestinationTag) {
-            chooseFolder(tag);
-        } else {
-            setToastFlag(tag);
-        }
-    }
+    m_toast = OVToast::detect(OVToast::applicationFolders());
+    m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
 }
 
 void OVOrvanePref::chooseFolder(int tag)
 {
-    const int row = selectedRow();
-    if (row < 0) {
-        return;
-    }
-    m_currentCell = tag;
-    if (tag == OVBackupItemModel::ChooseDestinationTag) {
-        setToastFlag(tag);
-    }
-    const OVBackupItem &item = m_backupItems->item(row);
-    const QString current = tag == OVBackupItemModel::ChooseDestinationTag ? item.destPath() : item.sourcePath();
-    auto *panel = new QFileDialog(this);
-    panel->setObjectName(QStringLiteral("folderPanel"));
-    panel->setAttribute(Qt::WA_DeleteOnClose);
-    panel->setFileMode(QFileDialog::Directory);
-    panel->setOption(QFileDialog::ShowDirsOnly);
-    panel->setLabelText(QFileDialog::Accept, OVLocalized("Choose"));
-    panel->setDirectory(!current.isEmpty() && QFileInfo(current).isDir() ? current : QDir::homePath());
-    panel->setWindowModality(Qt::WindowModal);
-    connect(panel, &QFileDialog::finished, this, [this, panel](int result) {
-        const QStringList chosen = panel->selectedFiles();
-        openPanelDidEnd(result == QDialog::Accepted ? 1 : 0, chosen.isEmpty() ? QString() : chosen.constFirst());
-    });
-    panel->open();
+    m_itemsTable->chooseFolder(tag);
 }
 
 void OVOrvanePref::openPanelDidEnd(int returnCode, const QString &path)
 {
-    const int row = selectedRow();
-    if (returnCode == 1 && row >= 0 && !path.isEmpty()) {
-        m_backupItems->setFolder(row, m_currentCell, path, OVFolderLabel::labelForPath(path));
-    }
-    updateUI();
+    m_itemsTable->openPanelDidEnd(returnCode, path);
 }
 
 void OVOrvanePref::setToastFlag(int tag)
 {
-    const int row = selectedRow();
-    if (row >= 0) {
-        m_backupItems->setToastFlag(row, tag == OVBackupItemModel::ToastTag);
-    }
+    m_itemsTable->setToastFlag(tag);
 }
 
 void OVOrvanePref::deleteBackupItem(QObject *sender)
 {
     Q_UNUSED(sender)
-    const QModelIndexList selected = m_ui->tableView->selectionModel() ? m_ui->tableView->selectionModel()->selectedRows() : QModelIndexList();
-    if (selected.isEmpty()) {
-        return;
-    }
-    m_backupItems->removeItem(selected.first().row());
-    updateUI();
+    m_itemsTable->deleteSelected();
 }
 
 void OVOrvanePref::verifyToolPermissions()

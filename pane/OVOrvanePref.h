@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OVScriptBuilder.h"
+#include "OVToast.h"
 
 #include <KCModule>
 
@@ -11,6 +11,7 @@
 #include <optional>
 
 class OVBackupItemModel;
+class OVItemsTable;
 class OVLock;
 class OVLogSheet;
 class OVOptionsSheet;
@@ -22,9 +23,10 @@ namespace Ui
 class OVOrvanePrefView;
 }
 
-// The Orvane module of System Settings. It wires the subsystems together:
-// the items and their table, the options, the lock, the schedule and the
-// status monitor each live in their own class.
+// The Orvane module of System Settings. It only orders the subsystems' work
+// (start-up, save, lock, master switch): the items and their table, the
+// options, the lock, the scripts, the schedule and the status monitor each
+// live in their own folder.
 class OVOrvanePref : public KCModule
 {
     Q_OBJECT
@@ -45,9 +47,9 @@ public:
     bool validateBackupItems() const;
     void createNewBackupItem();
     bool isAuthorized() const { return m_isAuthorized; }
-    bool isToastInstalled() const { return m_isToastInstalled; }
-    QString fullPathToToast() const { return m_fullPathToToast; }
-    QString toastApplicationName() const { return m_toastApplicationName; }
+    bool isToastInstalled() const { return m_toast.installed; }
+    QString fullPathToToast() const { return m_toast.fullPath; }
+    QString toastApplicationName() const { return m_toast.applicationName; }
     // Finds Toast among the applications (at start-up).
     void setToastInstalled();
     bool useAnacron() const { return m_useAnacron; }
@@ -118,18 +120,13 @@ protected:
 
 private:
     void loadBackupItems();
-    void prepareTable();
     void connectControls();
+    bool backupsOn() const;
     // An alert on the pane's window with one OK button; icon is a QMessageBox::Icon.
     void showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name);
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
     std::array<bool, 3> scheduledTypes() const;
-    OVScriptBuilder::FrequencyOptions frequencyOptions(const char *prefix) const;
-    OVScriptBuilder::SharedOptions sharedScriptOptions(bool scheduled) const;
-    void gatherItems(int frequency, QList<QByteArray> &sources, QList<QByteArray> &destinations) const;
-    int selectedRow() const;
-    void menuEntryChosen(int row, int column, int tag);
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
     OVSafetyNet *m_safetyNet;
@@ -138,14 +135,9 @@ private:
     OVBackupItemModel *m_backupItems;
     OVLock *m_lock;
     OVStatusMonitor *m_statusMonitor;
-    std::optional<QVariantMap> m_savedSettings;
+    OVItemsTable *m_itemsTable;
     bool m_isAuthorized = false;
-    bool m_isToastInstalled = false;
-    QString m_fullPathToToast;
-    QString m_toastApplicationName;
-    QString m_toastName;
-    // Which cell opened the folder dialog: 1 source, 2 destination.
-    int m_currentCell = 0;
+    OVToast::Detection m_toast;
     bool m_useAnacron = false;
     // The host's window, watched so that closing it saves (the host
     // destroys the module before the application quits).

@@ -36,15 +36,15 @@ void createSupportFolders()
 {
     createFolder(OVFixedPaths::ApplicationSupportFolder, false);
     createFolder(OVFixedPaths::SupportFolder, true);
-    createFolder(OVFixedPaths::DailyFolder, true);
-    createFolder(OVFixedPaths::WeeklyFolder, true);
-    createFolder(OVFixedPaths::MonthlyFolder, true);
+    for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
+        createFolder(files.folder, true);
+    }
 }
 
 void removeLeftoverScripts()
 {
-    OVTemporaryFile::remove(QString::fromUtf8(OVFixedPaths::TmpDailyScript));
-    OVTemporaryFile::remove(QString::fromUtf8(OVFixedPaths::TmpWeeklyScript));
-    OVTemporaryFile::remove(QString::fromUtf8(OVFixedPaths::TmpMonthlyScript));
+    for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
+        OVTemporaryFile::remove(QString::fromUtf8(files.tmpScript));
+    }
 }
 }

@@ -10,8 +10,6 @@ namespace OVScheduleTables
 {
 namespace
 {
-const char *const Scripts[] = {OVFixedPaths::DailyScript, OVFixedPaths::WeeklyScript, OVFixedPaths::MonthlyScript};
-
 std::optional<QByteArray> readFile(const char *path)
 {
     QFile file(QString::fromUtf8(path));
@@ -35,37 +33,38 @@ void writeTemporary(const char *path, const QByteArray &text)
 }
 }
 
-QByteArray scriptPath(Schedule schedule)
+QByteArray scriptPath(OVFrequency schedule)
 {
-    return QByteArray(Scripts[schedule]);
+    return QByteArray(OVFixedPaths::files(schedule).script);
 }
 
-QByteArray cronLine(Schedule schedule, const Times &t)
+QByteArray cronLine(OVFrequency schedule, const Times &t)
 {
     const QByteArray quoted = '"' + scriptPath(schedule) + '"';
     switch (schedule) {
-    case Daily:
+    case OVFrequency::Daily:
         return QByteArray::number(t.dailyMinute) + '\t' + QByteArray::number(t.dailyHour) + "\t*\t*\t*\troot\t" + quoted + '\n';
-    case Weekly:
+    case OVFrequency::Weekly:
         return QByteArray::number(t.weeklyMinute) + '\t' + QByteArray::number(t.weeklyHour) + "\t*\t*\t" + QByteArray::number(t.weeklyDay) + "\troot\t" + quoted
             + '\n';
-    case Monthly:
+    case OVFrequency::Monthly:
         return QByteArray::number(t.monthlyMinute) + '\t' + QByteArray::number(t.monthlyHour) + '\t' + QByteArray::number(t.dayOfMonth) + "\t*\t*\troot\t"
             + quoted + '\n';
+    case OVFrequency::Manual:
+        break;
     }
     return QByteArray();
 }
 
-QByteArray anacronLine(Schedule schedule)
+QByteArray anacronLine(OVFrequency schedule)
 {
-    static const char *const Jobs[] = {"1\t20\torvane.daily\t", "7\t25\torvane.weekly\t", "30\t30\torvane.monthly\t"};
-    return QByteArray(Jobs[schedule]) + '"' + scriptPath(schedule) + "\"\n";
+    return QByteArray(OVFixedPaths::files(schedule).anacronJob) + '"' + scriptPath(schedule) + "\"\n";
 }
 
 QByteArray edit(QByteArray table, const std::array<std::optional<QByteArray>, 3> &wanted)
 {
-    for (int schedule = Daily; schedule <= Monthly; ++schedule) {
-        const int at = table.indexOf(scriptPath(Schedule(schedule)));
+    for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
+        const int at = table.indexOf(scriptPath(OVFixedPaths::Scheduled[schedule].frequency));
         if (at < 0) {
             if (wanted[schedule]) {
                 table.append(*wanted[schedule]);
@@ -87,9 +86,9 @@ void buildCrontab(const Times &times, const std::array<bool, 3> &scheduled)
         return;
     }
     std::array<std::optional<QByteArray>, 3> wanted;
-    for (int schedule = Daily; schedule <= Monthly; ++schedule) {
+    for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
         if (scheduled[schedule]) {
-            wanted[schedule] = cronLine(Schedule(schedule), times);
+            wanted[schedule] = cronLine(OVFixedPaths::Scheduled[schedule].frequency, times);
         }
     }
     writeTemporary(OVFixedPaths::TmpCrontab, edit(*table, wanted));
@@ -111,9 +110,9 @@ bool buildAnacrontab(const std::array<bool, 3> &scheduled)
     const auto table = readFile(OVFixedPaths::Anacrontab);
     if (table) {
         std::array<std::optional<QByteArray>, 3> wanted;
-        for (int schedule = Daily; schedule <= Monthly; ++schedule) {
+        for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
             if (scheduled[schedule]) {
-                wanted[schedule] = anacronLine(Schedule(schedule));
+                wanted[schedule] = anacronLine(OVFixedPaths::Scheduled[schedule].frequency);
             }
         }
         writeTemporary(OVFixedPaths::TmpAnacrontab, edit(*table, wanted));
@@ -136,5 +135,30 @@ bool restoreAnacrontab()
 void installCrontab()
 {
     OVToolLauncher::launch(OVFixedPaths::InstallCrontabTool);
+}
+
+void applySchedule(bool &useAnacron, const Times &times, const std::array<bool, 3> &scheduled)
+{
+    if (useAnacron && !buildAnacrontab(scheduled)) {
+        // Anacron is gone: cron takes the schedule back.
+        useAnacron = false;
+    }
+    if (useAnacron) {
+        restoreCrontab();
+    } else {
+        buildCrontab(times, scheduled);
+        restoreAnacrontab();
+    }
+    installCrontab();
+}
+
+void removeSchedule(bool useAnacron)
+{
+    if (useAnacron) {
+        restoreAnacrontab();
+    } else {
+        restoreCrontab();
+    }
+    installCrontab();
 }
 }

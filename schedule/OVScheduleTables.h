@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ovfixedpaths.h"
+
 #include <QByteArray>
 #include <QString>
 #include <array>
@@ -9,8 +11,6 @@
 // only edits copies: the edited table goes to /tmp for install_crontab.
 namespace OVScheduleTables
 {
-enum Schedule { Daily = 0, Weekly, Monthly };
-
 struct Times {
     int dailyMinute = 0, dailyHour = 0;
     int weeklyMinute = 0, weeklyHour = 0, weeklyDay = 0;
@@ -18,9 +18,9 @@ struct Times {
 };
 
 // The schedule's script path: a line holding it is the pane's.
-QByteArray scriptPath(Schedule schedule);
-QByteArray cronLine(Schedule schedule, const Times &times);
-QByteArray anacronLine(Schedule schedule);
+QByteArray scriptPath(OVFrequency schedule);
+QByteArray cronLine(OVFrequency schedule, const Times &times);
+QByteArray anacronLine(OVFrequency schedule);
 
 // For each schedule, the first line holding its script path is replaced by
 // the wanted line, or deleted when none is wanted; a wanted line that has
@@ -36,4 +36,12 @@ void restoreCrontab();
 bool buildAnacrontab(const std::array<bool, 3> &scheduled);
 bool restoreAnacrontab();
 void installCrontab();
+
+// A save's schedule: the wanted lines go into the table that runs them (the
+// anacron table when useAnacron, else the crontab) and out of the other,
+// then install_crontab. With no anacron table, cron takes the schedule back
+// and useAnacron turns false.
+void applySchedule(bool &useAnacron, const Times &times, const std::array<bool, 3> &scheduled);
+// The master switch off: the pane's lines leave the table that runs them.
+void removeSchedule(bool useAnacron);
 }

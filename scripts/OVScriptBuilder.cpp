@@ -1,8 +1,12 @@
 #include "OVScriptBuilder.h"
 
 #include "OVBundle.h"
+#include "OVTemporaryFile.h"
 
 #include <QFile>
+
+#include <pwd.h>
+#include <unistd.h>
 
 namespace OVScriptBuilder
 {
@@ -102,5 +106,65 @@ QByteArray readTemplate()
 {
     QFile file(OVBundle::pathForResource(QStringLiteral("backup_script"), QStringLiteral("rb")));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+namespace
+{
+QString currentUserName()
+{
+    const passwd *pw = getpwuid(getuid());
+    return pw ? QString::fromLocal8Bit(pw->pw_name) : QString();
+}
+
+void fillUser(SharedOptions &shared)
+{
+    if (shared.username.isEmpty()) {
+        shared.username = currentUserName();
+    }
+}
+}
+
+Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const FrequencyOptions &options)
+{
+    const OVFixedPaths::FrequencyFiles &files = OVFixedPaths::files(frequency);
+    Script script;
+    script.frequency = files.name;
+    script.logfile = files.log;
+    script.lastBackup = files.lastBackup;
+    script.options = options;
+    for (const OVBackupItem &item : items) {
+        if (item.qualifiesFor(frequency)) {
+            script.sources.append(QFile::encodeName(item.sourcePath()));
+            script.destinations.append(item.toast() ? QByteArray("Toast") : QFile::encodeName(item.destPath()));
+        }
+    }
+    return script;
+}
+
+void buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared)
+{
+    const QByteArray templateText = readTemplate();
+    shared.scheduled = true;
+    fillUser(shared);
+    for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
+        OVTemporaryFile::remove(QString::fromUtf8(files.tmpScript));
+        const Script filled = script(files.frequency, items, options(files.frequency));
+        if (filled.sources.isEmpty() || templateText.isEmpty()) {
+            continue;
+        }
+        OVTemporaryFile::write(QString::fromUtf8(files.tmpScript), fill(templateText, filled, shared));
+    }
+}
+
+void buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared)
+{
+    const Script filled = script(OVFrequency::Manual, items, options);
+    const QByteArray templateText = readTemplate();
+    if (filled.sources.isEmpty() || templateText.isEmpty()) {
+        return;
+    }
+    shared.scheduled = false;
+    fillUser(shared);
+    OVTemporaryFile::write(QString::fromUtf8(OVFixedPaths::Manual.tmpScript), fill(templateText, filled, shared));
 }
 }

@@ -1,8 +1,13 @@
 #pragma once
 
+#include "OVBackupItem.h"
+#include "ovfixedpaths.h"
+
 #include <QByteArray>
 #include <QList>
+#include <QVector>
 #include <QString>
+#include <functional>
 
 // Fills the backup script template. Every text the pane puts into the Ruby
 // program goes inside a double-quoted literal with \, " and # escaped, so
@@ -31,6 +36,7 @@ struct SharedOptions {
     QString safetyNetFolder;
     // The Toast application's name, empty when there is none.
     QString toastApplication;
+    // The user the notices go to; the pane's own user when left empty.
     QString username;
 };
 
@@ -54,4 +60,14 @@ QByteArray toastApplicationNameLine(const QString &name);
 QByteArray fill(const QByteArray &templateText, const Script &script, const SharedOptions &shared);
 // The template from the bundle; empty when it cannot be read.
 QByteArray readTemplate();
+
+// The script of one frequency: its files, and the qualifying items of that
+// frequency in table order (a Toast item's destination is "Toast").
+Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const FrequencyOptions &options);
+
+// The three scheduled scripts into /tmp for install_scripts; a frequency
+// with no qualifying item leaves none there.
+void buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared);
+// The manual script into /tmp for manual_backup, when a manual item qualifies.
+void buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared);
 }

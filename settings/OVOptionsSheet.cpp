@@ -11,13 +11,15 @@
 
 namespace
 {
-// The per-frequency flags: the key's prefix and the check boxes' prefix.
-const char *const Frequencies[] = {"Daily", "Weekly", "Monthly", "Manually"};
-const char *const Flags[] = {"MirrorFolders", "RemoteBackup", "ShowProgress", "RepairPermissions"};
-
 QString key(const char *name)
 {
     return QString::fromLatin1(name);
+}
+
+// The row of a frequency among the four sets of option boxes.
+int optionRow(OVFrequency frequency)
+{
+    return frequency == OVFrequency::Manual ? 3 : static_cast<int>(frequency);
 }
 
 // An index read from the store is used only when it names an entry.
@@ -79,6 +81,12 @@ OVOptionsSheet::OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent)
         selectSound(m_ui->soundPopUp);
     });
     connect(m_ui->optionsTabView, &QTabWidget::currentChanged, this, &OVOptionsSheet::tabChanged);
+    connect(m_ui->chooseArchiveFolderButton, &QPushButton::clicked, this, [this] {
+        Q_EMIT chooseSafetyNetFolderRequested(m_ui->chooseArchiveFolderButton);
+    });
+    connect(m_ui->openArchiveFolderButton, &QPushButton::clicked, this, [this] {
+        Q_EMIT openSafetyNetFolderRequested(m_ui->openArchiveFolderButton);
+    });
     for (QPushButton *button : {m_ui->okButton, m_ui->cancelButton}) {
         connect(button, &QPushButton::clicked, this, [this, button] {
             Q_EMIT closeRequested(button);
@@ -93,89 +101,131 @@ QComboBox *OVOptionsSheet::soundPopUp() const
     return m_ui->soundPopUp;
 }
 
+QCheckBox *OVOptionsSheet::optionCheck(OVFrequency frequency, OVSettingsTable::Option option) const
+{
+    QCheckBox *const checks[4][4] = {
+        {m_ui->dailyMirrorFoldersCheck, m_ui->dailyRemoteBackupCheck, m_ui->dailyShowProgressCheck, m_ui->dailyRepairPermissionsCheck},
+        {m_ui->weeklyMirrorFoldersCheck, m_ui->weeklyRemoteBackupCheck, m_ui->weeklyShowProgressCheck, m_ui->weeklyRepairPermissionsCheck},
+        {m_ui->monthlyMirrorFoldersCheck, m_ui->monthlyRemoteBackupCheck, m_ui->monthlyShowProgressCheck, m_ui->monthlyRepairPermissionsCheck},
+        {m_ui->manuallyMirrorFoldersCheck, m_ui->manuallyRemoteBackupCheck, m_ui->manuallyShowProgressCheck, m_ui->manuallyRepairPermissionsCheck},
+    };
+    return checks[optionRow(frequency)][static_cast<int>(option)];
+}
+
+OVOptionsSheet::Bindings OVOptionsSheet::bindings() const
+{
+    Bindings b;
+    b.popUps = {
+        {"DailyHour", m_ui->dailyHourPopUp},
+        {"DailyMinute", m_ui->dailyMinutePopUp},
+        {"WeeklyDay", m_ui->weeklyDayPopUp},
+        {"WeeklyHour", m_ui->weeklyHourPopUp},
+        {"WeeklyMinute", m_ui->weeklyMinutePopUp},
+        {"DayOfMonth", m_ui->dayOfMonthPopUp},
+        {"MonthlyHour", m_ui->monthlyHourPopUp},
+        {"MonthlyMinute", m_ui->monthlyMinutePopUp},
+        {"ArchiveItems", m_ui->archivePopUp},
+        {"TimeUnit", m_ui->timeUnitPopUp},
+    };
+    b.checks = {
+        {key("WaitUntilAway"), m_ui->waitUntilAwayCheck},
+        {key("AutoConnect"), m_ui->autoConnectCheck},
+        {key("SafetyNet"), m_ui->useSafetyNetCheck},
+        {key("DisplayAlert"), m_ui->displayAlertCheck},
+        {key("AutoDismissAlert"), m_ui->autoDismissCheck},
+        {key("PlaySound"), m_ui->playSoundCheck},
+        {key("CheckForUpdates"), m_ui->checkForUpdatesCheck},
+        {key("PromptBeforeBackup"), m_ui->promptBeforeBackupCheck},
+    };
+    for (const OVFrequency frequency : OVFixedPaths::AllFrequencies) {
+        for (const OVSettingsTable::Option option : OVSettingsTable::AllOptions) {
+            b.checks.push_back({OVSettingsTable::optionKey(OVFixedPaths::files(frequency).settingPrefix, option), optionCheck(frequency, option)});
+        }
+    }
+    b.numbers = {
+        {"MaxArchives", m_ui->maxArchivesField},
+        {"TimeValue", m_ui->timeValueField},
+    };
+    b.texts = {
+        {"RemoteServerAddress", m_ui->serverAddressField},
+        {"RemoteUserName", m_ui->userNameField},
+        {"RemoteVolumeName", m_ui->volumeField},
+    };
+    return b;
+}
+
 void OVOptionsSheet::restore(const QVariantMap &domain)
 {
-    auto flag = [&domain](const char *name, bool absent) {
-        return domain.value(key(name), absent).toBool();
-    };
-    m_ui->waitUntilAwayCheck->setChecked(flag("WaitUntilAway", false));
-    m_ui->useSafetyNetCheck->setChecked(flag("SafetyNet", true));
-    selectIndex(m_ui->archivePopUp, domain.value(key("ArchiveItems"), 0));
-    m_ui->maxArchivesField->setValue(domain.value(key("MaxArchives"), 3).toInt());
-    m_ui->autoConnectCheck->setChecked(flag("AutoConnect", false));
-    m_ui->serverAddressField->setText(domain.value(key("RemoteServerAddress")).toString());
-    m_ui->userNameField->setText(domain.value(key("RemoteUserName")).toString());
-    m_ui->volumeField->setText(domain.value(key("RemoteVolumeName")).toString());
-    m_ui->displayAlertCheck->setChecked(flag("DisplayAlert", true));
-    m_ui->autoDismissCheck->setChecked(flag("AutoDismissAlert", false));
-    m_ui->playSoundCheck->setChecked(flag("PlaySound", true));
-    m_ui->promptBeforeBackupCheck->setChecked(flag("PromptBeforeBackup", false));
-    m_ui->checkForUpdatesCheck->setChecked(flag("CheckForUpdates", false));
-    m_ui->timeValueField->setValue(domain.value(key("TimeValue"), 2).toInt());
-    selectIndex(m_ui->timeUnitPopUp, domain.value(key("TimeUnit"), 1));
-    if (domain.contains(key("Sound"))) {
-        selectSoundTitled(domain.value(key("Sound")).toString());
+    const Bindings b = bindings();
+    for (const auto &[name, check] : b.checks) {
+        check->setChecked(OVSettingsTable::value(domain, name.toLatin1().constData()).toBool());
     }
-    for (const char *frequency : Frequencies) {
-        for (const char *option : Flags) {
-            const QString name = key(frequency) + key(option);
-            auto *check = findChild<QCheckBox *>(name.left(1).toLower() + name.mid(1) + QStringLiteral("Check"));
-            check->setChecked(domain.value(name, false).toBool());
+    for (const auto &[name, popUp] : b.popUps) {
+        // Times the store lacks keep the dialog's own.
+        const QVariant value = OVSettingsTable::value(domain, name);
+        if (value.isValid()) {
+            selectIndex(popUp, value);
         }
     }
-    selectIndex(m_ui->weeklyDayPopUp, domain.value(key("WeeklyDay"), 0));
-    selectIndex(m_ui->dayOfMonthPopUp, domain.value(key("DayOfMonth"), 0));
-    // Times the store lacks keep the dialog's own.
-    const std::pair<const char *, QComboBox *> times[] = {
-        {"DailyHour", m_ui->dailyHourPopUp},
-        {"WeeklyHour", m_ui->weeklyHourPopUp},
-        {"MonthlyHour", m_ui->monthlyHourPopUp},
-        {"DailyMinute", m_ui->dailyMinutePopUp},
-        {"WeeklyMinute", m_ui->weeklyMinutePopUp},
-        {"MonthlyMinute", m_ui->monthlyMinutePopUp},
-    };
-    for (const auto &[name, popUp] : times) {
-        if (domain.contains(key(name))) {
-            selectIndex(popUp, domain.value(key(name)));
-        }
+    for (const auto &[name, field] : b.numbers) {
+        field->setValue(OVSettingsTable::value(domain, name).toInt());
     }
+    for (const auto &[name, field] : b.texts) {
+        field->setText(OVSettingsTable::value(domain, name).toString());
+    }
+    selectSoundTitled(OVSettingsTable::value(domain, "Sound").toString());
 }
 
 QVariantMap OVOptionsSheet::values() const
 {
-    QVariantMap values{
-        {key("DailyHour"), m_ui->dailyHourPopUp->currentIndex()},
-        {key("DailyMinute"), m_ui->dailyMinutePopUp->currentIndex()},
-        {key("WeeklyDay"), m_ui->weeklyDayPopUp->currentIndex()},
-        {key("WeeklyHour"), m_ui->weeklyHourPopUp->currentIndex()},
-        {key("WeeklyMinute"), m_ui->weeklyMinutePopUp->currentIndex()},
-        {key("DayOfMonth"), m_ui->dayOfMonthPopUp->currentIndex()},
-        {key("MonthlyHour"), m_ui->monthlyHourPopUp->currentIndex()},
-        {key("MonthlyMinute"), m_ui->monthlyMinutePopUp->currentIndex()},
-        {key("WaitUntilAway"), m_ui->waitUntilAwayCheck->isChecked()},
-        {key("AutoConnect"), m_ui->autoConnectCheck->isChecked()},
-        {key("RemoteServerAddress"), m_ui->serverAddressField->text()},
-        {key("RemoteUserName"), m_ui->userNameField->text()},
-        {key("RemoteVolumeName"), m_ui->volumeField->text()},
-        {key("SafetyNet"), m_ui->useSafetyNetCheck->isChecked()},
-        {key("ArchiveItems"), m_ui->archivePopUp->currentIndex()},
-        {key("MaxArchives"), m_ui->maxArchivesField->value()},
-        {key("DisplayAlert"), m_ui->displayAlertCheck->isChecked()},
-        {key("AutoDismissAlert"), m_ui->autoDismissCheck->isChecked()},
-        {key("PlaySound"), m_ui->playSoundCheck->isChecked()},
-        {key("CheckForUpdates"), m_ui->checkForUpdatesCheck->isChecked()},
-        {key("PromptBeforeBackup"), m_ui->promptBeforeBackupCheck->isChecked()},
-        {key("TimeUnit"), m_ui->timeUnitPopUp->currentIndex()},
-        {key("TimeValue"), m_ui->timeValueField->value()},
-        {key("Sound"), m_ui->soundPopUp->currentText()},
-    };
-    for (const char *frequency : Frequencies) {
-        for (const char *option : Flags) {
-            const QString name = key(frequency) + key(option);
-            values.insert(name, findChild<QCheckBox *>(name.left(1).toLower() + name.mid(1) + QStringLiteral("Check"))->isChecked());
-        }
+    const Bindings b = bindings();
+    QVariantMap values;
+    for (const auto &[name, check] : b.checks) {
+        values.insert(name, check->isChecked());
     }
+    for (const auto &[name, popUp] : b.popUps) {
+        values.insert(key(name), popUp->currentIndex());
+    }
+    for (const auto &[name, field] : b.numbers) {
+        values.insert(key(name), field->value());
+    }
+    for (const auto &[name, field] : b.texts) {
+        values.insert(key(name), field->text());
+    }
+    values.insert(QStringLiteral("Sound"), m_ui->soundPopUp->currentText());
     return values;
+}
+
+OVScriptBuilder::FrequencyOptions OVOptionsSheet::frequencyOptions(OVFrequency frequency) const
+{
+    OVScriptBuilder::FrequencyOptions options;
+    options.mirror = optionCheck(frequency, OVSettingsTable::Option::MirrorFolders)->isChecked();
+    options.remote = optionCheck(frequency, OVSettingsTable::Option::RemoteBackup)->isChecked();
+    options.showProgress = optionCheck(frequency, OVSettingsTable::Option::ShowProgress)->isChecked();
+    options.repairPermissions = optionCheck(frequency, OVSettingsTable::Option::RepairPermissions)->isChecked();
+    return options;
+}
+
+OVScriptBuilder::SharedOptions OVOptionsSheet::sharedOptions() const
+{
+    OVScriptBuilder::SharedOptions shared;
+    shared.promptBeforeBackup = m_ui->promptBeforeBackupCheck->isChecked();
+    shared.waitUntilAway = m_ui->waitUntilAwayCheck->isChecked();
+    shared.autoConnect = m_ui->autoConnectCheck->isChecked();
+    shared.server = m_ui->serverAddressField->text();
+    shared.account = m_ui->userNameField->text();
+    shared.volume = m_ui->volumeField->text();
+    shared.safetyNet = m_ui->useSafetyNetCheck->isChecked();
+    shared.maxArchives = m_ui->maxArchivesField->text();
+    shared.archiveIndex = m_ui->archivePopUp->currentIndex();
+    shared.safetyNetFolder = m_safetyNet->safetyNetFolder();
+    return shared;
+}
+
+void OVOptionsSheet::openOnFirstTab()
+{
+    m_ui->optionsTabView->setCurrentIndex(0);
+    open();
 }
 
 OVScheduleTables::Times OVOptionsSheet::scheduleTimes() const

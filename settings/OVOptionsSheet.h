@@ -3,10 +3,17 @@
 #include <QDialog>
 #include <QVariantMap>
 #include <memory>
+#include <vector>
 
 #include "OVScheduleTables.h"
+#include "OVScriptBuilder.h"
+#include "OVSettingsTable.h"
+#include "ovfixedpaths.h"
 
+class QCheckBox;
 class QComboBox;
+class QLineEdit;
+class QSpinBox;
 class OVSafetyNet;
 
 namespace Ui
@@ -24,14 +31,22 @@ public:
     OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent = nullptr);
     ~OVOptionsSheet() override;
 
-    Ui::OVOptionsSheet *ui() const { return m_ui.get(); }
     QComboBox *soundPopUp() const;
 
     // Puts a stored domain into the controls; keys the domain lacks take
-    // their absent values, and an index beyond its pop-up is ignored.
+    // their absent values (OVSettingsTable), and an index beyond its pop-up
+    // is ignored.
     void restore(const QVariantMap &domain);
-    // The settings held by the sheet's controls.
+    // The settings held by the sheet's controls: every key of the settings
+    // table but the pane's own five.
     QVariantMap values() const;
+
+    // What the scripts take from the sheet: one frequency's check boxes,
+    // and the options all scripts share (the Safety Net folder included).
+    OVScriptBuilder::FrequencyOptions frequencyOptions(OVFrequency frequency) const;
+    OVScriptBuilder::SharedOptions sharedOptions() const;
+    // Opens the sheet on its first tab.
+    void openOnFirstTab();
 
     // The schedule's times from the pop-ups' tags; the afternoon is read from
     // the minute's title ("... PM").
@@ -56,6 +71,9 @@ public Q_SLOTS:
 Q_SIGNALS:
     // OK (tag 0) or Cancel (any other tag).
     void closeRequested(QObject *button);
+    // The Safety Net tab's buttons; the pane owns the folder's dialog.
+    void chooseSafetyNetFolderRequested(QObject *button);
+    void openSafetyNetFolderRequested(QObject *button);
 
 protected:
     void reject() override;
@@ -64,6 +82,15 @@ protected:
 private:
     QWidget *contentBox(const QString &identifier) const;
     void tabChanged();
+    QCheckBox *optionCheck(OVFrequency frequency, OVSettingsTable::Option option) const;
+    // Which control holds which key: restore and values read one list.
+    struct Bindings {
+        std::vector<std::pair<QString, QCheckBox *>> checks;
+        std::vector<std::pair<const char *, QComboBox *>> popUps;
+        std::vector<std::pair<const char *, QSpinBox *>> numbers;
+        std::vector<std::pair<const char *, QLineEdit *>> texts;
+    };
+    Bindings bindings() const;
 
     std::unique_ptr<Ui::OVOptionsSheet> m_ui;
     OVSafetyNet *m_safetyNet;

@@ -11,8 +11,6 @@
 
 namespace
 {
-const char *const Logs[] = {OVFixedPaths::DailyLog, OVFixedPaths::WeeklyLog, OVFixedPaths::MonthlyLog};
-const char *const Errors[] = {OVFixedPaths::DailyErrors, OVFixedPaths::WeeklyErrors, OVFixedPaths::MonthlyErrors};
 // Logs can grow without end; the viewer shows at most their last part.
 constexpr qint64 MaxShown = 8 * 1024 * 1024;
 const QString FrameKey = QStringLiteral("OVLogSheet");
@@ -65,12 +63,13 @@ void OVLogSheet::loadLog()
 {
     bool ok = false;
     const int tag = m_ui->showOnlyErrorsCheck->property("tag").toInt(&ok);
-    if (!ok || tag < 0 || tag > 2) {
+    if (!ok || tag < 0 || tag >= int(OVFixedPaths::ScheduledCount)) {
         m_ui->logTextView->viewport()->update();
         return;
     }
     const bool errors = showOnlyErrors();
-    QFile file(QString::fromUtf8(errors ? Errors[tag] : Logs[tag]));
+    const OVFixedPaths::FrequencyFiles &files = OVFixedPaths::Scheduled[tag];
+    QFile file(QString::fromUtf8(errors ? files.errors : files.log));
     if (file.open(QIODevice::ReadOnly)) {
         QByteArray bytes;
         if (file.size() > MaxShown) {

@@ -13,16 +13,7 @@
 
 namespace
 {
-struct Files {
-    const char *runFlag;
-    const char *folder;
-    const char *errors;
-};
-const Files FilesOf[] = {
-    {OVFixedPaths::DailyRunFlag, OVFixedPaths::DailyFolder, OVFixedPaths::DailyErrors},
-    {OVFixedPaths::WeeklyRunFlag, OVFixedPaths::WeeklyFolder, OVFixedPaths::WeeklyErrors},
-    {OVFixedPaths::MonthlyRunFlag, OVFixedPaths::MonthlyFolder, OVFixedPaths::MonthlyErrors},
-};
+const auto &FilesOf = OVFixedPaths::Scheduled;
 
 QString path(const char *fixed)
 {
@@ -60,14 +51,14 @@ QString OVStatusMonitor::rootProcesses()
 bool OVStatusMonitor::isBackupRunning()
 {
     if (!rootProcesses().contains(QLatin1String("ruby"))) {
-        for (const Files &files : FilesOf) {
+        for (const OVFixedPaths::FrequencyFiles &files : FilesOf) {
             QFile::remove(path(files.runFlag));
         }
     }
     for (int i = 0; i < 3; ++i) {
         m_running[i] = QFile::exists(path(FilesOf[i].runFlag));
     }
-    return m_running[Daily] || m_running[Weekly] || m_running[Monthly];
+    return m_running[0] || m_running[1] || m_running[2];
 }
 
 std::optional<QDate> OVStatusMonitor::parseMarker(const QByteArray &text)
@@ -109,7 +100,7 @@ void OVStatusMonitor::updateLogButtons()
             button->setEnabled(false);
             continue;
         }
-        QFile marker(QString::fromUtf8(FilesOf[i].folder) + QStringLiteral("/.lastbackup"));
+        QFile marker(path(FilesOf[i].lastBackup));
         if (!marker.exists()) {
             button->setText(OVLocalized("None"));
             button->setEnabled(false);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ovfixedpaths.h"
+
 #include <QDate>
 #include <QObject>
 #include <array>
@@ -16,19 +18,18 @@ class OVStatusMonitor : public QObject
 {
     Q_OBJECT
 public:
-    enum Frequency { Daily = 0, Weekly, Monthly };
-
     struct Row {
         QPushButton *button;
         QLabel *image;
     };
 
+    // The rows of the scheduled frequencies, in their order.
     OVStatusMonitor(const std::array<Row, 3> &rows, std::function<bool()> isAuthorized, QObject *parent = nullptr);
 
     // Refreshes the three running flags from the run flags in /tmp; flags
     // left by a script that died go when no root process mentions "ruby".
     bool isBackupRunning();
-    bool isRunning(Frequency frequency) const { return m_running[frequency]; }
+    bool isRunning(OVFrequency frequency) const { return m_running[static_cast<int>(frequency)]; }
 
     // Refreshes the six controls, then reports updated().
     void updateLogButtons();

@@ -1,6 +1,6 @@
 // Puts the item list the pane saved in /tmp in place, keeping the one it
 // replaces beside it.
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 #include "ovhelper.h"
 
 #include <unistd.h>

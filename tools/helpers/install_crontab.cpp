@@ -1,7 +1,7 @@
 // Installs /tmp/crontab.orvane as /etc/crontab and /tmp/anacrontab.orvane as
 // /etc/anacrontab, each when present, and only when it changes nothing but
 // Orvane's own lines. The crontab it replaces is kept as /etc/crontab.ov.
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 #include "ovhelper.h"
 #include "ovtables.h"
 

@@ -1,7 +1,7 @@
 // Installs the scheduled scripts the pane wrote to /tmp. A schedule whose
 // temporary script is absent has lost its last item: its installed script
 // goes too.
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 #include "ovhelper.h"
 
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // Runs the manual backup script the pane wrote to /tmp as root. The script
 // runs from a private root-owned copy, so the /tmp file cannot change under
 // it, with a fixed environment and without a shell.
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 #include "ovhelper.h"
 
 #include <cerrno>

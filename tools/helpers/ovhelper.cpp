@@ -11,7 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 
 namespace ovhelper
 {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 
 namespace ovtables
 {

@@ -1,5 +1,5 @@
 // Removes the installed scheduled scripts when backups are switched off.
-#include "../../pane/ovfixedpaths.h"
+#include "ovfixedpaths.h"
 #include "ovhelper.h"
 
 #include <cerrno>

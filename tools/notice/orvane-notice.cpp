@@ -6,9 +6,9 @@
 //   orvane-notice --idle                             print the seconds the user has been idle
 // The notice follows the user's settings ("DisplayAlert", "AutoDismissAlert",
 // "TimeValue", "TimeUnit", "PlaySound", "Sound").
-#include "OVPropertyList.h"
+#include "OVSettingsDomain.h"
+#include "OVSettingsTable.h"
 #include "OVSoundMenu.h"
-#include "ovconfig.h"
 
 #include <QApplication>
 #include <QDBusInterface>
@@ -30,9 +30,12 @@ namespace
 {
 QVariantMap userSettings()
 {
-    const QString path = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/") + QStringLiteral(OV_BUNDLE_IDENTIFIER)
-        + QStringLiteral(".plist");
-    return OVPropertyList::fromFile(path).toMap();
+    return OVSettingsDomain::read().value_or(QVariantMap());
+}
+
+QVariant setting(const QVariantMap &settings, const char *key)
+{
+    return OVSettingsTable::value(settings, key);
 }
 
 QString frequencyWord(const QString &frequency)
@@ -43,10 +46,10 @@ QString frequencyWord(const QString &frequency)
 int finished(const QString &frequency, bool complete)
 {
     const QVariantMap settings = userSettings();
-    const bool display = settings.value(QStringLiteral("DisplayAlert"), true).toBool();
-    const bool play = settings.value(QStringLiteral("PlaySound"), true).toBool();
+    const bool display = setting(settings, "DisplayAlert").toBool();
+    const bool play = setting(settings, "PlaySound").toBool();
     if (play) {
-        OVSoundMenu::playNamedSound(settings.value(QStringLiteral("Sound"), QStringLiteral("Magic Bell")).toString(), QDir::homePath());
+        OVSoundMenu::playNamedSound(setting(settings, "Sound").toString(), QDir::homePath());
     }
     if (!display) {
         return 0;
@@ -55,11 +58,11 @@ int finished(const QString &frequency, bool complete)
                        QStringLiteral("Orvane"),
                        complete ? QStringLiteral("The %1 backup is complete.").arg(frequencyWord(frequency))
                                 : QStringLiteral("The %1 backup finished with errors. Orvane's status shows its log.").arg(frequencyWord(frequency)));
-    if (settings.value(QStringLiteral("AutoDismissAlert"), false).toBool()) {
+    if (setting(settings, "AutoDismissAlert").toBool()) {
         // TimeUnit: 0 seconds, 1 minutes, 2 hours.
         static const int Seconds[] = {1, 60, 3600};
-        const int unit = qBound(0, settings.value(QStringLiteral("TimeUnit"), 1).toInt(), 2);
-        const qint64 delay = qMax<qint64>(1, settings.value(QStringLiteral("TimeValue"), 2).toLongLong()) * Seconds[unit] * 1000;
+        const int unit = qBound(0, setting(settings, "TimeUnit").toInt(), 2);
+        const qint64 delay = qMax<qint64>(1, setting(settings, "TimeValue").toLongLong()) * Seconds[unit] * 1000;
         QTimer::singleShot(static_cast<int>(qMin<qint64>(delay, 24LL * 3600 * 1000)), &notice, &QMessageBox::accept);
     }
     notice.exec();

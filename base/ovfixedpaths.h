@@ -2,6 +2,8 @@
 // helpers, which link no Qt, share them with the pane.
 #pragma once
 
+#include <cstddef>
+
 namespace OVFixedPaths
 {
 constexpr const char BundlePath[] = "/Library/PreferencePanes/Orvane.prefPane";
@@ -63,4 +65,55 @@ constexpr const char RemoveScriptsTool[] = "remove_scripts";
 constexpr const char InstallCrontabTool[] = "install_crontab";
 constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/manual_backup";
+
+constexpr const char ManualScriptName[] = "orvane_manual.rb";
+}
+
+// The backup frequencies, numbered as an item's frequency column stores
+// them. The frequency menu's fourth entry (3) is a separator, no schedule.
+enum class OVFrequency : int { Daily = 0, Weekly = 1, Monthly = 2, Manual = 4 };
+
+namespace OVFixedPaths
+{
+// Everything that differs between the frequencies, in one row each. Adding
+// a file for every frequency means adding one column here.
+struct FrequencyFiles {
+    OVFrequency frequency;
+    const char *name; // "Daily": the scripts' frequency, the notices
+    const char *word; // "daily": the item types, the anacron tag
+    const char *settingPrefix; // "Daily", "Manually": the option keys
+    const char *folder; // the installed script's folder, holding the marker
+    const char *scriptName;
+    const char *script;
+    const char *tmpScript; // written by the pane for the helpers
+    const char *runFlag;
+    const char *log;
+    const char *errors;
+    const char *lastBackup; // the last-backup marker, "%m/%d/%y"
+    const char *anacronJob; // period, delay and tag of the anacron line
+};
+
+// The scheduled frequencies, indexed by their OVFrequency value.
+constexpr FrequencyFiles Scheduled[] = {
+    {OVFrequency::Daily, "Daily", "daily", "Daily", DailyFolder, DailyScriptName, DailyScript, TmpDailyScript,
+     DailyRunFlag, DailyLog, DailyErrors, "/Library/Application Support/Orvane/.daily/.lastbackup", "1\t20\torvane.daily\t"},
+    {OVFrequency::Weekly, "Weekly", "weekly", "Weekly", WeeklyFolder, WeeklyScriptName, WeeklyScript, TmpWeeklyScript,
+     WeeklyRunFlag, WeeklyLog, WeeklyErrors, "/Library/Application Support/Orvane/.weekly/.lastbackup", "7\t25\torvane.weekly\t"},
+    {OVFrequency::Monthly, "Monthly", "monthly", "Monthly", MonthlyFolder, MonthlyScriptName, MonthlyScript, TmpMonthlyScript,
+     MonthlyRunFlag, MonthlyLog, MonthlyErrors, "/Library/Application Support/Orvane/.monthly/.lastbackup", "30\t30\torvane.monthly\t"},
+};
+constexpr std::size_t ScheduledCount = sizeof(Scheduled) / sizeof(Scheduled[0]);
+
+// A manual run has its own script and options, and logs and marks as a
+// daily one; nothing installs it or schedules it.
+constexpr FrequencyFiles Manual = {OVFrequency::Manual, "Daily", "manual", "Manually", DailyFolder, ManualScriptName, nullptr, TmpManualScript,
+                                   DailyRunFlag, DailyLog, DailyErrors, Scheduled[0].lastBackup, nullptr};
+
+constexpr const FrequencyFiles &files(OVFrequency frequency)
+{
+    return frequency == OVFrequency::Manual ? Manual : Scheduled[static_cast<int>(frequency)];
+}
+
+// Every frequency whose options the user sets, in the order the options show them.
+constexpr OVFrequency AllFrequencies[] = {OVFrequency::Daily, OVFrequency::Weekly, OVFrequency::Monthly, OVFrequency::Manual};
 }

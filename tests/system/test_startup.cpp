@@ -69,7 +69,7 @@ private Q_SLOTS:
         QCOMPARE(modeOf(OVFixedPaths::ApplicationSupportFolder), mode_t(01775));
 
         QCOMPARE(pane.backupItems()->rowCount(), 1);
-        QCOMPARE(pane.backupItems()->item(0).frequencyColumn(), int(OVBackupItem::Manual));
+        QCOMPARE(pane.backupItems()->item(0).frequencyColumn(), int(OVFrequency::Manual));
         QVERIFY(pane.backupItems()->item(0).checkColumn());
 
         // No settings yet: backups on, locked, and the switch can't be used.
@@ -78,6 +78,10 @@ private Q_SLOTS:
         QVERIFY(!master->isEnabled());
         QVERIFY(pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked());
         QVERIFY(!pane.isAuthorized());
+        // The master switch's pass at start-up leaves a locked pane unusable.
+        for (const char *control : {"optionsButton", "addFolderButton", "backupButton", "lastDailyBackup"}) {
+            QVERIFY2(!pane.findChild<QWidget *>(QLatin1String(control))->isEnabled(), control);
+        }
 
         QVERIFY(!QFile::exists(path(OVFixedPaths::TmpDailyScript)));
         QVERIFY(!QFile::exists(path(OVFixedPaths::TmpWeeklyScript)));

@@ -4,9 +4,9 @@
 #include "OVOrvanePref.h"
 #include "OVSafetyNet.h"
 #include "OVSettingsDomain.h"
-#include "OVSettingsKeys.h"
+#include "OVSettingsTable.h"
 #include "ovconfig.h"
-#include "ui_optionssheet.h"
+#include "ovsheetchild.h"
 
 #include <QDesktopServices>
 #include <QDir>
@@ -25,9 +25,9 @@ class TestSettings : public QObject
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    static QList<QComboBox *> popUps(Ui::OVOptionsSheet *ui)
+    static QList<QComboBox *> popUps(OVOptionsSheet *ui)
     {
-        return ui->optionsTabView->findChildren<QComboBox *>();
+        return UI(ui, optionsTabView)->findChildren<QComboBox *>();
     }
 
 public Q_SLOTS:
@@ -56,31 +56,31 @@ private Q_SLOTS:
         QVariantMap expected;
         {
             OVOrvanePref pane(nullptr, {});
-            Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
+            OVOptionsSheet *ui = pane.optionsSheet();
             pane.showOptions(nullptr);
             // Turn every box over and move every pop-up off its design.
-            for (QCheckBox *check : ui->optionsTabView->findChildren<QCheckBox *>()) {
+            for (QCheckBox *check : UI(ui, optionsTabView)->findChildren<QCheckBox *>()) {
                 check->setChecked(!check->isChecked());
             }
             for (QComboBox *popUp : popUps(ui)) {
                 popUp->setCurrentIndex(popUp->count() - 1);
             }
-            ui->maxArchivesStepper->setValue(7);
-            ui->timeValueField->setValue(45);
-            ui->serverAddressField->setText(QStringLiteral("smb://nas.local"));
-            ui->userNameField->setText(QStringLiteral("ann \"quoted\""));
-            ui->volumeField->setText(QStringLiteral("Backups ✓"));
+            UI(ui, maxArchivesStepper)->setValue(7);
+            UI(ui, timeValueField)->setValue(45);
+            UI(ui, serverAddressField)->setText(QStringLiteral("smb://nas.local"));
+            UI(ui, userNameField)->setText(QStringLiteral("ann \"quoted\""));
+            UI(ui, volumeField)->setText(QStringLiteral("Backups ✓"));
             expected = pane.optionsSheet()->values();
             QCOMPARE(expected.value(QStringLiteral("MaxArchives")).toInt(), 7);
-            pane.hideOptions(ui->okButton);
+            pane.hideOptions(UI(ui, okButton));
             QVERIFY(!pane.optionsSheet()->isVisible());
         }
 
         const auto stored = OVSettingsDomain::read();
         QVERIFY(stored);
         QStringList keys;
-        for (const char *name : OVSettingsKeys::All) {
-            keys.append(QString::fromLatin1(name));
+        for (const OVSettingsTable::Setting &setting : OVSettingsTableRange()) {
+            keys.append(QString::fromLatin1(setting.key));
         }
         keys.sort();
         QCOMPARE(stored->keys(), keys);
@@ -93,7 +93,7 @@ private Q_SLOTS:
         for (auto it = expected.constBegin(); it != expected.constEnd(); ++it) {
             QVERIFY2(restored.value(it.key()) == it.value(), qPrintable(it.key()));
         }
-        QCOMPARE(restarted.optionsSheet()->ui()->maxArchivesStepper->value(), 7);
+        QCOMPARE(UI(restarted.optionsSheet(), maxArchivesStepper)->value(), 7);
     }
 
     void absentKeysAndNoDomain()
@@ -101,26 +101,26 @@ private Q_SLOTS:
         QString designedHour;
         {
             OVOrvanePref pane(nullptr, {});
-            Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
-            designedHour = ui->dailyHourPopUp->currentText();
-            QCOMPARE(ui->soundPopUp->currentText(), QStringLiteral("Magic Bell"));
-            QVERIFY(ui->useSafetyNetCheck->isChecked() && ui->displayAlertCheck->isChecked() && ui->playSoundCheck->isChecked());
+            OVOptionsSheet *ui = pane.optionsSheet();
+            designedHour = UI(ui, dailyHourPopUp)->currentText();
+            QCOMPARE(UI(ui, soundPopUp)->currentText(), QStringLiteral("Magic Bell"));
+            QVERIFY(UI(ui, useSafetyNetCheck)->isChecked() && UI(ui, displayAlertCheck)->isChecked() && UI(ui, playSoundCheck)->isChecked());
         }
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("WaitUntilAway"), true}}));
         OVOrvanePref pane(nullptr, {});
-        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
-        QVERIFY(ui->waitUntilAwayCheck->isChecked());
-        QVERIFY(ui->useSafetyNetCheck->isChecked() && ui->displayAlertCheck->isChecked() && ui->playSoundCheck->isChecked());
-        QVERIFY(!ui->autoConnectCheck->isChecked() && !ui->dailyMirrorFoldersCheck->isChecked());
-        QCOMPARE(ui->maxArchivesField->value(), 3);
-        QCOMPARE(ui->maxArchivesStepper->value(), 3);
-        QCOMPARE(ui->timeValueField->value(), 2);
-        QCOMPARE(ui->timeUnitPopUp->currentIndex(), 1);
-        QCOMPARE(ui->weeklyDayPopUp->currentIndex(), 0);
-        QCOMPARE(ui->dailyHourPopUp->currentText(), designedHour);
-        QCOMPARE(ui->soundPopUp->currentText(), QStringLiteral("Magic Bell"));
+        OVOptionsSheet *ui = pane.optionsSheet();
+        QVERIFY(UI(ui, waitUntilAwayCheck)->isChecked());
+        QVERIFY(UI(ui, useSafetyNetCheck)->isChecked() && UI(ui, displayAlertCheck)->isChecked() && UI(ui, playSoundCheck)->isChecked());
+        QVERIFY(!UI(ui, autoConnectCheck)->isChecked() && !UI(ui, dailyMirrorFoldersCheck)->isChecked());
+        QCOMPARE(UI(ui, maxArchivesField)->value(), 3);
+        QCOMPARE(UI(ui, maxArchivesStepper)->value(), 3);
+        QCOMPARE(UI(ui, timeValueField)->value(), 2);
+        QCOMPARE(UI(ui, timeUnitPopUp)->currentIndex(), 1);
+        QCOMPARE(UI(ui, weeklyDayPopUp)->currentIndex(), 0);
+        QCOMPARE(UI(ui, dailyHourPopUp)->currentText(), designedHour);
+        QCOMPARE(UI(ui, soundPopUp)->currentText(), QStringLiteral("Magic Bell"));
         QCOMPARE(pane.safetyNet()->safetyNetFolder(), OVSafetyNet::defaultFolder());
-        QVERIFY(ui->versionField->text().endsWith(QStringLiteral(OV_VERSION)));
+        QVERIFY(UI(ui, versionField)->text().endsWith(QStringLiteral(OV_VERSION)));
     }
 
     void storedValuesOfWrongTypeOrRange()
@@ -142,15 +142,15 @@ private Q_SLOTS:
             {QStringLiteral("Master"), QStringLiteral("x")},
         }));
         OVOrvanePref pane(nullptr, {});
-        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
-        QCOMPARE(ui->weeklyHourPopUp->currentIndex(), 11);
-        QVERIFY(ui->dailyHourPopUp->currentIndex() >= 0 && ui->monthlyHourPopUp->currentIndex() >= 0);
-        QVERIFY(ui->dailyMinutePopUp->currentIndex() >= 0 && ui->archivePopUp->currentIndex() >= 0);
-        QCOMPARE(ui->maxArchivesField->value(), ui->maxArchivesField->maximum());
-        QCOMPARE(ui->timeValueField->value(), ui->timeValueField->minimum());
-        QVERIFY(!ui->useSafetyNetCheck->isChecked());
-        QVERIFY(!ui->displayAlertCheck->isChecked());
-        QCOMPARE(ui->soundPopUp->currentText(), QStringLiteral("Magic Bell"));
+        OVOptionsSheet *ui = pane.optionsSheet();
+        QCOMPARE(UI(ui, weeklyHourPopUp)->currentIndex(), 11);
+        QVERIFY(UI(ui, dailyHourPopUp)->currentIndex() >= 0 && UI(ui, monthlyHourPopUp)->currentIndex() >= 0);
+        QVERIFY(UI(ui, dailyMinutePopUp)->currentIndex() >= 0 && UI(ui, archivePopUp)->currentIndex() >= 0);
+        QCOMPARE(UI(ui, maxArchivesField)->value(), UI(ui, maxArchivesField)->maximum());
+        QCOMPARE(UI(ui, timeValueField)->value(), UI(ui, timeValueField)->minimum());
+        QVERIFY(!UI(ui, useSafetyNetCheck)->isChecked());
+        QVERIFY(!UI(ui, displayAlertCheck)->isChecked());
+        QCOMPARE(UI(ui, soundPopUp)->currentText(), QStringLiteral("Magic Bell"));
         QCOMPARE(pane.safetyNet()->safetyNetFolder(), QStringLiteral("42"));
         QVERIFY(pane.saveChanges(nullptr, nullptr));
         QVERIFY(OVSettingsDomain::read());
@@ -159,79 +159,79 @@ private Q_SLOTS:
     void cancelThrowsEditsAway()
     {
         OVOrvanePref pane(nullptr, {});
-        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
+        OVOptionsSheet *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
-        ui->maxArchivesField->setValue(9);
-        pane.hideOptions(ui->okButton);
+        UI(ui, maxArchivesField)->setValue(9);
+        pane.hideOptions(UI(ui, okButton));
         const QByteArray stored = readDomainFile();
         QVERIFY(!stored.isEmpty());
 
         pane.showOptions(nullptr);
-        ui->maxArchivesField->setValue(20);
-        ui->waitUntilAwayCheck->setChecked(true);
-        ui->serverAddressField->setText(QStringLiteral("afp://elsewhere"));
-        pane.hideOptions(ui->cancelButton);
+        UI(ui, maxArchivesField)->setValue(20);
+        UI(ui, waitUntilAwayCheck)->setChecked(true);
+        UI(ui, serverAddressField)->setText(QStringLiteral("afp://elsewhere"));
+        pane.hideOptions(UI(ui, cancelButton));
         QCOMPARE(readDomainFile(), stored);
-        QCOMPARE(ui->maxArchivesField->value(), 9);
-        QVERIFY(!ui->waitUntilAwayCheck->isChecked());
-        QVERIFY(ui->serverAddressField->text().isEmpty());
+        QCOMPARE(UI(ui, maxArchivesField)->value(), 9);
+        QVERIFY(!UI(ui, waitUntilAwayCheck)->isChecked());
+        QVERIFY(UI(ui, serverAddressField)->text().isEmpty());
 
         // Escape counts as Cancel.
         pane.showOptions(nullptr);
-        ui->maxArchivesField->setValue(30);
+        UI(ui, maxArchivesField)->setValue(30);
         QTest::keyClick(pane.optionsSheet(), Qt::Key_Escape);
         QVERIFY(!pane.optionsSheet()->isVisible());
-        QCOMPARE(ui->maxArchivesField->value(), 9);
+        QCOMPARE(UI(ui, maxArchivesField)->value(), 9);
     }
 
     void enableRules()
     {
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *sheet = pane.optionsSheet();
-        Ui::OVOptionsSheet *ui = sheet->ui();
+        OVOptionsSheet *ui = sheet;
 
-        ui->displayAlertCheck->setChecked(true);
-        ui->autoDismissCheck->setChecked(true);
+        UI(ui, displayAlertCheck)->setChecked(true);
+        UI(ui, autoDismissCheck)->setChecked(true);
         sheet->updatePrefsUI();
-        QVERIFY(ui->autoDismissCheck->isEnabled() && ui->timeValueField->isEnabled() && ui->timeValueStepper->isEnabled() && ui->timeUnitPopUp->isEnabled());
+        QVERIFY(UI(ui, autoDismissCheck)->isEnabled() && UI(ui, timeValueField)->isEnabled() && UI(ui, timeValueStepper)->isEnabled() && UI(ui, timeUnitPopUp)->isEnabled());
         // A click on a governing box applies the rules by itself.
-        ui->displayAlertCheck->click();
-        QVERIFY(!ui->autoDismissCheck->isEnabled());
-        QVERIFY(!ui->timeValueField->isEnabled() && !ui->timeValueStepper->isEnabled() && !ui->timeUnitPopUp->isEnabled());
-        ui->displayAlertCheck->click();
-        ui->autoDismissCheck->click();
-        QVERIFY(ui->autoDismissCheck->isEnabled() && !ui->timeUnitPopUp->isEnabled());
+        UI(ui, displayAlertCheck)->click();
+        QVERIFY(!UI(ui, autoDismissCheck)->isEnabled());
+        QVERIFY(!UI(ui, timeValueField)->isEnabled() && !UI(ui, timeValueStepper)->isEnabled() && !UI(ui, timeUnitPopUp)->isEnabled());
+        UI(ui, displayAlertCheck)->click();
+        UI(ui, autoDismissCheck)->click();
+        QVERIFY(UI(ui, autoDismissCheck)->isEnabled() && !UI(ui, timeUnitPopUp)->isEnabled());
 
-        ui->playSoundCheck->setChecked(true);
-        ui->playSoundCheck->click();
-        QVERIFY(!ui->soundPopUp->isEnabled());
+        UI(ui, playSoundCheck)->setChecked(true);
+        UI(ui, playSoundCheck)->click();
+        QVERIFY(!UI(ui, soundPopUp)->isEnabled());
 
-        ui->autoConnectCheck->setChecked(false);
-        ui->autoConnectCheck->click();
-        QVERIFY(ui->serverAddressField->isEnabled() && ui->userNameField->isEnabled() && ui->volumeField->isEnabled());
-        ui->autoConnectCheck->click();
-        QVERIFY(!ui->serverAddressField->isEnabled() && !ui->volumeField->isEnabled());
+        UI(ui, autoConnectCheck)->setChecked(false);
+        UI(ui, autoConnectCheck)->click();
+        QVERIFY(UI(ui, serverAddressField)->isEnabled() && UI(ui, userNameField)->isEnabled() && UI(ui, volumeField)->isEnabled());
+        UI(ui, autoConnectCheck)->click();
+        QVERIFY(!UI(ui, serverAddressField)->isEnabled() && !UI(ui, volumeField)->isEnabled());
 
         // The open button wants the folder on disk as well as the Safety Net on.
-        ui->useSafetyNetCheck->setChecked(true);
+        UI(ui, useSafetyNetCheck)->setChecked(true);
         sheet->updatePrefsUI();
         QVERIFY(QFileInfo(OVSafetyNet::defaultFolder()).isDir());
-        QVERIFY(ui->openArchiveFolderButton->isEnabled() && ui->archivePopUp->isEnabled() && ui->maxArchivesStepper->isEnabled());
+        QVERIFY(UI(ui, openArchiveFolderButton)->isEnabled() && UI(ui, archivePopUp)->isEnabled() && UI(ui, maxArchivesStepper)->isEnabled());
         QVERIFY(QDir(OVSafetyNet::defaultFolder()).removeRecursively());
         sheet->updatePrefsUI();
-        QVERIFY(!ui->openArchiveFolderButton->isEnabled() && ui->chooseArchiveFolderButton->isEnabled());
+        QVERIFY(!UI(ui, openArchiveFolderButton)->isEnabled() && UI(ui, chooseArchiveFolderButton)->isEnabled());
         pane.createSafetyNetFolder(nullptr);
-        ui->useSafetyNetCheck->click();
-        QVERIFY(!ui->openArchiveFolderButton->isEnabled() && !ui->chooseArchiveFolderButton->isEnabled() && !ui->archivePopUp->isEnabled());
-        QVERIFY(!ui->maxArchivesField->isEnabled());
+        UI(ui, useSafetyNetCheck)->click();
+        QVERIFY(!UI(ui, openArchiveFolderButton)->isEnabled() && !UI(ui, chooseArchiveFolderButton)->isEnabled() && !UI(ui, archivePopUp)->isEnabled());
+        QVERIFY(!UI(ui, maxArchivesField)->isEnabled());
     }
 
     void sheetHeightFollowsTheTab()
     {
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *sheet = pane.optionsSheet();
-        Ui::OVOptionsSheet *ui = sheet->ui();
-        for (QWidget *box : {ui->generalContentBox, ui->safetyNetContentBox, ui->autoConnectContentBox, ui->schedulesContentBox, ui->notificationContentBox, ui->aboutContentBox}) {
+        OVOptionsSheet *ui = sheet;
+        for (QWidget *box : {UI(ui, generalContentBox), UI(ui, safetyNetContentBox), UI(ui, autoConnectContentBox), UI(ui, schedulesContentBox), UI(ui, notificationContentBox), UI(ui, aboutContentBox)}) {
             box->setFixedHeight(200);
         }
         pane.showOptions(nullptr);
@@ -241,35 +241,35 @@ private Q_SLOTS:
         const int heights[] = {270, 341, 341, 360, 508, 340, 270};
         const int order[] = {0, 1, 2, 3, 4, 5, 0};
         for (int i = 0; i < 7; ++i) {
-            ui->optionsTabView->setCurrentIndex(order[i]);
+            UI(ui, optionsTabView)->setCurrentIndex(order[i]);
             QCOMPARE(sheet->height(), heights[i]);
             QCOMPARE(sheet->geometry().top(), top);
-            QVERIFY(ui->generalContentBox->isVisibleTo(ui->generalTab));
+            QVERIFY(UI(ui, generalContentBox)->isVisibleTo(UI(ui, generalTab)));
         }
         QCOMPARE(sheet->currentIdentifier(), QStringLiteral("1"));
-        pane.hideOptions(ui->cancelButton);
+        pane.hideOptions(UI(ui, cancelButton));
     }
 
     void schedulePopUpsCarryCronNumbers()
     {
         OVOrvanePref pane(nullptr, {});
-        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
-        QCOMPARE(ui->dailyHourPopUp->count(), 12);
+        OVOptionsSheet *ui = pane.optionsSheet();
+        QCOMPARE(UI(ui, dailyHourPopUp)->count(), 12);
         for (int i = 0; i < 12; ++i) {
-            QCOMPARE(ui->dailyHourPopUp->itemData(i).toInt(), i);
+            QCOMPARE(UI(ui, dailyHourPopUp)->itemData(i).toInt(), i);
         }
-        QCOMPARE(ui->dailyHourPopUp->itemText(0), QStringLiteral("12"));
-        for (QComboBox *minutes : {ui->dailyMinutePopUp, ui->weeklyMinutePopUp, ui->monthlyMinutePopUp}) {
+        QCOMPARE(UI(ui, dailyHourPopUp)->itemText(0), QStringLiteral("12"));
+        for (QComboBox *minutes : {UI(ui, dailyMinutePopUp), UI(ui, weeklyMinutePopUp), UI(ui, monthlyMinutePopUp)}) {
             for (int i = 0; i < minutes->count(); ++i) {
                 const QString last = minutes->itemText(i).split(QLatin1Char(' ')).last();
                 QVERIFY(last == QLatin1String("AM") || last == QLatin1String("PM"));
                 QCOMPARE(minutes->itemData(i).toInt(), (i % 12) * 5);
             }
         }
-        QCOMPARE(ui->weeklyDayPopUp->itemData(0).toInt(), 0);
-        QCOMPARE(ui->weeklyDayPopUp->itemText(0), QStringLiteral("Sunday"));
-        QCOMPARE(ui->dayOfMonthPopUp->count(), 31);
-        QCOMPARE(ui->dayOfMonthPopUp->itemData(30).toInt(), 31);
+        QCOMPARE(UI(ui, weeklyDayPopUp)->itemData(0).toInt(), 0);
+        QCOMPARE(UI(ui, weeklyDayPopUp)->itemText(0), QStringLiteral("Sunday"));
+        QCOMPARE(UI(ui, dayOfMonthPopUp)->count(), 31);
+        QCOMPARE(UI(ui, dayOfMonthPopUp)->itemData(30).toInt(), 31);
     }
 
     void anacronTakesTheTimes()
@@ -277,23 +277,23 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("UseAnacron"), true}}));
         QFile::remove(QStringLiteral("/etc/anacrontab"));
         OVOrvanePref pane(nullptr, {});
-        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
+        OVOptionsSheet *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
-        QVERIFY(ui->dailyHourPopUp->isEnabled() && ui->dayOfMonthPopUp->isEnabled());
-        QVERIFY(ui->anacronTextField->text().isEmpty());
-        pane.hideOptions(ui->cancelButton);
+        QVERIFY(UI(ui, dailyHourPopUp)->isEnabled() && UI(ui, dayOfMonthPopUp)->isEnabled());
+        QVERIFY(UI(ui, anacronTextField)->text().isEmpty());
+        pane.hideOptions(UI(ui, cancelButton));
 
         QFile table(QStringLiteral("/etc/anacrontab"));
         QVERIFY(table.open(QIODevice::WriteOnly));
         table.close();
         pane.showOptions(nullptr);
-        for (QComboBox *popUp : {ui->dailyHourPopUp, ui->weeklyHourPopUp, ui->monthlyHourPopUp, ui->dailyMinutePopUp,
-                                 ui->weeklyMinutePopUp, ui->monthlyMinutePopUp, ui->weeklyDayPopUp, ui->dayOfMonthPopUp}) {
+        for (QComboBox *popUp : {UI(ui, dailyHourPopUp), UI(ui, weeklyHourPopUp), UI(ui, monthlyHourPopUp), UI(ui, dailyMinutePopUp),
+                                 UI(ui, weeklyMinutePopUp), UI(ui, monthlyMinutePopUp), UI(ui, weeklyDayPopUp), UI(ui, dayOfMonthPopUp)}) {
             QVERIFY(!popUp->isEnabled());
         }
-        QVERIFY(ui->archivePopUp->isEnabled());
-        QVERIFY(!ui->anacronTextField->text().isEmpty());
-        pane.hideOptions(ui->okButton);
+        QVERIFY(UI(ui, archivePopUp)->isEnabled());
+        QVERIFY(!UI(ui, anacronTextField)->text().isEmpty());
+        pane.hideOptions(UI(ui, okButton));
         QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("UseAnacron")).toBool());
         QFile::remove(QStringLiteral("/etc/anacrontab"));
     }
@@ -318,7 +318,7 @@ private Q_SLOTS:
             OVOrvanePref pane(nullptr, {});
             QVERIFY(!QFileInfo::exists(elsewhere));
             QVERIFY(!QFileInfo::exists(fallback));
-            QVERIFY(!pane.optionsSheet()->ui()->openArchiveFolderButton->isEnabled());
+            QVERIFY(!UI(pane.optionsSheet(), openArchiveFolderButton)->isEnabled());
         }
 
         // Opening makes the folder first, then hands it to the file manager.

@@ -1,6 +1,7 @@
 #include "OVSettingsDomain.h"
 
 #include "OVBundle.h"
+#include "OVLogging.h"
 #include "OVPropertyList.h"
 
 #include <QDir>
@@ -10,6 +11,7 @@
 
 QString OVSettingsDomain::path()
 {
+    // Computed here alone: the pane and the notice program read one file.
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QLatin1Char('/') + OVBundle::identifier() + QStringLiteral(".plist");
 }
 
@@ -37,10 +39,15 @@ bool OVSettingsDomain::replace(const QVariantMap &domain)
     QDir().mkpath(QFileInfo(path()).absolutePath());
     QSaveFile file(path());
     if (!file.open(QIODevice::WriteOnly)) {
+        qCWarning(OVLOG) << "cannot write the settings" << path() << file.errorString();
         return false;
     }
     file.write(OVPropertyList::toXml(domain));
-    return file.commit();
+    if (!file.commit()) {
+        qCWarning(OVLOG) << "cannot write the settings" << path() << file.errorString();
+        return false;
+    }
+    return true;
 }
 
 void OVSettingsDomain::remove()

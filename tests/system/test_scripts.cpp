@@ -8,7 +8,7 @@
 #include "OVScriptBuilder.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
-#include "ui_optionssheet.h"
+#include "ovsheetchild.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -184,9 +184,9 @@ private Q_SLOTS:
             result.setBackupDestination(QStringLiteral("dest"));
             return result;
         };
-        pane.backupItems()->setItems({item(OVBackupItem::Daily, "/root/e2e/daily source", "/root/e2e/daily dest"),
-                                      item(OVBackupItem::Manual, "/root/e2e/manual source", "/root/e2e/manual dest")});
-        pane.optionsSheet()->ui()->useSafetyNetCheck->setChecked(false);
+        pane.backupItems()->setItems({item(int(OVFrequency::Daily), "/root/e2e/daily source", "/root/e2e/daily dest"),
+                                      item(int(OVFrequency::Manual), "/root/e2e/manual source", "/root/e2e/manual dest")});
+        UI(pane.optionsSheet(), useSafetyNetCheck)->setChecked(false);
         QVERIFY(pane.saveChanges(nullptr, &pane));
 
         // Only the daily schedule has items.

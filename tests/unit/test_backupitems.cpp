@@ -36,7 +36,7 @@ private Q_SLOTS:
     {
         const OVBackupItem onlyCheck = OVBackupItem::initWithValues({{QStringLiteral("CheckColumn"), true}});
         QVERIFY(onlyCheck.checkColumn());
-        QCOMPARE(onlyCheck.frequencyColumn(), int(OVBackupItem::Daily));
+        QCOMPARE(onlyCheck.frequencyColumn(), int(OVFrequency::Daily));
         QCOMPARE(onlyCheck.sourceColumn(), 0);
         QVERIFY(onlyCheck.backupSource().isNull());
         QVERIFY(onlyCheck.backupDestination().isNull());
@@ -57,7 +57,7 @@ private Q_SLOTS:
         QCOMPARE(model.rowCount(), 1);
         const OVBackupItem &fresh = model.item(0);
         QVERIFY(fresh.checkColumn());
-        QCOMPARE(fresh.frequencyColumn(), int(OVBackupItem::Manual));
+        QCOMPARE(fresh.frequencyColumn(), int(OVFrequency::Manual));
         QCOMPARE(fresh.sourceColumn(), 0);
         QCOMPARE(fresh.destColumn(), 0);
         QVERIFY(!fresh.toast() && !fresh.checkEnabled());
@@ -66,7 +66,7 @@ private Q_SLOTS:
 
     void archiveRoundTrip()
     {
-        OVBackupItem a = item(OVBackupItem::Weekly, true, "/home/ann/Fotos \"2024\" #{x}", "/media/ann/Backup", false, true);
+        OVBackupItem a = item(int(OVFrequency::Weekly), true, "/home/ann/Fotos \"2024\" #{x}", "/media/ann/Backup", false, true);
         a.setBackupSource(QStringLiteral("Fotos ✓"));
         a.setBackupDestination(QString(QLatin1String("")));
         a.setSourceColumn(0);
@@ -74,7 +74,7 @@ private Q_SLOTS:
         OVBackupItem b = item(OVBackupItem::NoSchedule, false, nullptr, nullptr, true, false);
         // Equal strings are stored once and shared.
         OVBackupItem c = a;
-        c.setFrequencyColumn(OVBackupItem::Manual);
+        c.setFrequencyColumn(int(OVFrequency::Manual));
         const QVector<OVBackupItem> items{a, b, c};
 
         const QByteArray data = OVItemArchive::archive(items);
@@ -120,7 +120,7 @@ private Q_SLOTS:
             QCOMPARE(first.sourcePath(), QStringLiteral("/Users/ann/Documents"));
             QCOMPARE(first.destPath(), QStringLiteral("/Volumes/Backup/Documents"));
             const OVBackupItem &second = items->at(1);
-            QCOMPARE(second.frequencyColumn(), int(OVBackupItem::Manual));
+            QCOMPARE(second.frequencyColumn(), int(OVFrequency::Manual));
             QCOMPARE(second.destColumn(), 2);
             QVERIFY(second.toast());
             QCOMPARE(second.backupSource(), QStringLiteral("Documents"));
@@ -158,18 +158,18 @@ private Q_SLOTS:
         OVBackupItemModel model;
         QVERIFY(!model.hasBackupType(QStringLiteral("daily")));
 
-        model.setItems({item(OVBackupItem::Daily, false, "/a", "/b"), item(OVBackupItem::Daily, true, "/a", nullptr)});
+        model.setItems({item(int(OVFrequency::Daily), false, "/a", "/b"), item(int(OVFrequency::Daily), true, "/a", nullptr)});
         QVERIFY(!model.hasBackupType(QStringLiteral("daily")));
 
         // The Toast flag alone counts, whether Toast is installed or not,
         // and checkEnabled is not looked at.
-        model.setItems({item(OVBackupItem::Daily, true, "/a", nullptr, true, false)});
+        model.setItems({item(int(OVFrequency::Daily), true, "/a", nullptr, true, false)});
         QVERIFY(model.hasBackupType(QStringLiteral("daily")));
         QVERIFY(!model.hasBackupType(QStringLiteral("weekly")));
         QVERIFY(!model.hasBackupType(QStringLiteral("manual")));
         QVERIFY(!model.hasBackupType(QStringLiteral("Daily")));
 
-        model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b"), item(OVBackupItem::Monthly, true, "/a", "/b")});
+        model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b"), item(int(OVFrequency::Monthly), true, "/a", "/b")});
         QVERIFY(model.hasBackupType(QStringLiteral("monthly")));
         QVERIFY(!model.hasBackupType(QStringLiteral("daily")) && !model.hasBackupType(QStringLiteral("weekly")));
     }
@@ -178,27 +178,27 @@ private Q_SLOTS:
     {
         OVBackupItemModel model;
         model.setEditable(true);
-        model.setItems({item(OVBackupItem::Daily, true, "/a", "/b"), item(OVBackupItem::Weekly, true, "/a", "/b"), item(OVBackupItem::Monthly, true, "/a", "/b")});
+        model.setItems({item(int(OVFrequency::Daily), true, "/a", "/b"), item(int(OVFrequency::Weekly), true, "/a", "/b"), item(int(OVFrequency::Monthly), true, "/a", "/b")});
         QVERIFY(!model.validateBackupItems(true));
 
-        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b")});
+        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b")});
         QVERIFY(model.validateBackupItems(false));
 
         // Any ticked, enabled and incomplete item spoils it, whatever its frequency.
-        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b"), item(OVBackupItem::Daily, true, nullptr, "/b")});
+        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b"), item(int(OVFrequency::Daily), true, nullptr, "/b")});
         QVERIFY(!model.validateBackupItems(true));
         // Unless it is unticked or not enabled.
-        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b"), item(OVBackupItem::Daily, true, nullptr, "/b", false, false)});
+        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b"), item(int(OVFrequency::Daily), true, nullptr, "/b", false, false)});
         QVERIFY(model.validateBackupItems(true));
 
         // A Toast destination counts only while Toast is installed.
-        model.setItems({item(OVBackupItem::Manual, true, "/a", nullptr, true)});
+        model.setItems({item(int(OVFrequency::Manual), true, "/a", nullptr, true)});
         QVERIFY(model.validateBackupItems(true));
         QVERIFY(!model.validateBackupItems(false));
 
         model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b")});
         QVERIFY(!model.validateBackupItems(true));
-        model.setItems({item(OVBackupItem::Manual, true, "/a", "/b", false, false)});
+        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b", false, false)});
         QVERIFY(!model.validateBackupItems(true));
     }
 };

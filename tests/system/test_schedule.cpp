@@ -7,7 +7,7 @@
 #include "OVScheduleTables.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
-#include "ui_optionssheet.h"
+#include "ovsheetchild.h"
 
 #include <QDir>
 #include <QFile>
@@ -109,16 +109,16 @@ private Q_SLOTS:
 
     void lineFormats()
     {
-        QCOMPARE(cronLine(Daily, m_times), QByteArray("30\t15\t*\t*\t*\troot\t\"/Library/Application Support/Orvane/.daily/orvane_daily.rb\"\n"));
-        QCOMPARE(cronLine(Weekly, m_times), QByteArray("5\t0\t*\t*\t6\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
-        QCOMPARE(cronLine(Monthly, m_times), QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
-        QCOMPARE(anacronLine(Weekly), QByteArray("7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
+        QCOMPARE(cronLine(OVFrequency::Daily, m_times), QByteArray("30\t15\t*\t*\t*\troot\t\"/Library/Application Support/Orvane/.daily/orvane_daily.rb\"\n"));
+        QCOMPARE(cronLine(OVFrequency::Weekly, m_times), QByteArray("5\t0\t*\t*\t6\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
+        QCOMPARE(cronLine(OVFrequency::Monthly, m_times), QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
+        QCOMPARE(anacronLine(OVFrequency::Weekly), QByteArray("7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
     }
 
     void edits()
     {
-        const QByteArray daily = cronLine(Daily, m_times);
-        const QByteArray old = "0\t2\t*\t*\t*\troot\t\"" + scriptPath(Daily) + "\"\n";
+        const QByteArray daily = cronLine(OVFrequency::Daily, m_times);
+        const QByteArray old = "0\t2\t*\t*\t*\troot\t\"" + scriptPath(OVFrequency::Daily) + "\"\n";
         // Replaced where it stands; everything around it kept.
         QCOMPARE(edit("A=1\n" + old + "B=2\n", {daily, {}, {}}), "A=1\n" + daily + "B=2\n");
         // Appended at the end; with no final line end it joins the last line.
@@ -128,30 +128,30 @@ private Q_SLOTS:
         QCOMPARE(edit("A=1\n" + old + "B=2\n", {}), QByteArray("A=1\nB=2\n"));
         QCOMPARE(edit("A=1\n" + old.chopped(1), {}), QByteArray("A=1\n"));
         // Only the first line holding the path is the pane's.
-        const QByteArray mention = "# runs " + scriptPath(Daily) + " daily\n";
+        const QByteArray mention = "# runs " + scriptPath(OVFrequency::Daily) + " daily\n";
         QCOMPARE(edit(mention + old, {daily, {}, {}}), daily + old);
         QCOMPARE(edit(old + old, {}), old);
         // The three schedules, in order, each on its own.
-        QCOMPARE(edit(QByteArray(), {daily, cronLine(Weekly, m_times), cronLine(Monthly, m_times)}),
-                 daily + cronLine(Weekly, m_times) + cronLine(Monthly, m_times));
+        QCOMPARE(edit(QByteArray(), {daily, cronLine(OVFrequency::Weekly, m_times), cronLine(OVFrequency::Monthly, m_times)}),
+                 daily + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
     }
 
     void helperInstallsTheEditedTablesByteForByte()
     {
         buildCrontab(m_times, {true, true, true});
-        QCOMPARE(read(OVFixedPaths::TmpCrontab), DebianCrontab + cronLine(Daily, m_times) + cronLine(Weekly, m_times) + cronLine(Monthly, m_times));
+        QCOMPARE(read(OVFixedPaths::TmpCrontab), DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QVERIFY(buildAnacrontab({false, false, true}));
         QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
-        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(Daily, m_times) + cronLine(Weekly, m_times) + cronLine(Monthly, m_times));
+        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QCOMPARE(read(OVFixedPaths::SavedCrontab), DebianCrontab);
-        QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(Monthly));
+        QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
 
         // cron's own lines and order survive any number of edits.
         Times later = m_times;
         later.dailyHour = 4;
         buildCrontab(later, {true, false, true});
         QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
-        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(Daily, later) + cronLine(Monthly, later));
+        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
         restoreCrontab();
         QVERIFY(restoreAnacrontab());
         QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
@@ -165,7 +165,7 @@ private Q_SLOTS:
         QFile::remove(path(OVFixedPaths::Crontab));
         write(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
         buildCrontab(m_times, {true, false, false});
-        QCOMPARE(read(OVFixedPaths::TmpCrontab), "SAVED=1\n" + cronLine(Daily, m_times));
+        QCOMPARE(read(OVFixedPaths::TmpCrontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
 
         // Neither readable: nothing is written, what was there stays.
         QFile::remove(path(OVFixedPaths::SavedCrontab));
@@ -216,33 +216,33 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
-        Ui::OVOptionsSheet *ui = pane.optionsSheet()->ui();
-        ui->dailyHourPopUp->setCurrentIndex(3);
-        ui->dailyMinutePopUp->setCurrentIndex(ui->dailyMinutePopUp->findText(QStringLiteral(":30 PM")));
-        ui->weeklyDayPopUp->setCurrentIndex(6);
-        ui->dayOfMonthPopUp->setCurrentIndex(27);
+        OVOptionsSheet *ui = pane.optionsSheet();
+        UI(ui, dailyHourPopUp)->setCurrentIndex(3);
+        UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 PM")));
+        UI(ui, weeklyDayPopUp)->setCurrentIndex(6);
+        UI(ui, dayOfMonthPopUp)->setCurrentIndex(27);
         const Times times = pane.optionsSheet()->scheduleTimes();
         QCOMPARE(times.dailyHour, 15);
         QCOMPARE(times.dailyMinute, 30);
         QCOMPARE(times.weeklyDay, 6);
         QCOMPARE(times.dayOfMonth, 28);
-        ui->dailyMinutePopUp->setCurrentIndex(ui->dailyMinutePopUp->findText(QStringLiteral(":30 AM")));
+        UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 AM")));
         QCOMPARE(pane.optionsSheet()->scheduleTimes().dailyHour, 3);
-        ui->dailyMinutePopUp->setCurrentIndex(ui->dailyMinutePopUp->findText(QStringLiteral(":30 PM")));
+        UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 PM")));
 
-        pane.backupItems()->setItems({item(OVBackupItem::Daily), item(OVBackupItem::Weekly), item(OVBackupItem::Monthly), item(OVBackupItem::Manual)});
+        pane.backupItems()->setItems({item(int(OVFrequency::Daily)), item(int(OVFrequency::Weekly)), item(int(OVFrequency::Monthly)), item(int(OVFrequency::Manual))});
         QVERIFY(pane.saveChanges(nullptr, &pane));
-        const QByteArray three = DebianCrontab + cronLine(Daily, times) + cronLine(Weekly, times) + cronLine(Monthly, times);
+        const QByteArray three = DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
         QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), three, 5000);
 
         // Anacron takes the schedule over: cron loses the lines.
-        pane.backupItems()->setItems({item(OVBackupItem::Monthly)});
+        pane.backupItems()->setItems({item(int(OVFrequency::Monthly))});
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("UseAnacron"), true}, {QStringLiteral("Locked"), false}}));
         pane.restoreSavedOptions();
         QVERIFY(pane.useAnacron());
         pane.saveChanges(nullptr, nullptr);
         QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab, 5000);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(Monthly), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly), 5000);
 
         // Anacron gone: the next save goes back to cron and forgets anacron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
@@ -250,7 +250,7 @@ private Q_SLOTS:
         QVERIFY(!pane.useAnacron());
         // (The restore above put the absent day of the month, the 1st, in the dialog.)
         QCOMPARE(pane.optionsSheet()->scheduleTimes().dayOfMonth, 1);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(Monthly, pane.optionsSheet()->scheduleTimes()), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Monthly, pane.optionsSheet()->scheduleTimes()), 5000);
 
         // Backups off: the lines go.
         auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));

@@ -149,14 +149,14 @@ private Q_SLOTS:
         write(path(OVFixedPaths::WeeklyRunFlag), "");
         m_monitor->updateLogButtons();
         QVERIFY(!QFile::exists(path(OVFixedPaths::WeeklyRunFlag)));
-        QVERIFY(!m_monitor->isRunning(OVStatusMonitor::Weekly));
+        QVERIFY(!m_monitor->isRunning(OVFrequency::Weekly));
 
         // While a root process runs ruby, the flags are trusted.
         m_ruby.start(QStringLiteral("ruby"), {QStringLiteral("-e"), QStringLiteral("sleep 60")});
         QVERIFY(m_ruby.waitForStarted());
         write(path(OVFixedPaths::DailyRunFlag), "");
         m_monitor->updateLogButtons();
-        QVERIFY(m_monitor->isRunning(OVStatusMonitor::Daily));
+        QVERIFY(m_monitor->isRunning(OVFrequency::Daily));
         QCOMPARE(m_rows[0].button->text(), OVLocalized("Working"));
         QVERIFY(!m_rows[0].button->isEnabled());
         QVERIFY(m_rows[0].button->toolTip().isEmpty());

@@ -56,8 +56,8 @@ work=$(mktemp -d)
 mkdir -p "$work/source" "$work/dest"
 echo data > "$work/source/file"
 run_script() {
-    timeout 60 ruby -e 'load ARGV[0]; exit OrvaneBackup.new(eval(ARGV[1])).run' "$(dirname "$0")/../../resources/backup_script.rb" \
-        "{frequency: 'Daily', backupCommand: '$(dirname "$0")/../../tools/psync/psync', sourceFolders: ['$work/source'],
+    timeout 60 ruby -e 'load ARGV[0]; exit OrvaneBackup.new(eval(ARGV[1])).run' "$(dirname "$0")/../../../resources/backup_script.rb" \
+        "{frequency: 'Daily', backupCommand: '$(dirname "$0")/../../../tools/psync/psync', sourceFolders: ['$work/source'],
           destFolders: ['$work/dest'], logfile: '$work/log', lastBackup: '$work/lastbackup', toastApplicationName: '',
           username: 'ovnotice', remoteBackup: false, showProgress: false, repairPermissions: false, promptBeforeBackup: true,
           shouldWaitUntilAway: false, autoConnect: false, remoteServerName: '', remoteAccountName: '', remoteVolumeName: '',

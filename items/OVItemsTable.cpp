@@ -1,0 +1,116 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "OVItemsTable.h"
+
+#include "OVBackupItemModel.h"
+#include "OVFolderLabel.h"
+#include "OVItemDelegate.h"
+#include "OVLocalizedStrings.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QTableView>
+
+OVItemsTable::OVItemsTable(QTableView *view, QComboBox *frequencyMenu, OVBackupItemModel *model, QObject *parent)
+    : QObject(parent)
+    , m_view(view)
+    , m_model(model)
+{
+    // The frequency menu's fourth entry is no frequency: a separator.
+    frequencyMenu->removeItem(OVBackupItem::NoSchedule);
+    frequencyMenu->insertSeparator(OVBackupItem::NoSchedule);
+    QStringList titles;
+    for (int i = 0; i < frequencyMenu->count(); ++i) {
+        titles.append(frequencyMenu->itemText(i));
+    }
+    m_model->setFrequencyTitles(titles);
+
+    m_view->setModel(m_model);
+    auto *delegate = new OVItemDelegate(m_view);
+    m_view->setItemDelegate(delegate);
+    connect(delegate, &OVItemDelegate::entryChosen, this, &OVItemsTable::menuEntryChosen, Qt::QueuedConnection);
+    connect(m_model, &OVBackupItemModel::itemEdited, this, &OVItemsTable::changed);
+    QHeaderView *header = m_view->horizontalHeader();
+    header->setSectionResizeMode(OVBackupItemModel::CheckColumn, QHeaderView::ResizeToContents);
+    header->setSectionResizeMode(OVBackupItemModel::FrequencyColumn, QHeaderView::ResizeToContents);
+    header->setSectionResizeMode(OVBackupItemModel::SourceColumn, QHeaderView::Stretch);
+    header->setSectionResizeMode(OVBackupItemModel::DestColumn, QHeaderView::Stretch);
+}
+
+int OVItemsTable::selectedRow() const
+{
+    const QItemSelectionModel *selection = m_view->selectionModel();
+    const QModelIndexList rows = selection ? selection->selectedRows() : QModelIndexList();
+    return rows.isEmpty() ? -1 : rows.first().row();
+}
+
+void OVItemsTable::menuEntryChosen(int row, int column, int tag)
+{
+    Q_UNUSED(row)
+    if (column == OVBackupItemModel::SourceColumn && tag == OVBackupItemModel::ChooseSourceTag) {
+        chooseFolder(tag);
+    } else if (column == OVBackupItemModel::DestColumn) {
+        if (tag == OVBackupItemModel::ChooseDestinationTag) {
+            chooseFolder(tag);
+        } else {
+            setToastFlag(tag);
+        }
+    }
+}
+
+void OVItemsTable::chooseFolder(int tag)
+{
+    const int row = selectedRow();
+    if (row < 0) {
+        return;
+    }
+    m_currentCell = tag;
+    if (tag == OVBackupItemModel::ChooseDestinationTag) {
+        setToastFlag(tag);
+    }
+    const OVBackupItem &item = m_model->item(row);
+    const QString current = tag == OVBackupItemModel::ChooseDestinationTag ? item.destPath() : item.sourcePath();
+    auto *panel = new QFileDialog(m_view->window());
+    panel->setObjectName(QStringLiteral("folderPanel"));
+    panel->setAttribute(Qt::WA_DeleteOnClose);
+    panel->setFileMode(QFileDialog::Directory);
+    panel->setOption(QFileDialog::ShowDirsOnly);
+    panel->setLabelText(QFileDialog::Accept, OVLocalized("Choose"));
+    panel->setDirectory(!current.isEmpty() && QFileInfo(current).isDir() ? current : QDir::homePath());
+    panel->setWindowModality(Qt::WindowModal);
+    connect(panel, &QFileDialog::finished, this, [this, panel](int result) {
+        const QStringList chosen = panel->selectedFiles();
+        openPanelDidEnd(result == QDialog::Accepted ? 1 : 0, chosen.isEmpty() ? QString() : chosen.constFirst());
+    });
+    panel->open();
+}
+
+void OVItemsTable::openPanelDidEnd(int returnCode, const QString &path)
+{
+    const int row = selectedRow();
+    if (returnCode == 1 && row >= 0 && !path.isEmpty()) {
+        m_model->setFolder(row, m_currentCell, path, OVFolderLabel::labelForPath(path));
+    }
+    Q_EMIT changed();
+}
+
+void OVItemsTable::setToastFlag(int tag)
+{
+    const int row = selectedRow();
+    if (row >= 0) {
+        m_model->setToastFlag(row, tag == OVBackupItemModel::ToastTag);
+    }
+}
+
+void OVItemsTable::deleteSelected()
+{
+    const int row = selectedRow();
+    if (row < 0) {
+        return;
+    }
+    m_model->removeItem(row);
+    Q_EMIT changed();
+}

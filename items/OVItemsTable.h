@@ -1,0 +1,41 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <QObject>
+
+class QComboBox;
+class QTableView;
+class OVBackupItemModel;
+
+// The items table on the pane: its model, its cells and per-row menus, and
+// the folder dialog that a menu entry opens for the selected row.
+class OVItemsTable : public QObject
+{
+    Q_OBJECT
+public:
+    // The frequency column's titles are those of the window's frequency menu.
+    OVItemsTable(QTableView *view, QComboBox *frequencyMenu, OVBackupItemModel *model, QObject *parent = nullptr);
+
+    int selectedRow() const;
+    // The folder dialog for the selected row: tag 1 source, 2 destination.
+    void chooseFolder(int tag);
+    // The dialog ended: OK (1) takes the folder for the selected row.
+    void openPanelDidEnd(int returnCode, const QString &path);
+    // Tag 6 (the Toast entry) sets the selected row's Toast flag; any other clears it.
+    void setToastFlag(int tag);
+    // Removes the selected row, if any.
+    void deleteSelected();
+
+Q_SIGNALS:
+    // An item changed: the pane refreshes what depends on the items.
+    void changed();
+
+private:
+    void menuEntryChosen(int row, int column, int tag);
+
+    QTableView *m_view;
+    OVBackupItemModel *m_model;
+    // Which cell opened the folder dialog: 1 source, 2 destination.
+    int m_currentCell = 0;
+};
