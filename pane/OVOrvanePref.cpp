@@ -335,9 +335,9 @@ void OVOrvanePref::buildScheduledScripts()
 {
     const QByteArray templateText = OVScriptBuilder::readTemplate();
     const OVScriptBuilder::SharedOptions shared = sharedScriptOptions(true);
+    m_scheduledScripts.clear();
     for (int frequency = 0; frequency < 3; ++frequency) {
         const ScriptFiles &files = Scheduled[frequency];
-        OVTemporaryFile::remove(QString::fromUtf8(files.temporary));
         OVScriptBuilder::Script script;
         gatherItems(frequency, script.sources, script.destinations);
         if (script.sources.isEmpty() || templateText.isEmpty()) {
@@ -347,7 +347,7 @@ void OVOrvanePref::buildScheduledScripts()
         script.logfile = files.logfile;
         script.lastBackup = QByteArray(files.folder) + "/.lastbackup";
         script.options = frequencyOptions(files.prefix);
-        OVTemporaryFile::write(QString::fromUtf8(files.temporary), OVScriptBuilder::fill(templateText, script, shared));
+        m_scheduledScripts.append({files.prefix, OVScriptBuilder::fill(templateText, script, shared)});
     }
 }
 
@@ -364,7 +364,7 @@ void OVOrvanePref::buildManualScript()
     script.logfile = OVFixedPaths::DailyLog;
     script.lastBackup = QByteArray(OVFixedPaths::DailyFolder) + "/.lastbackup";
     script.options = frequencyOptions("manually");
-    OVTemporaryFile::write(QString::fromUtf8(OVFixedPaths::TmpManualScript), OVScriptBuilder::fill(templateText, script, sharedScriptOptions(false)));
+    m_manualScript = OVScriptBuilder::fill(templateText, script, sharedScriptOptions(false));
 }
 
 void OVOrvanePref::performBackup(QObject *sender)
@@ -374,7 +374,7 @@ void OVOrvanePref::performBackup(QObject *sender)
         return;
     }
     buildManualScript();
-    OVToolLauncher::launch(OVFixedPaths::ManualBackupTool);
+    OVToolLauncher::launch(OVFixedPaths::ManualBackupTool, m_manualScript);
     showAlertSheet(QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
 }
 
@@ -469,12 +469,11 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
         installCrontab();
     }
 
-    OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {
-        OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool);
+        OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool, OVItemArchive::archive(m_backupItems->items()));
         if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 0) {
             buildScheduledScripts();
-            OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool);
+            OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(m_scheduledScripts));
         }
     }
     return true;
@@ -673,6 +672,9 @@ bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
         } else if (!m_savedForClose && (event->type() == QEvent::Close || (event->type() == QEvent::Hide && !m_hostWindow->isMinimized()))) {
             m_savedForClose = true;
             saveChanges(event, nullptr);
+            // The host goes next: its helpers finish first (an agent's
+            // password dialog included).
+            OVToolLauncher::instance()->waitForAll(120000);
         }
     }
     return KCModule::eventFilter(watched, event);

@@ -147,6 +147,9 @@ private:
     // Which cell opened the folder dialog: 1 source, 2 destination.
     int m_currentCell = 0;
     bool m_useAnacron = false;
+    // What the last build made, handed to the helpers on their standard input.
+    QList<QPair<QByteArray, QByteArray>> m_scheduledScripts;
+    QByteArray m_manualScript;
     // The host's window, watched so that closing it saves (the host
     // destroys the module before the application quits).
     QPointer<QWidget> m_hostWindow;
