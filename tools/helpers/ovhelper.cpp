@@ -126,7 +126,15 @@ Caller start(int argc, char **argv, const char *toolName)
     }
     const Caller caller{getuid(), getgid(), s_parent};
     if (caller.uid != 0) {
-        if (caller.parent <= 1 || !parentHoldsUnlock(caller.parent, caller.uid)) {
+        // The parent must be the caller's own process: polkit judges a
+        // process by its owner, and a root parent (init, after our parent
+        // left) would be authorized for anything.
+        struct stat parentStat;
+        const std::string proc = "/proc/" + std::to_string(caller.parent);
+        if (caller.parent <= 1 || stat(proc.c_str(), &parentStat) != 0 || parentStat.st_uid != caller.uid) {
+            fail("refused: the calling process is not the caller's own");
+        }
+        if (!parentHoldsUnlock(caller.parent, caller.uid)) {
             fail("refused: the calling process does not hold Orvane's unlock (an administrator's password is needed)");
         }
         // Re-parented while polkit was asked: the answer was about someone else.
