@@ -9,7 +9,9 @@
 #include "OVPropertyList.h"
 #include "OVSettingsDomain.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QFile>
 #include <QSaveFile>
 #include <QStandardPaths>
@@ -84,6 +86,7 @@ private Q_SLOTS:
 
         // The settings domain: a deep file counts as no domain, and a save
         // replaces it.
+        QDir().mkpath(QFileInfo(OVSettingsDomain::path()).absolutePath());
         QSaveFile file(OVSettingsDomain::path());
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(deepXml(1000000));
