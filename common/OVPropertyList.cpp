@@ -3,7 +3,9 @@
 #include <QDateTime>
 #include <QFile>
 
+#include <algorithm>
 #include <memory>
+#include <vector>
 #include <plist/plist.h>
 
 namespace
@@ -24,10 +26,155 @@ QString stringFrom(const char *text)
     return QString::fromUtf8(text);
 }
 
+// Our lists nest a few levels; libplist 2.2 parses recursively, so a
+// hostile list nested deep enough would overflow the stack. The nesting is
+// measured on the bytes first, without recursion, and deeper lists are
+// refused before libplist sees them.
+constexpr int MaxDepth = 32;
+
+quint64 bigEndian(const uchar *bytes, int size)
+{
+    quint64 value = 0;
+    for (int i = 0; i < size; ++i) {
+        value = (value << 8) | bytes[i];
+    }
+    return value;
+}
+
+// Depth of a binary list, or -1 when it is malformed, cyclic or too deep.
+// Each object is measured once (an iterative walk that remembers depths),
+// so the time is linear in the objects and references.
+int binaryDepth(const QByteArray &data)
+{
+    const auto *bytes = reinterpret_cast<const uchar *>(data.constData());
+    const quint64 size = static_cast<quint64>(data.size());
+    if (size < 8 + 32) {
+        return -1;
+    }
+    const uchar *trailer = bytes + size - 32;
+    const int offsetSize = trailer[6];
+    const int refSize = trailer[7];
+    const quint64 count = bigEndian(trailer + 8, 8);
+    const quint64 top = bigEndian(trailer + 16, 8);
+    const quint64 table = bigEndian(trailer + 24, 8);
+    if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || count == 0 || top >= count || table >= size - 32
+        || count > (size - 32 - table) / static_cast<quint64>(offsetSize)) {
+        return -1;
+    }
+    auto offsetOf = [&](quint64 object) {
+        return bigEndian(bytes + table + object * static_cast<quint64>(offsetSize), offsetSize);
+    };
+    // The references of a container: where they start and how many.
+    auto references = [&](quint64 object, quint64 &first, quint64 &n) {
+        const quint64 at = offsetOf(object);
+        if (at >= table) {
+            return false;
+        }
+        const uchar marker = bytes[at];
+        const int kind = marker & 0xf0;
+        n = 0;
+        if (kind != 0xa0 && kind != 0xc0 && kind != 0xd0) {
+            return true;
+        }
+        n = marker & 0x0f;
+        first = at + 1;
+        if (n == 0x0f) {
+            if (first >= table || (bytes[first] & 0xf0) != 0x10) {
+                return false;
+            }
+            const int width = 1 << (bytes[first] & 0x0f);
+            if (width > 8 || first + 1 + static_cast<quint64>(width) > table) {
+                return false;
+            }
+            n = bigEndian(bytes + first + 1, width);
+            first += 1 + static_cast<quint64>(width);
+        }
+        if (kind == 0xd0) {
+            n *= 2;
+        }
+        return n <= (table - first) / static_cast<quint64>(refSize);
+    };
+
+    // 0: not seen, -1: on the path (a cycle if met again), else depth + 1.
+    std::vector<int> depth(count, 0);
+    struct Frame {
+        quint64 object, first, n, next;
+        int deepest;
+    };
+    std::vector<Frame> stack;
+    auto enter = [&](quint64 object) {
+        Frame frame{object, 0, 0, 0, 0};
+        if (!references(object, frame.first, frame.n)) {
+            return false;
+        }
+        depth[object] = -1;
+        stack.push_back(frame);
+        return static_cast<int>(stack.size()) <= MaxDepth + 1;
+    };
+    if (!enter(top)) {
+        return -1;
+    }
+    while (!stack.empty()) {
+        Frame &frame = stack.back();
+        if (frame.next == frame.n) {
+            const int mine = frame.deepest + 1;
+            depth[frame.object] = mine;
+            stack.pop_back();
+            if (!stack.empty()) {
+                stack.back().deepest = std::max(stack.back().deepest, mine);
+            }
+            continue;
+        }
+        const quint64 child = bigEndian(bytes + frame.first + frame.next * static_cast<quint64>(refSize), refSize);
+        ++frame.next;
+        if (child >= count || depth[child] == -1) {
+            return -1;
+        }
+        if (depth[child] > 0) {
+            frame.deepest = std::max(frame.deepest, depth[child]);
+        } else if (!enter(child)) {
+            return -1;
+        }
+    }
+    return depth[top] - 1 <= MaxDepth ? depth[top] - 1 : -1;
+}
+
+// Depth of an XML list by its <array> and <dict> tags, or -1 when too deep.
+int xmlDepth(const QByteArray &data)
+{
+    int depth = 0;
+    int deepest = 0;
+    int at = 0;
+    while ((at = data.indexOf('<', at)) >= 0) {
+        if (data.mid(at, 4) == "<!--") {
+            const int end = data.indexOf("-->", at);
+            if (end < 0) {
+                return -1;
+            }
+            at = end + 3;
+            continue;
+        }
+        const int end = data.indexOf('>', at);
+        if (end < 0) {
+            return -1;
+        }
+        const QByteArray tag = data.mid(at + 1, end - at - 1).trimmed();
+        if (tag == "array" || tag == "dict") {
+            deepest = std::max(deepest, ++depth);
+            if (deepest > MaxDepth) {
+                return -1;
+            }
+        } else if (tag == "/array" || tag == "/dict") {
+            --depth;
+        }
+        at = end + 1;
+    }
+    return deepest;
+}
+
 QVariant toVariant(plist_t node, int depth)
 {
-    // Archives nest a few levels; anything deeper is not ours.
-    if (!node || depth > 64) {
+    if (!node || depth > MaxDepth) {
         return QVariant();
     }
     switch (plist_get_node_type(node)) {
@@ -73,11 +220,21 @@ QVariant toVariant(plist_t node, int depth)
         return QVariant::fromValue(OVPlistUid{value});
     }
     case PLIST_ARRAY: {
+        // By iterator: libplist 2.2 finds an item by index from the start,
+        // which made long lists quadratic.
         QVariantList list;
-        const uint32_t size = plist_array_get_size(node);
-        for (uint32_t i = 0; i < size; ++i) {
-            list.append(toVariant(plist_array_get_item(node, i), depth + 1));
+        list.reserve(static_cast<int>(plist_array_get_size(node)));
+        plist_array_iter it = nullptr;
+        plist_array_new_iter(node, &it);
+        for (;;) {
+            plist_t item = nullptr;
+            plist_array_next_item(node, it, &item);
+            if (!item) {
+                break;
+            }
+            list.append(toVariant(item, depth + 1));
         }
+        free(it);
         return list;
     }
     case PLIST_DICT: {
@@ -151,7 +308,11 @@ QVariant fromData(const QByteArray &data)
         return QVariant();
     }
     plist_t root = nullptr;
-    if (data.startsWith("bplist00")) {
+    const bool binary = data.startsWith("bplist00");
+    if ((binary ? binaryDepth(data) : xmlDepth(data)) < 0) {
+        return QVariant();
+    }
+    if (binary) {
         plist_from_bin(data.constData(), static_cast<uint32_t>(data.size()), &root);
     } else {
         plist_from_xml(data.constData(), static_cast<uint32_t>(data.size()), &root);

@@ -1,7 +1,6 @@
 #include "OVItemArchive.h"
 
 #include "OVPropertyList.h"
-#include "OVTemporaryFile.h"
 #include "ovfixedpaths.h"
 
 #include <QFile>
@@ -54,7 +53,7 @@ public:
     QVariant classReference(const QString &name, const QStringList &hierarchy)
     {
         if (!m_classes.contains(name)) {
-            m_objects.append(QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), hierarchy}});
+            m_objects.append(QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), QVariant(QVariantList(hierarchy.cbegin(), hierarchy.cend()))}});
             m_classes.insert(name, static_cast<quint64>(m_objects.size() - 1));
         }
         return uid(m_classes.value(name));
@@ -243,9 +242,4 @@ std::optional<QVector<OVBackupItem>> OVItemArchive::load(const QString &path)
         return std::nullopt;
     }
     return unarchive(file.readAll());
-}
-
-bool OVItemArchive::writeTemporary(const QVector<OVBackupItem> &items)
-{
-    return OVTemporaryFile::write(QString::fromUtf8(OVFixedPaths::TmpItemsArchive), archive(items));
 }

@@ -18,6 +18,4 @@ public:
     static std::optional<QVector<OVBackupItem>> unarchive(const QByteArray &data);
 
     static std::optional<QVector<OVBackupItem>> load(const QString &path);
-    // Writes the pane's hand-over copy in /tmp.
-    static bool writeTemporary(const QVector<OVBackupItem> &items);
 };

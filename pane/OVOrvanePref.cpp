@@ -265,7 +265,7 @@ void OVOrvanePref::buildScheduledScripts()
 {
     OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
     shared.toastApplication = m_toast.applicationName;
-    OVScriptBuilder::buildScheduledScripts(
+    m_scheduledScripts = OVScriptBuilder::buildScheduledScripts(
         m_backupItems->items(),
         [this](OVFrequency frequency) {
             return m_optionsSheet->frequencyOptions(frequency);
@@ -277,7 +277,7 @@ void OVOrvanePref::buildManualScript()
 {
     OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
     shared.toastApplication = m_toast.applicationName;
-    OVScriptBuilder::buildManualScript(m_backupItems->items(), m_optionsSheet->frequencyOptions(OVFrequency::Manual), shared);
+    m_manualScript = OVScriptBuilder::buildManualScript(m_backupItems->items(), m_optionsSheet->frequencyOptions(OVFrequency::Manual), shared);
 }
 
 void OVOrvanePref::performBackup(QObject *sender)
@@ -287,7 +287,7 @@ void OVOrvanePref::performBackup(QObject *sender)
         return;
     }
     buildManualScript();
-    OVToolLauncher::launch(OVFixedPaths::ManualBackupTool);
+    OVToolLauncher::launch(OVFixedPaths::ManualBackupTool, m_manualScript);
     showAlertSheet(QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
 }
 
@@ -351,12 +351,11 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
         OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), scheduledTypes());
     }
 
-    OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {
-        OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool);
+        OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool, OVItemArchive::archive(m_backupItems->items()));
         if (backupsOn()) {
             buildScheduledScripts();
-            OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool);
+            OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(m_scheduledScripts));
         }
     }
     return true;
@@ -493,6 +492,9 @@ bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
         } else if (!m_savedForClose && (event->type() == QEvent::Close || (event->type() == QEvent::Hide && !m_hostWindow->isMinimized()))) {
             m_savedForClose = true;
             saveChanges(event, nullptr);
+            // The host goes next: its helpers finish first (an agent's
+            // password dialog included).
+            OVToolLauncher::instance()->waitForAll(120000);
         }
     }
     return KCModule::eventFilter(watched, event);

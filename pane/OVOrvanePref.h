@@ -139,6 +139,9 @@ private:
     bool m_isAuthorized = false;
     OVToast::Detection m_toast;
     bool m_useAnacron = false;
+    // What the last build made, handed to the helpers on their standard input.
+    QList<QPair<QByteArray, QByteArray>> m_scheduledScripts;
+    QByteArray m_manualScript;
     // The host's window, watched so that closing it saves (the host
     // destroys the module before the application quits).
     QPointer<QWidget> m_hostWindow;

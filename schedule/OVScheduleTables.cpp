@@ -27,9 +27,16 @@ std::optional<QByteArray> readCrontab()
     return readFile(OVFixedPaths::SavedCrontab);
 }
 
+// The edited tables wait here for installCrontab, which hands them to the
+// helper on its standard input.
+QByteArray s_crontab, s_anacrontab;
+bool s_hasCrontab = false, s_hasAnacrontab = false;
+
 void writeTemporary(const char *path, const QByteArray &text)
 {
-    OVTemporaryFile::write(QString::fromUtf8(path), text);
+    const bool cron = qstrcmp(path, OVFixedPaths::TmpCrontab) == 0;
+    (cron ? s_crontab : s_anacrontab) = text;
+    (cron ? s_hasCrontab : s_hasAnacrontab) = true;
 }
 }
 
@@ -134,7 +141,15 @@ bool restoreAnacrontab()
 
 void installCrontab()
 {
-    OVToolLauncher::launch(OVFixedPaths::InstallCrontabTool);
+    OVToolLauncher::Parts parts;
+    if (s_hasCrontab) {
+        parts.append({"crontab", s_crontab});
+    }
+    if (s_hasAnacrontab) {
+        parts.append({"anacrontab", s_anacrontab});
+    }
+    s_hasCrontab = s_hasAnacrontab = false;
+    OVToolLauncher::launch(OVFixedPaths::InstallCrontabTool, OVToolLauncher::parts(parts));
 }
 
 void applySchedule(bool &useAnacron, const Times &times, const std::array<bool, 3> &scheduled)

@@ -1,7 +1,6 @@
 #include "OVScriptBuilder.h"
 
 #include "OVBundle.h"
-#include "OVTemporaryFile.h"
 
 #include <QFile>
 
@@ -141,30 +140,32 @@ Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const F
     return script;
 }
 
-void buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared)
+QList<QPair<QByteArray, QByteArray>>
+buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared)
 {
     const QByteArray templateText = readTemplate();
     shared.scheduled = true;
     fillUser(shared);
+    QList<QPair<QByteArray, QByteArray>> scripts;
     for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
-        OVTemporaryFile::remove(QString::fromUtf8(files.tmpScript));
         const Script filled = script(files.frequency, items, options(files.frequency));
         if (filled.sources.isEmpty() || templateText.isEmpty()) {
             continue;
         }
-        OVTemporaryFile::write(QString::fromUtf8(files.tmpScript), fill(templateText, filled, shared));
+        scripts.append({QByteArray(files.word), fill(templateText, filled, shared)});
     }
+    return scripts;
 }
 
-void buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared)
+QByteArray buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared)
 {
     const Script filled = script(OVFrequency::Manual, items, options);
     const QByteArray templateText = readTemplate();
     if (filled.sources.isEmpty() || templateText.isEmpty()) {
-        return;
+        return {};
     }
     shared.scheduled = false;
     fillUser(shared);
-    OVTemporaryFile::write(QString::fromUtf8(OVFixedPaths::Manual.tmpScript), fill(templateText, filled, shared));
+    return fill(templateText, filled, shared);
 }
 }

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QPair>
 #include <QVector>
 #include <QString>
 #include <functional>
@@ -65,9 +66,9 @@ QByteArray readTemplate();
 // frequency in table order (a Toast item's destination is "Toast").
 Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const FrequencyOptions &options);
 
-// The three scheduled scripts into /tmp for install_scripts; a frequency
-// with no qualifying item leaves none there.
-void buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared);
-// The manual script into /tmp for manual_backup, when a manual item qualifies.
-void buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared);
+// The scheduled scripts for install_scripts, named "daily", "weekly" and
+// "monthly"; a frequency with no qualifying item has none.
+QList<QPair<QByteArray, QByteArray>> buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared);
+// The manual script for manual_backup; empty when no manual item qualifies.
+QByteArray buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared);
 }

@@ -66,7 +66,7 @@ private Q_SLOTS:
             QCOMPARE(modeOf(folder), mode_t(0775));
         }
         // The install's folder keeps its own rights.
-        QCOMPARE(modeOf(OVFixedPaths::ApplicationSupportFolder), mode_t(01775));
+        QCOMPARE(modeOf(OVFixedPaths::ApplicationSupportFolder), mode_t(0755));
 
         QCOMPARE(pane.backupItems()->rowCount(), 1);
         QCOMPARE(pane.backupItems()->item(0).frequencyColumn(), int(OVFrequency::Manual));

@@ -138,4 +138,25 @@ bool onlyOwnLinesDiffer(const std::string &installed, const std::string &propose
     }
     return next == kept.size();
 }
+
+std::optional<std::string> tableToInstall(const std::string &installed, const std::string &proposed, Table table)
+{
+    if (!onlyOwnLinesDiffer(installed, proposed, table)) {
+        return std::nullopt;
+    }
+    const Lines before = splitLines(installed);
+    const std::string_view unterminatedLast = before.lastTerminated || before.lines.empty() ? std::string_view() : before.lines.back();
+    std::string result;
+    result.reserve(proposed.size() + 8);
+    for (const auto line : splitLines(proposed).lines) {
+        if (!unterminatedLast.empty() && !isOwnLine(line, table) && line.size() > unterminatedLast.size()
+            && line.substr(0, unterminatedLast.size()) == unterminatedLast && isOwnLine(line.substr(unterminatedLast.size()), table)) {
+            result.append(unterminatedLast).append("\n");
+            result.append(line.substr(unterminatedLast.size())).append("\n");
+            continue;
+        }
+        result.append(line).append("\n");
+    }
+    return result;
+}
 }

@@ -1,23 +1,29 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The set-user-ID helpers, run by real users inside the test sandbox.
 
 An administrator (group sudo) and an ordinary user are made in the sandbox's
-own /etc; the helpers are the installed, root-owned, set-user-ID ones.
+own /etc; the helpers are the installed, root-owned, set-user-ID ones. A real
+system D-Bus and polkitd decide the unlock: with no rule of ours polkit's
+defaults stand (an administrator's password, which no one gives here), a
+grant rule stands in for a pane that was unlocked, a deny rule for a refused
+password. The system log is a socket of ours at /dev/log, on a private /dev.
 """
 import os
 import pwd
+import socket
 import stat
 import subprocess
+import threading
+import time
 import unittest
 
 RESOURCES = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources"
 SUPPORT = "/Library/Application Support/Orvane"
 TOOLS = ["archive_table", "install_scripts", "remove_scripts", "install_crontab", "manual_backup"]
-SCRIPTS = {
-    "daily": ("/tmp/orvane_daily.rb", SUPPORT + "/.daily/orvane_daily.rb"),
-    "weekly": ("/tmp/orvane_weekly.rb", SUPPORT + "/.weekly/orvane_weekly.rb"),
-    "monthly": ("/tmp/orvane_monthly.rb", SUPPORT + "/.monthly/orvane_monthly.rb"),
-}
+INSTALLED = {"daily": SUPPORT + "/.daily/orvane_daily.rb", "weekly": SUPPORT + "/.weekly/orvane_weekly.rb",
+             "monthly": SUPPORT + "/.monthly/orvane_monthly.rb"}
 DAILY_LINE = '30\t3\t*\t*\t*\troot\t"/Library/Application Support/Orvane/.daily/orvane_daily.rb"\n'
 DEBIAN_CRONTAB = (
     "# /etc/crontab: system-wide crontab\n"
@@ -27,11 +33,9 @@ DEBIAN_CRONTAB = (
     "#\n"
 )
 ANACRONTAB = "SHELL=/bin/sh\n1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n"
-# Everything these tests make in /tmp. Only these go between tests: a kept
-# folder (the checkout itself) may live under /tmp too.
-TMP_FILES = ["/tmp/BackupItems.plist", "/tmp/orvane_daily.rb", "/tmp/orvane_weekly.rb", "/tmp/orvane_monthly.rb",
-             "/tmp/orvane_manual.rb", "/tmp/crontab.orvane", "/tmp/anacrontab.orvane", "/tmp/manual-ran",
-             "/tmp/admins-own-file"]
+TMP_NAMES = ["/tmp/BackupItems.plist", "/tmp/orvane_daily.rb", "/tmp/orvane_weekly.rb", "/tmp/orvane_monthly.rb",
+             "/tmp/orvane_manual.rb", "/tmp/crontab.orvane", "/tmp/anacrontab.orvane"]
+AUTHPRIV = 10 << 3
 
 
 def sh(*args):
@@ -41,6 +45,47 @@ def sh(*args):
 def read(path):
     with open(path, "rb") as f:
         return f.read()
+
+
+def parts(**named):
+    out = b""
+    for name, data in named.items():
+        data = data.encode() if isinstance(data, str) else data
+        out += b"%s %d\n" % (name.encode(), len(data)) + data
+    return out
+
+
+def template():
+    return read(RESOURCES + "/backup_script.rb")
+
+
+def filled(**settings):
+    """The template as the pane fills it: settings lines replaced by literals."""
+    text = template()
+    for line, value in settings.items():
+        text = text.replace(b"#ov_" + line.encode(), line.encode() + b" = " + value.encode(), 1)
+    return text
+
+
+def private_dev_log():
+    """A /dev of this sandbox only, with a socket at /dev/log that we read."""
+    os.makedirs("/run/ov-dev", exist_ok=True)
+    sh("mount", "--rbind", "/dev", "/run/ov-dev")
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "ov-dev", "/dev"], check=True)
+    for name in os.listdir("/run/ov-dev"):
+        real, mine = "/run/ov-dev/" + name, "/dev/" + name
+        if os.path.islink(real):
+            os.symlink(os.readlink(real), mine)
+            continue
+        if os.path.isdir(real):
+            os.mkdir(mine)
+        else:
+            open(mine, "w").close()
+        subprocess.run(["mount", "--rbind", real, mine], capture_output=True)
+    log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    log.bind("/dev/log")
+    os.chmod("/dev/log", 0o666)
+    return log
 
 
 class Helpers(unittest.TestCase):
@@ -54,193 +99,237 @@ class Helpers(unittest.TestCase):
                 sh("useradd", "-m", *groups, name)
         cls.admin = pwd.getpwnam("ovadmin")
         cls.user = pwd.getpwnam("ovuser")
+        cls.log_lines = []
+        cls.log = private_dev_log()
+        threading.Thread(target=cls.read_log, daemon=True).start()
+        os.makedirs("/run/dbus", exist_ok=True)
+        sh("dbus-daemon", "--system", "--fork", "--nopidfile")
+        cls.polkitd = subprocess.Popen(["/usr/lib/polkit-1/polkitd", "--no-debug"], stdout=subprocess.DEVNULL,
+                                       stderr=subprocess.DEVNULL)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.polkitd.terminate()
+        cls.polkitd.wait()
+
+    @classmethod
+    def read_log(cls):
+        while True:
+            cls.log_lines.append(cls.log.recv(65536).decode(errors="replace"))
 
     def setUp(self):
-        subprocess.run(["rm", "-rf", SUPPORT, *TMP_FILES], check=True)
+        self.rule(None)
+        subprocess.run(["rm", "-rf", SUPPORT, *TMP_NAMES], check=True)
         for sub in ("", "/.daily", "/.weekly", "/.monthly"):
             os.mkdir(SUPPORT + sub, 0o775)
-            os.chown(SUPPORT + sub, self.admin.pw_uid, self.admin.pw_gid)
+            os.chmod(SUPPORT + sub, 0o775)
         with open("/etc/crontab", "w") as f:
             f.write(DEBIAN_CRONTAB)
         with open("/etc/anacrontab", "w") as f:
             f.write(ANACRONTAB)
-        for path in ("/etc/crontab.ov",):
-            if os.path.exists(path):
-                os.unlink(path)
+        if os.path.exists("/etc/crontab.ov"):
+            os.unlink("/etc/crontab.ov")
+        del self.log_lines[:]
 
-    def give(self, who, path, data, mode=0o600):
-        """A file as the pane writes it: owned by its user, mode 0600."""
-        if os.path.lexists(path):
-            os.unlink(path)
-        with open(path, "wb") as f:
-            f.write(data.encode() if isinstance(data, str) else data)
-        os.chown(path, who.pw_uid, who.pw_gid)
-        os.chmod(path, mode)
+    def rule(self, result):
+        """None: polkit's defaults; "YES": the administrator holds the unlock; "NO": refused."""
+        for name in os.listdir("/etc/polkit-1/rules.d"):
+            if name.startswith("50-orvane-test"):
+                os.unlink("/etc/polkit-1/rules.d/" + name)
+        if result:
+            with open("/etc/polkit-1/rules.d/50-orvane-test-%s.rules" % result, "w") as f:
+                f.write('polkit.addRule(function(action, subject) {\n'
+                        '    if (action.id == "org.orvane.Orvane.unlock" && subject.user == "ovadmin")\n'
+                        '        return polkit.Result.%s;\n});\n' % result)
+        want = {None: 2, "YES": 0, "NO": 1}[result]
+        for _ in range(100):
+            check = subprocess.run(["setpriv", "--reuid=ovadmin", "--regid=ovadmin", "--init-groups", "--", "sh", "-c",
+                                    "pkcheck --action-id org.orvane.Orvane.unlock --process $$; s=$?; exit $s"],
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            if check.returncode == want or (want == 2 and check.returncode in (1, 2, 3)):
+                return
+            time.sleep(0.1)
+        self.fail("polkitd did not take the rule %s" % result)
 
-    def run_tool(self, who, tool, args=("--Orvane",), env=None, pass_fds=()):
+    def run_tool(self, who, tool, data=b"", args=("--Orvane",)):
+        """Starts the tool as a child of a shell of who's (its caller), input on stdin."""
         return subprocess.run(
-            ["setpriv", "--reuid=%d" % who.pw_uid, "--regid=%d" % who.pw_gid, "--init-groups",
-             "--", os.path.join(RESOURCES, tool), *args],
-            capture_output=True, text=True, env=env or {"PATH": "/usr/bin:/bin"}, timeout=60, pass_fds=pass_fds)
+            ["setpriv", "--reuid=%d" % who.pw_uid, "--regid=%d" % who.pw_gid, "--init-groups", "--",
+             "sh", "-c", '"$@"; status=$?; exit $status', "sh", os.path.join(RESOURCES, tool), *args],
+            input=data, capture_output=True, env={"PATH": "/usr/bin:/bin"}, timeout=60)
 
     def refused(self, result, words):
+        err = result.stderr.decode()
         self.assertNotEqual(result.returncode, 0, result)
-        self.assertEqual(len(result.stderr.strip().splitlines()), 1, result.stderr)
-        self.assertIn(words, result.stderr)
+        self.assertEqual(len(err.strip().splitlines()), 1, err)
+        self.assertIn(words, err)
 
-    def give_all_inputs(self, who):
-        self.give(who, "/tmp/BackupItems.plist", "bplist00 items")
-        for temporary, _ in SCRIPTS.values():
-            self.give(who, temporary, "#!/usr/bin/ruby\nputs 1\n")
-        self.give(who, "/tmp/crontab.orvane", DEBIAN_CRONTAB + DAILY_LINE)
-        self.give(who, "/tmp/orvane_manual.rb", "#!/usr/bin/ruby\nFile.write('/tmp/manual-ran', 'yes')\n")
-        for _, installed in SCRIPTS.values():
-            self.give(self.admin, installed, "#!/usr/bin/ruby\n# installed\n", 0o700)
+    def logged(self, words):
+        for _ in range(300):
+            hits = [l for l in self.log_lines if words in l]
+            if hits:
+                priority = int(hits[0][1:hits[0].index(">")])
+                self.assertEqual(priority & ~7, AUTHPRIV, hits[0])
+                return hits[0]
+            time.sleep(0.1)
+        self.fail("not in the system log: %r; log: %r" % (words, self.log_lines))
 
-    def assert_nothing_changed(self):
-        self.assertFalse(os.path.exists(SUPPORT + "/BackupItems.plist"))
-        for _, installed in SCRIPTS.values():
-            self.assertEqual(read(installed), b"#!/usr/bin/ruby\n# installed\n")
-        self.assertEqual(read("/etc/crontab").decode(), DEBIAN_CRONTAB)
-        self.assertFalse(os.path.exists("/etc/crontab.ov"))
-        self.assertFalse(os.path.exists("/tmp/manual-ran"))
+    def plant_all(self, who, data=b"planted"):
+        for path in TMP_NAMES:
+            with open(path, "wb") as f:
+                f.write(data)
+            os.chown(path, who.pw_uid, who.pw_gid)
+            os.chmod(path, 0o600)
 
-    def test_installed_set_user_id_root(self):
+    def save(self, who, items=b"bplist00 items", scripts=None, crontab=DEBIAN_CRONTAB + DAILY_LINE):
+        """A pane's save: the archive, the schedule and the scripts."""
+        scripts = scripts if scripts is not None else {"daily": filled(frequency='"Daily"')}
+        return [self.run_tool(who, "install_crontab", parts(crontab=crontab)),
+                self.run_tool(who, "archive_table", items),
+                self.run_tool(who, "install_scripts", parts(**scripts))]
+
+    def test_installed_layout(self):
         for tool in TOOLS:
             st = os.stat(os.path.join(RESOURCES, tool))
             self.assertEqual((st.st_uid, st.st_mode & 0o7777), (0, 0o4755), tool)
+        # As "make install" left them (setUp only re-makes the support folders).
+        for folder, mode in (("/Library", 0o755), ("/Library/Application Support", 0o755),
+                             ("/Library/PreferencePanes/Orvane.prefPane", 0o755), (RESOURCES, 0o755)):
+            st = os.stat(folder)
+            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o7777), (0, 0, mode), folder)
 
-    def test_non_administrator_gets_nothing_done(self):
-        self.give_all_inputs(self.user)
-        for tool in TOOLS:
-            self.refused(self.run_tool(self.user, tool), "not an administrator")
-        self.assert_nothing_changed()
-
-    def test_argument_list_must_be_exactly_orvane(self):
-        self.give_all_inputs(self.admin)
-        for args in ([], ["--orvane"], ["--Orvane", "--Orvane"], [""], ["--Orvane", "/etc/shadow"]):
-            for tool in TOOLS:
-                self.refused(self.run_tool(self.admin, tool, args), "exactly one argument")
-        self.assert_nothing_changed()
-
-    def test_hostile_inputs_are_refused(self):
-        secret = "/tmp/admins-own-file"
-        self.give(self.admin, secret, "#!/usr/bin/ruby\nadmin's own file\n")
-        cases = {
-            "link": lambda p: os.symlink(secret, p),
-            "someone else's": lambda p: self.give(self.user, p, "#!/usr/bin/ruby\n", 0o644),
-            "hard link": lambda p: os.link(secret, p),
-            "group-writable": lambda p: self.give(self.admin, p, "#!/usr/bin/ruby\n", 0o620),
-            "folder": lambda p: os.mkdir(p),
-        }
-        words = {"link": "Too many levels", "someone else's": "not owned", "hard link": "more than one link",
-                 "group-writable": "writable by others", "folder": "not a regular file"}
-        for tool, path in (("archive_table", "/tmp/BackupItems.plist"), ("manual_backup", "/tmp/orvane_manual.rb"),
-                           ("install_scripts", "/tmp/orvane_weekly.rb"), ("install_crontab", "/tmp/crontab.orvane")):
-            for case, plant in cases.items():
-                with self.subTest(tool=tool, case=case):
-                    subprocess.run(["rm", "-rf", path])
-                    plant(path)
-                    self.refused(self.run_tool(self.admin, tool), words[case])
-                    subprocess.run(["rm", "-rf", path])
+    def test_no_unlock_no_root(self):
+        self.plant_all(self.admin, b"#!/bin/sh\nid > /tmp/pwned\n")
+        inputs = {"archive_table": b"bplist00 x", "install_scripts": parts(daily=filled()),
+                  "install_crontab": parts(crontab=DEBIAN_CRONTAB + DAILY_LINE), "manual_backup": filled(),
+                  "remove_scripts": b""}
+        for name in INSTALLED.values():
+            with open(name, "wb") as f:
+                f.write(b"# installed\n")
+        # An administrator's own process that was never unlocked, the same
+        # with the password refused, and an ordinary user even where the
+        # administrator would be granted.
+        for result, who in ((None, self.admin), ("NO", self.admin), ("YES", self.user)):
+            self.rule(result)
+            for tool, data in inputs.items():
+                with self.subTest(rule=result, who=who.pw_name, tool=tool):
+                    self.refused(self.run_tool(who, tool, data), "does not hold Orvane's unlock")
+        self.logged("does not hold Orvane's unlock")
         self.assertFalse(os.path.exists(SUPPORT + "/BackupItems.plist"))
-        self.assertFalse(os.path.exists(SCRIPTS["weekly"][1]))
         self.assertEqual(read("/etc/crontab").decode(), DEBIAN_CRONTAB)
+        for name in INSTALLED.values():
+            self.assertEqual(read(name), b"# installed\n")
+        self.assertFalse(os.path.exists("/tmp/pwned"))
+        # No argument list but exactly --Orvane, whoever asks.
+        self.rule("YES")
+        for args in ([], ["--orvane"], ["--Orvane", "--Orvane"], ["--Orvane", "/etc/shadow"]):
+            for tool in TOOLS:
+                self.refused(self.run_tool(self.admin, tool, b"", args), "exactly one argument")
 
-    def test_archive_table_keeps_the_previous_archive(self):
-        self.give(self.admin, "/tmp/BackupItems.plist", "bplist00 first")
-        self.assertEqual(self.run_tool(self.admin, "archive_table").returncode, 0)
-        archive = SUPPORT + "/BackupItems.plist"
-        st = os.stat(archive)
-        self.assertEqual((st.st_uid, st.st_mode & 0o777, read(archive)), (0, 0o644, b"bplist00 first"))
-        self.give(self.admin, "/tmp/BackupItems.plist", "<?xml second")
-        self.assertEqual(self.run_tool(self.admin, "archive_table").returncode, 0)
-        self.assertEqual(read(archive), b"<?xml second")
-        self.assertEqual(read(SUPPORT + "/BackupItems.previous.plist"), b"bplist00 first")
-        self.give(self.admin, "/tmp/BackupItems.plist", "rm -rf /")
-        self.refused(self.run_tool(self.admin, "archive_table"), "not a property list")
-        self.assertEqual(read(archive), b"<?xml second")
-
-    def test_scripts_installed_and_removed(self):
-        for temporary, _ in SCRIPTS.values():
-            self.give(self.admin, temporary, "#!/usr/bin/ruby\n")
-        self.assertEqual(self.run_tool(self.admin, "install_scripts").returncode, 0)
-        for _, installed in SCRIPTS.values():
-            st = os.stat(installed)
-            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o777), (0, 0, 0o700))
-        # The weekly schedule lost its last item.
-        os.unlink(SCRIPTS["weekly"][0])
-        self.assertEqual(self.run_tool(self.admin, "install_scripts").returncode, 0)
-        self.assertFalse(os.path.exists(SCRIPTS["weekly"][1]))
-        self.assertTrue(os.path.exists(SCRIPTS["daily"][1]))
-        # Not a script: nothing of the set changes.
-        self.give(self.admin, SCRIPTS["monthly"][0], "rm -rf /")
-        self.refused(self.run_tool(self.admin, "install_scripts"), "does not start with #!")
-        self.assertTrue(os.path.exists(SCRIPTS["monthly"][1]))
-        self.assertEqual(self.run_tool(self.admin, "remove_scripts").returncode, 0)
-        for _, installed in SCRIPTS.values():
-            self.assertFalse(os.path.exists(installed))
-        self.assertEqual(self.run_tool(self.admin, "remove_scripts").returncode, 0)
-
-    def test_scripts_never_written_through_a_linked_folder(self):
-        daily = SUPPORT + "/.daily"
-        os.rmdir(daily)
-        os.symlink("/etc/cron.d", daily)
-        self.give(self.admin, SCRIPTS["daily"][0], "#!/usr/bin/ruby\n")
-        self.refused(self.run_tool(self.admin, "install_scripts"), "Not a directory")
-        self.assertFalse(os.path.exists("/etc/cron.d/orvane_daily.rb"))
-
-    def test_install_crontab_takes_only_own_lines(self):
-        self.give(self.admin, "/tmp/crontab.orvane", DEBIAN_CRONTAB + DAILY_LINE)
-        self.give(self.admin, "/tmp/anacrontab.orvane",
-                  ANACRONTAB + '7\t25\torvane.weekly\t"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb"\n')
-        result = self.run_tool(self.admin, "install_crontab")
-        self.assertEqual(result.returncode, 0, result.stderr)
+    def test_granted_save_installs_whatever_others_planted(self):
+        self.rule("YES")
+        # Another user's files at every old hand-off name, and a link.
+        self.plant_all(self.user)
+        os.unlink("/tmp/BackupItems.plist")
+        os.symlink("/etc/shadow", "/tmp/BackupItems.plist")
+        daily = filled(frequency='"Daily"', username='"ovadmin"')
+        for result in self.save(self.admin, scripts={"daily": daily, "weekly": filled(frequency='"Weekly"')}):
+            self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(read(SUPPORT + "/BackupItems.plist"), b"bplist00 items")
         self.assertEqual(read("/etc/crontab").decode(), DEBIAN_CRONTAB + DAILY_LINE)
         self.assertEqual(read("/etc/crontab.ov").decode(), DEBIAN_CRONTAB)
-        self.assertIn("orvane.weekly", read("/etc/anacrontab").decode())
-        st = os.stat("/etc/crontab")
-        self.assertEqual((st.st_uid, st.st_mode & 0o777), (0, 0o644))
-        self.assertFalse(os.path.exists("/tmp/crontab.orvane"))
+        self.assertEqual(read(INSTALLED["daily"]), daily)
+        self.assertFalse(os.path.exists(INSTALLED["monthly"]))
+        for path, mode in ((SUPPORT + "/BackupItems.plist", 0o644), ("/etc/crontab", 0o644), (INSTALLED["daily"], 0o700)):
+            st = os.stat(path)
+            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o777), (0, 0, mode), path)
+        for name in TMP_NAMES[1:]:
+            self.assertEqual(read(name), b"planted")
+        self.logged("installed the item list")
+        self.logged("installed /etc/crontab")
+        # Framed input that is not what the tool takes changes nothing.
+        for bad in (b"daily 5\nabc", b"cron 3\nabc", b"daily 0\ndaily 0\n", b"daily 07\n", b"daily\n"):
+            self.refused(self.run_tool(self.admin, "install_scripts", bad), "refused")
+        self.assertEqual(read(INSTALLED["daily"]), daily)
 
-        # Taking the line out again is fine; adding a line of one's own is not.
-        self.give(self.admin, "/tmp/crontab.orvane", DEBIAN_CRONTAB + "* * * * *\troot\t/tmp/evil\n")
-        self.refused(self.run_tool(self.admin, "install_crontab"), "not Orvane's")
-        self.assertEqual(read("/etc/crontab").decode(), DEBIAN_CRONTAB + DAILY_LINE)
-        self.give(self.admin, "/tmp/crontab.orvane", DEBIAN_CRONTAB)
-        self.assertEqual(self.run_tool(self.admin, "install_crontab").returncode, 0)
-        self.assertEqual(read("/etc/crontab").decode(), DEBIAN_CRONTAB)
-
-        # Without /etc/crontab the saved copy is the base.
-        os.unlink("/etc/crontab")
-        self.give(self.admin, "/tmp/crontab.orvane", read("/etc/crontab.ov").decode() + DAILY_LINE)
-        self.assertEqual(self.run_tool(self.admin, "install_crontab").returncode, 0)
-        self.assertTrue(read("/etc/crontab").decode().endswith(DAILY_LINE))
-
-        os.unlink("/etc/anacrontab")
-        self.give(self.admin, "/tmp/anacrontab.orvane", ANACRONTAB)
-        self.refused(self.run_tool(self.admin, "install_crontab"), "no /etc/anacrontab")
-        self.assertFalse(os.path.exists("/etc/anacrontab"))
-
-    def test_manual_backup_runs_a_private_copy_as_root(self):
-        self.give(self.admin, "/tmp/orvane_manual.rb",
-                  "#!/usr/bin/ruby\n"
-                  "File.write('/tmp/manual-ran', [Process.uid, Process.euid, Process.gid, "
-                  "ENV.keys.sort.join(','), __FILE__, File.stat(__FILE__).uid, File.exist?('/proc/self/fd/9')].join(' '))\n")
-        # A descriptor the caller leaves open never reaches the root process.
-        leaked = os.open("/etc/hostname", os.O_RDONLY)
-        os.dup2(leaked, 9, inheritable=True)
-        result = self.run_tool(self.admin, "manual_backup", pass_fds=(9,),
-                               env={"PATH": "/tmp/evil:/usr/bin", "RUBYOPT": "-r/tmp/evil", "LD_PRELOAD": "/tmp/evil.so"})
-        os.close(9)
-        os.close(leaked)
+    def test_folders_others_could_change(self):
+        self.rule("YES")
+        os.chown(SUPPORT, self.admin.pw_uid, self.admin.pw_gid)
+        self.refused(self.run_tool(self.admin, "archive_table", b"bplist00 x"), "may be changed by someone other than root")
+        self.logged("may be changed by someone other than root")
+        os.chown(SUPPORT, 0, 0)
+        sudo = int(subprocess.run(["getent", "group", "sudo"], capture_output=True, text=True).stdout.split(":")[2])
+        os.chown(SUPPORT + "/.daily", 0, sudo)
+        self.refused(self.run_tool(self.admin, "install_scripts", parts(daily=filled())), ".daily may be changed")
+        self.assertFalse(os.path.exists(INSTALLED["daily"]))
+        os.chown(SUPPORT + "/.daily", 0, 0)
+        os.rmdir(SUPPORT + "/.weekly")
+        os.symlink("/etc/cron.d", SUPPORT + "/.monthly.link")
+        os.rmdir(SUPPORT + "/.monthly")
+        os.rename(SUPPORT + "/.monthly.link", SUPPORT + "/.monthly")
+        self.refused(self.run_tool(self.admin, "install_scripts", parts(daily=filled())), "Not a directory")
+        os.unlink(SUPPORT + "/.monthly")
+        # Missing ones are made again, root's own.
+        result = self.run_tool(self.admin, "install_scripts", parts(weekly=filled()))
         self.assertEqual(result.returncode, 0, result.stderr)
-        uid, euid, gid, keys, script, owner, fd_open = read("/tmp/manual-ran").decode().split(" ")
-        self.assertEqual((uid, euid, gid, owner, fd_open), ("0", "0", "0", "0", "false"))
-        self.assertEqual(keys, "HOME,LANG,LOGNAME,PATH,SHELL,USER")
-        self.assertNotEqual(script, "/tmp/orvane_manual.rb")
-        self.assertFalse(os.path.exists(os.path.dirname(script)), "the private copy is cleaned up")
-        self.assertEqual(stat.S_IMODE(os.stat("/tmp/orvane_manual.rb").st_mode), 0o600)
+        for sub in (".weekly", ".monthly"):
+            st = os.stat(SUPPORT + "/" + sub)
+            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o7777), (0, 0, 0o775))
+        self.assertTrue(os.path.exists(INSTALLED["weekly"]))
+
+    def test_only_the_filled_template_runs_as_root(self):
+        self.rule("YES")
+        hostile = {
+            "any #! file": b"#!/usr/bin/ruby\nFile.write('/tmp/pwned', 'x')\n",
+            "code after a setting": filled(username='"x"; File.write("/tmp/pwned", "x")'),
+            "interpolation": filled(username='"#{File.write(%q(/tmp/pwned), 1)}"'),
+            "unknown setting": filled(frequency='"Daily"').replace(b"#ov_username", b"system = \"x\""),
+            "changed code": filled().replace(b"class OrvaneBackup", b"File.write('/tmp/pwned', 'x')\nclass OrvaneBackup"),
+            "empty": b"",
+        }
+        for case, script in hostile.items():
+            with self.subTest(case=case):
+                self.refused(self.run_tool(self.admin, "manual_backup", script), "refused")
+                self.refused(self.run_tool(self.admin, "install_scripts", parts(daily=script)), "refused")
+        self.assertFalse(os.path.exists("/tmp/pwned"))
+        self.assertFalse(os.path.exists(INSTALLED["daily"]))
+        # Names with quotes, "#" and a newline, escaped as the pane does.
+        sources = '[ "/home/a\\"b", "/home/\\#{x}", "/home/new\nline" ]'
+        script = filled(sourceFolders=sources, destFolders='[ "/nowhere" ]', username='"ovadmin"')
+        result = self.run_tool(self.admin, "manual_backup", script)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.logged("started the manual backup")
+        self.logged("the manual backup ended")
+        self.assertEqual([n for n in os.listdir("/tmp") if n.startswith("orvane-manual.")], [])
+
+    def test_crontab_lines_never_joined(self):
+        self.rule("YES")
+        with open("/etc/crontab", "w") as f:
+            f.write("SHELL=/bin/sh\n15 4 * * * root /usr/bin/true")
+        # The pane appended its line straight onto the unterminated one.
+        joined = "SHELL=/bin/sh\n15 4 * * * root /usr/bin/true" + DAILY_LINE
+        result = self.run_tool(self.admin, "install_crontab", parts(crontab=joined))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(read("/etc/crontab").decode(), "SHELL=/bin/sh\n15 4 * * * root /usr/bin/true\n" + DAILY_LINE)
+        # A line of someone else's stays refused, and anacron without its table.
+        self.refused(self.run_tool(self.admin, "install_crontab", parts(crontab=DEBIAN_CRONTAB + "* * * * *\troot\t/tmp/x\n")),
+                     "not Orvane's")
+        os.unlink("/etc/anacrontab")
+        self.refused(self.run_tool(self.admin, "install_crontab", parts(anacrontab=ANACRONTAB)), "no /etc/anacrontab")
+
+    def test_unreadable_archive_survives_saves(self):
+        self.rule("YES")
+        with open(SUPPORT + "/BackupItems.plist", "wb") as f:
+            f.write(b"bplist00 from elsewhere, unreadable")
+        for n in range(3):
+            result = self.run_tool(self.admin, "archive_table", b"bplist00 save %d" % n)
+            self.assertEqual(result.returncode, 0, result.stderr)
+        kept = [n for n in os.listdir(SUPPORT) if n.startswith("BackupItems.kept-")]
+        self.assertEqual(len(kept), 1, os.listdir(SUPPORT))
+        self.assertEqual(read(SUPPORT + "/" + kept[0]), b"bplist00 from elsewhere, unreadable")
+        self.assertEqual(read(SUPPORT + "/BackupItems.plist"), b"bplist00 save 2")
+        self.assertEqual(read(SUPPORT + "/BackupItems.previous.plist"), b"bplist00 save 1")
+        self.refused(self.run_tool(self.admin, "archive_table", b"rm -rf /"), "not a property list")
 
 
 if __name__ == "__main__":
