@@ -18,6 +18,7 @@
 #include "OVStatusMonitor.h"
 #include "OVToast.h"
 #include "OVToolLauncher.h"
+#include "OVUpdateNotice.h"
 #include "ovfixedpaths.h"
 #include "ui_optionssheet.h"
 #include "OVTemporaryFile.h"
@@ -54,6 +55,7 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
                                               return m_isAuthorized;
                                           },
                                           this);
+    m_updateNotice = new OVUpdateNotice(this);
     connectControls();
     mainViewDidLoad();
 }
@@ -119,6 +121,10 @@ void OVOrvanePref::mainViewDidLoad()
     masterToggle(this);
 
     QTimer::singleShot(1000, this, &OVOrvanePref::verifyToolPermissions);
+    // Late enough that the pane is on screen before an update sheet may appear.
+    if (m_savedSettings && m_savedSettings->value(QStringLiteral("CheckForUpdates")).toBool()) {
+        QTimer::singleShot(1250, m_updateNotice, &OVUpdateNotice::checkForNewerVersion);
+    }
     m_statusMonitor->startTimer(true);
     OVStartupFiles::removeLeftoverScripts();
 }

@@ -16,6 +16,7 @@ class OVLogSheet;
 class OVOptionsSheet;
 class OVSafetyNet;
 class OVStatusMonitor;
+class OVUpdateNotice;
 
 namespace Ui
 {
@@ -138,6 +139,7 @@ private:
     OVBackupItemModel *m_backupItems;
     OVLock *m_lock;
     OVStatusMonitor *m_statusMonitor;
+    OVUpdateNotice *m_updateNotice;
     std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     bool m_isToastInstalled = false;
