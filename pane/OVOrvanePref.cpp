@@ -17,6 +17,7 @@
 #include "OVStartupFiles.h"
 #include "OVStatusMonitor.h"
 #include "OVToolLauncher.h"
+#include "OVUpdateNotice.h"
 #include "ovfixedpaths.h"
 #include "ui_orvanepref.h"
 
@@ -47,6 +48,7 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
                                           },
                                           this);
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
+    m_updateNotice = new OVUpdateNotice(this);
     connectControls();
     mainViewDidLoad();
 }
@@ -113,6 +115,10 @@ void OVOrvanePref::mainViewDidLoad()
 
     QTimer::singleShot(1000, this, &OVOrvanePref::verifyToolPermissions);
     m_statusMonitor->startTimer(true);
+    // Late enough that the pane is on screen before an update sheet may appear.
+    if (saved && OVSettingsTable::value(*saved, "CheckForUpdates").toBool()) {
+        QTimer::singleShot(1250, m_updateNotice, &OVUpdateNotice::checkForNewerVersion);
+    }
     OVStartupFiles::removeLeftoverScripts();
 }
 

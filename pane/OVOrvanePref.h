@@ -17,6 +17,7 @@ class OVLogSheet;
 class OVOptionsSheet;
 class OVSafetyNet;
 class OVStatusMonitor;
+class OVUpdateNotice;
 
 namespace Ui
 {
@@ -136,6 +137,7 @@ private:
     OVLock *m_lock;
     OVStatusMonitor *m_statusMonitor;
     OVItemsTable *m_itemsTable;
+    OVUpdateNotice *m_updateNotice;
     bool m_isAuthorized = false;
     OVToast::Detection m_toast;
     bool m_useAnacron = false;

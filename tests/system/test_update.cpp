@@ -1,0 +1,384 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+// The update check against a real HTTPS server on the vendor's host name,
+// run by tests/system/with-update-server.sh inside the sandbox: the client's
+// answers for each kind of version file, then the pane's notice.
+#include "MacPADSocket.h"
+#include "OVBundle.h"
+#include "OVOptionsSheet.h"
+#include "OVOrvanePref.h"
+#include "OVPropertyList.h"
+#include "OVSettingsDomain.h"
+#include "OVUpdateNotice.h"
+
+#include <QDesktopServices>
+#include <QDialog>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTextEdit>
+
+// Stands in for the browser: records what the pane asks to open.
+class UrlRecorder : public QObject
+{
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+public Q_SLOTS:
+    void openUrl(const QUrl &url)
+    {
+        opened.append(url);
+    }
+};
+
+class TestUpdate : public QObject
+{
+    Q_OBJECT
+
+    QString m_root;
+    QString m_log;
+
+    static QVariantMap versionFile(const QString &version, const QString &notes = QString())
+    {
+        QVariantMap file{
+            {QStringLiteral("productVersion"), version},
+            {QStringLiteral("productPageURL"), QStringLiteral("https://www.orvane.org/")},
+            {QStringLiteral("productDownloadURL"),
+             QVariantList{QStringLiteral("https://www.orvane.org/download/Orvane-%1.tar.gz").arg(version), QStringLiteral("https://mirror.example/o.tgz")}},
+        };
+        if (!notes.isNull()) {
+            file.insert(QStringLiteral("productReleaseNotes"), notes);
+        }
+        return file;
+    }
+
+    void serve(const QString &path, const QByteArray &body)
+    {
+        const QString file = m_root + QLatin1Char('/') + path;
+        QDir().mkpath(QFileInfo(file).absolutePath());
+        QFile out(file);
+        QVERIFY(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        QCOMPARE(out.write(body), qint64(body.size()));
+    }
+
+    QStringList requests() const
+    {
+        QFile in(m_log);
+        if (!in.open(QIODevice::ReadOnly)) {
+            return {};
+        }
+        return QString::fromUtf8(in.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
+
+    static QString runningVersion()
+    {
+        return OVBundle::shortVersion();
+    }
+
+    // The one answer a check gives: {signal, code, message}.
+    struct Answer {
+        QString notification;
+        int code = -1;
+        QString message;
+        bool newVersionAvailable = false;
+    };
+    static Answer waitForAnswer(MacPADSocket &socket, int timeoutMs = 20000)
+    {
+        QSignalSpy errors(&socket, &MacPADSocket::MacPADErrorOccurredNotification);
+        QSignalSpy finished(&socket, &MacPADSocket::MacPADCheckFinishedNotification);
+        Answer answer;
+        if (!QTest::qWaitFor([&] { return errors.count() + finished.count() > 0; }, timeoutMs)) {
+            return answer;
+        }
+        // Nothing else follows.
+        QTest::qWait(100);
+        if (errors.count() + finished.count() != 1) {
+            return answer;
+        }
+        const QList<QVariant> args = errors.isEmpty() ? finished.first() : errors.first();
+        const QVariantMap info = args.at(1).toMap();
+        answer.notification = errors.isEmpty() ? QStringLiteral("MacPADCheckFinishedNotification") : QStringLiteral("MacPADErrorOccurredNotification");
+        answer.code = info.value(QStringLiteral("MacPADErrorCode")).toInt();
+        answer.message = info.value(QStringLiteral("MacPADErrorMessage")).toString();
+        answer.newVersionAvailable = info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool();
+        if (args.at(0).value<MacPADSocket *>() != &socket) {
+            answer.code = -2;
+        }
+        return answer;
+    }
+
+    QDialog *visibleUpdateSheet(OVOrvanePref &pane)
+    {
+        auto *sheet = pane.findChild<QDialog *>(QStringLiteral("updateSheet"));
+        return sheet && sheet->isVisible() ? sheet : nullptr;
+    }
+
+    // Opens the pane with the given settings (none at all for nullopt) and
+    // the given version file at the vendor's address.
+    std::unique_ptr<OVOrvanePref> openPane(const std::optional<QVariantMap> &settings)
+    {
+        OVSettingsDomain::remove();
+        if (settings) {
+            OVSettingsDomain::replace(*settings);
+        }
+        auto pane = std::make_unique<OVOrvanePref>(nullptr, QVariantList{});
+        pane->show();
+        return pane;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
+        m_root = qEnvironmentVariable("OV_UPDATE_SERVER_ROOT");
+        m_log = qEnvironmentVariable("OV_UPDATE_SERVER_LOG");
+        QVERIFY2(!m_root.isEmpty() && !m_log.isEmpty(), "runs under tests/system/with-update-server.sh");
+        QVERIFY(!runningVersion().isEmpty());
+        QCOMPARE(OVUpdateNotice::versionFileURL().scheme(), QStringLiteral("https"));
+        QCOMPARE(OVUpdateNotice::versionFileURL().path(), QStringLiteral("/software/orvane.plist"));
+    }
+
+    void init()
+    {
+        QFile::resize(m_log, 0);
+        QDir(m_root).removeRecursively();
+        QDir().mkpath(m_root);
+    }
+
+    // What the client answers for each kind of file at the vendor's host.
+    void clientAnswers_data()
+    {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<int>("code");
+
+        const QString vendor = QStringLiteral("https://") + OVUpdateNotice::versionFileURL().host();
+        QTest::newRow("newer, XML") << vendor + QStringLiteral("/newer.plist") << "1.0" << 5;
+        QTest::newRow("newer, binary") << vendor + QStringLiteral("/newer.bplist") << "1.0" << 5;
+        QTest::newRow("equal") << vendor + QStringLiteral("/newer.plist") << "9.0b2" << 0;
+        QTest::newRow("older") << vendor + QStringLiteral("/newer.plist") << "9.0" << 0;
+        QTest::newRow("no productVersion") << vendor + QStringLiteral("/noversion.plist") << "1.0" << 4;
+        QTest::newRow("productVersion not a string") << vendor + QStringLiteral("/numberversion.plist") << "1.0" << 4;
+        QTest::newRow("not a dictionary") << vendor + QStringLiteral("/array.plist") << "1.0" << 2;
+        QTest::newRow("HTML") << vendor + QStringLiteral("/index.html") << "1.0" << 2;
+        QTest::newRow("truncated file") << vendor + QStringLiteral("/truncated.plist") << "1.0" << 2;
+        QTest::newRow("connection cut short") << vendor + QStringLiteral("/cut-short") << "1.0" << 2;
+        QTest::newRow("404") << vendor + QStringLiteral("/missing.plist") << "1.0" << 2;
+        QTest::newRow("unknown host") << QStringLiteral("https://nowhere.orvane.invalid/software/orvane.plist") << "1.0" << 2;
+        QTest::newRow("nothing listens") << vendor + QStringLiteral(":4443/newer.plist") << "1.0" << 2;
+        QTest::newRow("untrusted certificate") << vendor + QStringLiteral(":8443/newer.plist") << "1.0" << 2;
+        QTest::newRow("address, not host name, in certificate") << QStringLiteral("https://127.0.0.1/newer.plist") << "1.0" << 2;
+        QTest::newRow("server never answers") << vendor + QStringLiteral("/no-answer") << "1.0" << 2;
+    }
+
+    void clientAnswers()
+    {
+        QFETCH(QString, url);
+        QFETCH(QString, version);
+        QFETCH(int, code);
+
+        const QVariantMap newer = versionFile(QStringLiteral("9.0b2"), QStringLiteral("Faster."));
+        serve(QStringLiteral("newer.plist"), OVPropertyList::toXml(newer));
+        serve(QStringLiteral("newer.bplist"), OVPropertyList::toBinary(newer));
+        QVariantMap noVersion = newer;
+        noVersion.remove(QStringLiteral("productVersion"));
+        serve(QStringLiteral("noversion.plist"), OVPropertyList::toXml(noVersion));
+        noVersion.insert(QStringLiteral("productVersion"), qint64(9));
+        serve(QStringLiteral("numberversion.plist"), OVPropertyList::toXml(noVersion));
+        serve(QStringLiteral("array.plist"), OVPropertyList::toXml(QVariantList{newer}));
+        serve(QStringLiteral("index.html"), "<!DOCTYPE html>\n<html><body><h1>Orvane</h1></body></html>\n");
+        const QByteArray xml = OVPropertyList::toXml(newer);
+        serve(QStringLiteral("truncated.plist"), xml.left(xml.size() / 2));
+
+        MacPADSocket socket;
+        QElapsedTimer clock;
+        clock.start();
+        socket.performCheck(QUrl(url), version);
+        const Answer answer = waitForAnswer(socket, 40000);
+        QCOMPARE(answer.code, code);
+        const bool finished = code == 0 || code == 5;
+        QCOMPARE(answer.notification, finished ? QStringLiteral("MacPADCheckFinishedNotification") : QStringLiteral("MacPADErrorOccurredNotification"));
+        const QMap<int, QString> messages{
+            {0, QStringLiteral("No new version available")},
+            {2, QStringLiteral("Remote file or URL was invalid")},
+            {4, QStringLiteral("Product version information missing")},
+            {5, QStringLiteral("New version available")},
+        };
+        QCOMPARE(answer.message, messages.value(code));
+        QCOMPARE(answer.newVersionAvailable, code == 5);
+        // The time-out ends a silent server well before the check's own limit.
+        QVERIFY(clock.elapsed() < MacPADSocket::CheckTimeoutMs);
+        if (finished) {
+            QCOMPARE(socket.newVersion(), QStringLiteral("9.0b2"));
+            QCOMPARE(socket.releaseNotes(), QStringLiteral("Faster."));
+            QCOMPARE(socket.productPageURL(), QStringLiteral("https://www.orvane.org/"));
+            QCOMPARE(socket.productDownloadURL(), QStringLiteral("https://www.orvane.org/download/Orvane-9.0b2.tar.gz"));
+            QCOMPARE(socket.productDownloadURLs().size(), 2);
+        }
+    }
+
+    // performCheckWithVersion reads the address from the bundle's MacPAD.url.
+    void addressFromMacPADUrl_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message");
+
+        QTest::newRow("as installed") << QByteArray() << 5 << "New version available";
+        QTest::newRow("bare address") << QByteArray("  " OV_TEST_UPDATE_URL "\n\n") << 5 << "New version available";
+        QTest::newRow("missing") << QByteArray("-") << 1 << "MacPAD.url file was not found";
+        QTest::newRow("not text") << QByteArray("URL=\xff\xfe\x80https://") << 1 << "The MacPAD.url file can't be opened";
+        QTest::newRow("not a URL") << QByteArray("URL=https://www.orvane.org/so ft ware/orvane.plist") << 1 << "URL or version was nil";
+    }
+
+    void addressFromMacPADUrl()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(int, code);
+        QFETCH(QString, message);
+
+        serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.0"))));
+        const QString urlFile = OVBundle::pathForResource(QStringLiteral("MacPAD"), QStringLiteral("url"));
+        const QString saved = urlFile + QStringLiteral(".installed");
+        if (!QFile::exists(saved)) {
+            QVERIFY(QFile::copy(urlFile, saved));
+        }
+        QFile::remove(urlFile);
+        if (contents.isEmpty()) {
+            QVERIFY(QFile::copy(saved, urlFile));
+        } else if (contents != "-") {
+            QFile out(urlFile);
+            QVERIFY(out.open(QIODevice::WriteOnly));
+            out.write(contents);
+        }
+
+        MacPADSocket socket;
+        socket.performCheckWithVersion(QStringLiteral("1.0"));
+        const Answer answer = waitForAnswer(socket);
+        QFile::remove(urlFile);
+        QVERIFY(QFile::copy(saved, urlFile));
+        QCOMPARE(answer.code, code);
+        QCOMPARE(answer.message, message);
+        QCOMPARE(requests().size(), code == 5 ? 1 : 0);
+    }
+
+    // A newer version: the bell's sheet with the notes and the download
+    // address, whose edited text is what gets opened.
+    void newerVersionShowsTheSheet_data()
+    {
+        QTest::addColumn<QString>("notes");
+        QTest::addColumn<QString>("text");
+
+        QTest::newRow("with notes") << "Faster copies.\nFewer surprises." << "Orvane 99.1\n\nFaster copies.\nFewer surprises.";
+        QTest::newRow("without notes") << QString() << "Orvane 99.1\n\n";
+    }
+
+    void newerVersionShowsTheSheet()
+    {
+        QFETCH(QString, notes);
+        QFETCH(QString, text);
+
+        serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.1"), notes)));
+        UrlRecorder browser;
+        QDesktopServices::setUrlHandler(QStringLiteral("https"), &browser, "openUrl");
+
+        auto pane = openPane(QVariantMap{{QStringLiteral("CheckForUpdates"), true}});
+        // Not before the pane has had its moment on screen.
+        QTest::qWait(1000);
+        QVERIFY(requests().isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(visibleUpdateSheet(*pane), 15000);
+        QCOMPARE(requests(), QStringList{QStringLiteral("443 /software/orvane.plist")});
+        QDialog *sheet = visibleUpdateSheet(*pane);
+        QCOMPARE(sheet->windowModality(), Qt::WindowModal);
+        QCOMPARE(sheet->findChild<QTextEdit *>(QStringLiteral("releaseNotesTextView"))->toPlainText(), text);
+        auto *download = sheet->findChild<QLineEdit *>(QStringLiteral("downloadURLTextField"));
+        QCOMPARE(download->text(), QStringLiteral("https://www.orvane.org/download/Orvane-99.1.tar.gz"));
+        QVERIFY(!pane->findChild<OVUpdateNotice *>()->macPAD());
+
+        download->setText(QStringLiteral("https://mirror.example/orvane-99.1.tar.gz"));
+        sheet->findChild<QPushButton *>(QStringLiteral("downloadButton"))->click();
+        QCOMPARE(browser.opened, QList<QUrl>{QUrl(QStringLiteral("https://mirror.example/orvane-99.1.tar.gz"))});
+        QVERIFY(!sheet->isVisible());
+        QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+    }
+
+    // Every other outcome is silent: the check runs, and nothing appears.
+    void otherOutcomesAreSilent_data()
+    {
+        QTest::addColumn<QByteArray>("file");
+
+        QTest::newRow("equal") << OVPropertyList::toXml(versionFile(runningVersion()));
+        QTest::newRow("older") << OVPropertyList::toXml(versionFile(QStringLiteral("0.9")));
+        QTest::newRow("no productVersion") << OVPropertyList::toXml(QVariantMap{{QStringLiteral("productReleaseNotes"), QStringLiteral("x")}});
+        QTest::newRow("HTML") << QByteArray("<html><body>Moved</body></html>");
+        QTest::newRow("missing") << QByteArray();
+    }
+
+    void otherOutcomesAreSilent()
+    {
+        QFETCH(QByteArray, file);
+        if (!file.isEmpty()) {
+            serve(QStringLiteral("software/orvane.plist"), file);
+        }
+        auto pane = openPane(QVariantMap{{QStringLiteral("CheckForUpdates"), true}});
+        auto *notice = pane->findChild<OVUpdateNotice *>();
+        QTRY_VERIFY_WITH_TIMEOUT(!requests().isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!notice->macPAD(), 10000);
+        QTest::qWait(500);
+        QVERIFY(!visibleUpdateSheet(*pane));
+        QVERIFY(!OVUpdateNotice::windowHasSheet(pane.get()));
+        QCOMPARE(requests().size(), 1);
+    }
+
+    // With the setting off, or no settings at all, nothing goes out.
+    void settingOffMeansNoNetwork_data()
+    {
+        QTest::addColumn<bool>("hasSettings");
+        QTest::newRow("off") << true;
+        QTest::newRow("no settings") << false;
+    }
+
+    void settingOffMeansNoNetwork()
+    {
+        QFETCH(bool, hasSettings);
+        std::optional<QVariantMap> settings;
+        if (hasSettings) {
+            settings = QVariantMap{{QStringLiteral("CheckForUpdates"), false}, {QStringLiteral("Master"), 0}};
+        }
+        serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.1"))));
+        auto pane = openPane(settings);
+        QTest::qWait(4000);
+        QVERIFY(requests().isEmpty());
+        QVERIFY(!visibleUpdateSheet(*pane));
+        QVERIFY(!pane->findChild<OVUpdateNotice *>()->macPAD());
+    }
+
+    // A newer version found while the options sheet is open is not
+    // announced, then or later while the pane stays open.
+    void noSheetOverAnotherSheet()
+    {
+        serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.1"))));
+        auto pane = openPane(QVariantMap{{QStringLiteral("CheckForUpdates"), true}});
+        pane->showOptions(pane.get());
+        QVERIFY(pane->optionsSheet()->isVisible());
+        auto *notice = pane->findChild<OVUpdateNotice *>();
+        QTRY_VERIFY_WITH_TIMEOUT(!requests().isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!notice->macPAD(), 10000);
+        QTest::qWait(300);
+        QVERIFY(!visibleUpdateSheet(*pane));
+
+        pane->hideOptions(nullptr);
+        QVERIFY(!pane->optionsSheet()->isVisible());
+        QTest::qWait(3000);
+        QVERIFY(!visibleUpdateSheet(*pane));
+        QCOMPARE(requests().size(), 1);
+    }
+};
+
+QTEST_MAIN(TestUpdate)
+#include "test_update.moc"
