@@ -2,7 +2,9 @@
 
 #include "OVBackupItemModel.h"
 #include "OVBundle.h"
+#include "OVCredits.h"
 #include "OVFolderLabel.h"
+#include "OVHelpSheet.h"
 #include "OVItemDelegate.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
@@ -54,6 +56,11 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
                                               return m_isAuthorized;
                                           },
                                           this);
+    m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);
+    m_credits = new OVCredits(m_optionsSheet->ui()->creditsTextView,
+                              m_optionsSheet->ui()->optionsTabView,
+                              OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html")),
+                              this);
     connectControls();
     mainViewDidLoad();
 }
@@ -70,6 +77,9 @@ void OVOrvanePref::connectControls()
     action(m_ui->addFolderButton, &OVOrvanePref::addBackupItem);
     action(m_ui->deleteFolderButton, &OVOrvanePref::deleteBackupItem);
     action(m_ui->optionsButton, &OVOrvanePref::showOptions);
+    connect(m_ui->helpButton, &QAbstractButton::clicked, m_helpSheet, [this] {
+        m_helpSheet->viewHelp(m_ui->helpButton);
+    });
     action(m_ui->backupButton, &OVOrvanePref::performBackup);
     action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
@@ -103,6 +113,7 @@ void OVOrvanePref::mainViewDidLoad()
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
     setToastInstalled();
+    m_helpSheet->loadHelpPage();
     restoreSavedOptions();
     createSafetyNetFolder(this);
 
@@ -483,6 +494,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 void OVOrvanePref::showOptions(QObject *sender)
 {
     Q_UNUSED(sender)
+    m_credits->loadCredits();
     m_optionsSheet->ui()->optionsTabView->setCurrentIndex(0);
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
@@ -501,6 +513,7 @@ void OVOrvanePref::hideOptions(QObject *sender)
         restoreSavedOptions();
     }
     m_optionsSheet->done(QDialog::Accepted);
+    m_credits->stopScrolling();
     m_statusMonitor->startTimer(false);
 }
 

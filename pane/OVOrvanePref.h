@@ -11,6 +11,8 @@
 #include <optional>
 
 class OVBackupItemModel;
+class OVCredits;
+class OVHelpSheet;
 class OVLock;
 class OVLogSheet;
 class OVOptionsSheet;
@@ -56,6 +58,8 @@ public:
     OVStatusMonitor *statusMonitor() const { return m_statusMonitor; }
     OVLogSheet *logSheet() const { return m_logSheet; }
     OVLock *lock() const { return m_lock; }
+    OVHelpSheet *helpSheet() const { return m_helpSheet; }
+    OVCredits *credits() const { return m_credits; }
 
     // Puts the stored settings into the controls.
     void restoreSavedOptions();
@@ -138,6 +142,8 @@ private:
     OVBackupItemModel *m_backupItems;
     OVLock *m_lock;
     OVStatusMonitor *m_statusMonitor;
+    OVHelpSheet *m_helpSheet;
+    OVCredits *m_credits;
     std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     bool m_isToastInstalled = false;
