@@ -13,6 +13,12 @@ out=$(realpath -m "${1:?output folder}")
 source_dir=$(realpath "$(dirname "$0")/../..")
 mkdir -p "$out"
 [ "${OV_IN_SANDBOX:-}" = 1 ] || { echo "run me in tests/sandbox/ov-sandbox" >&2; exit 2; }
+# X's abstract sockets are shared by every sandbox on the machine: a network
+# namespace of our own keeps another test's Xvfb on the same display away.
+if [ -z "${OV_OWN_NETWORK:-}" ]; then
+    exec env OV_OWN_NETWORK=1 unshare --net "$0" "$@"
+fi
+ip link set lo up
 
 for state in complete caution partial; do
     rsvg-convert -w 24 -h 24 -f png -o "$out/status-$state.png" "$source_dir/resources/images/$state.svg"
@@ -85,8 +91,14 @@ shot() { # shot WINDOW FILE (an empty WINDOW would make import wait for a click)
 }
 
 systemsettings kcm_orvane >/tmp/systemsettings.log 2>&1 &
-window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
-sleep 4
+window=$(timeout 60 xdotool search --sync --name '^Orvane' | head -1)
+# Until System Settings has drawn the module (a black window is not).
+for _ in $(seq 60); do
+    import-im6.q16 -window "$window" /tmp/probe.png 2>/dev/null &&
+        [ "$(convert-im6.q16 /tmp/probe.png -format '%[fx:mean>0.5]' info:)" = 1 ] && break
+    sleep 1
+done
+sleep 3
 # Open the lock (polkitd grants root), then the whole window.
 xdotool mousemove --window "$window" 284 601 click 1
 sleep 2
@@ -94,10 +106,12 @@ xdotool mousemove --window "$window" 5 5
 sleep 0.5
 shot "$window" pane.png
 convert-im6.q16 "$out/pane.png" -crop 646x134+264+444 +repage "$out/status.png"
+# Scaled here, smoothly, to fit the help sheet.
+convert-im6.q16 "$out/pane.png" -resize 640x "$out/pane.png"
 
 # The status box, and the daily log behind its date.
 sheet=
-for _ in 1 2 3; do
+for _ in 1 2 3 4 5 6; do
     xdotool mousemove --window "$window" 490 489 click 1
     sheet=$(timeout 5 xdotool search --sync --onlyvisible --name 'Orvane Backup Log' | head -1) && [ -n "$sheet" ] && break
     sleep 2
@@ -105,6 +119,14 @@ done
 sleep 1
 shot "$sheet" log.png
 xdotool key --window "$sheet" Escape
+sleep 1
+
+# The help, from the Help button at the top right.
+xdotool mousemove --window "$window" 868 69 click 1
+help=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Help' | head -1)
+sleep 1
+shot "$help" help-sheet.png
+xdotool mousemove --window "$help" 667 536 click 1
 sleep 1
 
 # The options, tab by tab.
@@ -121,4 +143,5 @@ for tab in general:48 safetynet:135 remote:220 schedules:303 notices:386 about:4
 done
 xdotool key --window "$dialog" Escape
 sleep 0.5
+convert-im6.q16 "$out/help-sheet.png" -resize 480x "$out/help-sheet.png"
 echo "pictures in $out"
