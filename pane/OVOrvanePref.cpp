@@ -2,6 +2,10 @@
 
 #include "OVBackupItemModel.h"
 #include "OVBundle.h"
+#include "OVCredits.h"
+#include "OVFolderLabel.h"
+#include "OVHelpSheet.h"
+#include "OVItemDelegate.h"
 #include "OVItemArchive.h"
 #include "OVItemsTable.h"
 #include "OVLocalizedStrings.h"
@@ -24,6 +28,8 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMessageBox>
+#include <QTabWidget>
+#include <QTextBrowser>
 #include <QTimer>
 
 #include <sys/stat.h>
@@ -49,6 +55,11 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
                                           this);
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     m_updateNotice = new OVUpdateNotice(this);
+    m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);
+    m_credits = new OVCredits(m_optionsSheet->creditsTextView(),
+                              m_optionsSheet->tabView(),
+                              OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html")),
+                              this);
     connectControls();
     mainViewDidLoad();
 }
@@ -65,6 +76,9 @@ void OVOrvanePref::connectControls()
     action(m_ui->addFolderButton, &OVOrvanePref::addBackupItem);
     action(m_ui->deleteFolderButton, &OVOrvanePref::deleteBackupItem);
     action(m_ui->optionsButton, &OVOrvanePref::showOptions);
+    connect(m_ui->helpButton, &QAbstractButton::clicked, m_helpSheet, [this] {
+        m_helpSheet->viewHelp(m_ui->helpButton);
+    });
     action(m_ui->backupButton, &OVOrvanePref::performBackup);
     action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
@@ -98,6 +112,7 @@ void OVOrvanePref::mainViewDidLoad()
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
     setToastInstalled();
+    m_helpSheet->loadHelpPage();
     restoreSavedOptions();
     createSafetyNetFolder(this);
 
@@ -370,6 +385,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 void OVOrvanePref::showOptions(QObject *sender)
 {
     Q_UNUSED(sender)
+    m_credits->loadCredits();
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
     restoreSavedOptions();
@@ -387,6 +403,7 @@ void OVOrvanePref::hideOptions(QObject *sender)
         restoreSavedOptions();
     }
     m_optionsSheet->done(QDialog::Accepted);
+    m_credits->stopScrolling();
     m_statusMonitor->startTimer(false);
 }
 

@@ -12,6 +12,8 @@
 
 class OVBackupItemModel;
 class OVItemsTable;
+class OVCredits;
+class OVHelpSheet;
 class OVLock;
 class OVLogSheet;
 class OVOptionsSheet;
@@ -59,6 +61,8 @@ public:
     OVStatusMonitor *statusMonitor() const { return m_statusMonitor; }
     OVLogSheet *logSheet() const { return m_logSheet; }
     OVLock *lock() const { return m_lock; }
+    OVHelpSheet *helpSheet() const { return m_helpSheet; }
+    OVCredits *credits() const { return m_credits; }
 
     // Puts the stored settings into the controls.
     void restoreSavedOptions();
@@ -138,6 +142,9 @@ private:
     OVStatusMonitor *m_statusMonitor;
     OVItemsTable *m_itemsTable;
     OVUpdateNotice *m_updateNotice;
+    OVHelpSheet *m_helpSheet;
+    OVCredits *m_credits;
+    std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     OVToast::Detection m_toast;
     bool m_useAnacron = false;

@@ -101,6 +101,16 @@ QComboBox *OVOptionsSheet::soundPopUp() const
     return m_ui->soundPopUp;
 }
 
+QTextBrowser *OVOptionsSheet::creditsTextView() const
+{
+    return m_ui->creditsTextView;
+}
+
+QTabWidget *OVOptionsSheet::tabView() const
+{
+    return m_ui->optionsTabView;
+}
+
 QCheckBox *OVOptionsSheet::optionCheck(OVFrequency frequency, OVSettingsTable::Option option) const
 {
     QCheckBox *const checks[4][4] = {

@@ -14,6 +14,8 @@ class QCheckBox;
 class QComboBox;
 class QLineEdit;
 class QSpinBox;
+class QTabWidget;
+class QTextBrowser;
 class OVSafetyNet;
 
 namespace Ui
@@ -32,6 +34,9 @@ public:
     ~OVOptionsSheet() override;
 
     QComboBox *soundPopUp() const;
+    // The About tab's credits, which scroll while that tab is shown.
+    QTextBrowser *creditsTextView() const;
+    QTabWidget *tabView() const;
 
     // Puts a stored domain into the controls; keys the domain lacks take
     // their absent values (OVSettingsTable), and an index beyond its pop-up
