@@ -9,6 +9,7 @@
 #include "OVLock.h"
 #include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
+#include "OVRemoteServer.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
@@ -23,6 +24,7 @@
 #include "OVTemporaryFile.h"
 #include "ui_orvanepref.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QDir>
 #include <QFileDialog>
@@ -76,6 +78,7 @@ void OVOrvanePref::connectControls()
     action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
     action(m_optionsSheet->ui()->chooseArchiveFolderButton, &OVOrvanePref::chooseSafetyNetFolder);
     action(m_optionsSheet->ui()->openArchiveFolderButton, &OVOrvanePref::openSafetyNetFolder);
+    action(m_optionsSheet->ui()->connectButton, &OVOrvanePref::connectToServer);
     connect(m_ui->masterPopUp, qOverload<int>(&QComboBox::activated), this, [this] {
         masterToggle(m_ui->masterPopUp);
     });
@@ -443,13 +446,14 @@ void OVOrvanePref::restoreSavedOptions()
         m_logSheet->setShowOnlyErrors(domain->value(QStringLiteral("ShowOnlyErrors")).toBool());
         m_useAnacron = domain->value(QStringLiteral("UseAnacron")).toBool();
     }
+    const auto *ui = m_optionsSheet->ui();
+    ui->passwordField->setText(OVRemoteServer::autoConnectPassword({ui->serverAddressField->text(), ui->userNameField->text(), ui->volumeField->text()}));
     m_optionsSheet->updatePrefsUI();
 }
 
 bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 {
     Q_UNUSED(notification)
-    Q_UNUSED(sender)
     QVariantMap domain = m_optionsSheet->values();
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
@@ -469,6 +473,15 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
         installCrontab();
     }
 
+    // Only the options' OK touches the keychain.
+    bool result = true;
+    const auto *options = m_optionsSheet->ui();
+    if (sender == this && options->autoConnectCheck->isChecked()
+        && !(options->serverAddressField->text().isEmpty() || options->userNameField->text().isEmpty() || options->passwordField->text().isEmpty()
+             || options->volumeField->text().isEmpty())) {
+        result = addAutoConnectPassword();
+    }
+
     OVItemArchive::writeTemporary(m_backupItems->items());
     if (m_isAuthorized) {
         OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool);
@@ -477,7 +490,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
             OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool);
         }
     }
-    return true;
+    return result;
 }
 
 void OVOrvanePref::showOptions(QObject *sender)
@@ -644,7 +657,48 @@ void OVOrvanePref::verifyToolPermissions()
     showAlertSheet(QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
 }
 
-void OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
+bool OVOrvanePref::addAutoConnectPassword()
+{
+    const auto *ui = m_optionsSheet->ui();
+    QString error;
+    switch (OVRemoteServer::addAutoConnectPassword({ui->serverAddressField->text(), ui->userNameField->text(), ui->volumeField->text()},
+                                                   ui->passwordField->text(),
+                                                   &error)) {
+    case OVRemoteServer::StoreResult::Stored:
+        return true;
+    case OVRemoteServer::StoreResult::InvalidAddress:
+        QApplication::beep();
+        showAlertSheet(QMessageBox::Warning, "InvalidServerAddress", "InvalidServerAddressExplanation", QStringLiteral("invalidServerAddressAlert"));
+        return false;
+    case OVRemoteServer::StoreResult::Failed:
+        break;
+    }
+    showAlertSheet(QMessageBox::Warning, "PasswordNotStored", "PasswordNotStoredExplanation", QStringLiteral("passwordNotStoredAlert"))->setInformativeText(error);
+    return false;
+}
+
+void OVOrvanePref::connectToServer(QObject *sender)
+{
+    Q_UNUSED(sender)
+    const auto *ui = m_optionsSheet->ui();
+    const OVRemoteServer::Server server{ui->serverAddressField->text(), ui->userNameField->text(), ui->volumeField->text()};
+    if (server.address.isEmpty() || server.account.isEmpty() || ui->passwordField->text().isEmpty() || server.volume.isEmpty()
+        || !addAutoConnectPassword()) {
+        return;
+    }
+    if (!m_remoteConnection) {
+        m_remoteConnection = new OVRemoteConnection(this);
+        connect(m_remoteConnection, &OVRemoteConnection::finished, this, [this](bool ok, const QString &, const QString &message) {
+            if (!ok) {
+                showAlertSheet(QMessageBox::Warning, "ConnectFailed", "ConnectFailedExplanation", QStringLiteral("connectFailedAlert"))
+                    ->setInformativeText(message);
+            }
+        });
+    }
+    m_remoteConnection->connectToServer(server);
+}
+
+QMessageBox *OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
 {
     auto *alert = new QMessageBox(QMessageBox::Icon(icon), OVLocalized(titleKey), OVLocalized(messageKey), QMessageBox::NoButton, this);
     alert->setObjectName(name);
@@ -652,6 +706,7 @@ void OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *me
     alert->setWindowModality(Qt::WindowModal);
     alert->setAttribute(Qt::WA_DeleteOnClose);
     alert->open();
+    return alert;
 }
 
 void OVOrvanePref::showEvent(QShowEvent *event)

@@ -239,7 +239,11 @@ void OVOptionsSheet::updatePrefsUI(QObject *sender)
     m_ui->soundPopUp->setEnabled(m_ui->playSoundCheck->isChecked());
 
     const bool connect = m_ui->autoConnectCheck->isChecked();
-    for (QWidget *field : {static_cast<QWidget *>(m_ui->serverAddressField), static_cast<QWidget *>(m_ui->userNameField), static_cast<QWidget *>(m_ui->volumeField)}) {
+    for (QWidget *field : {static_cast<QWidget *>(m_ui->serverAddressField),
+                           static_cast<QWidget *>(m_ui->userNameField),
+                           static_cast<QWidget *>(m_ui->passwordField),
+                           static_cast<QWidget *>(m_ui->volumeField),
+                           static_cast<QWidget *>(m_ui->connectButton)}) {
         field->setEnabled(connect);
     }
     if (connect) {

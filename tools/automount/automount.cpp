@@ -57,8 +57,14 @@ const int MountSeconds = 30;
 // Lookup exit codes.
 enum { LookupFound = 0, LookupNone = 3, LookupLocked = 4, LookupNoService = 5 };
 
+// A mount point made by this run, removed again when the mount fails.
+std::string madeMountPoint;
+
 [[noreturn]] void fail(const std::string &message)
 {
+    if (!madeMountPoint.empty()) {
+        rmdir(madeMountPoint.c_str());
+    }
     std::fprintf(stderr, "automount: %s\n", message.c_str());
     std::exit(1);
 }
@@ -199,6 +205,17 @@ void closeFrom(int first, const std::set<int> &keep = {})
     }
 }
 
+// Puts fd at target for the program about to run (dup2 to itself would keep
+// the close-on-exec flag).
+void passOn(int fd, int target)
+{
+    if (fd == target) {
+        fcntl(fd, F_SETFD, 0);
+    } else {
+        dup2(fd, target);
+    }
+}
+
 void writeAll(int fd, const std::string &data)
 {
     size_t done = 0;
@@ -239,7 +256,7 @@ Result run(const std::vector<std::string> &argv, const std::vector<std::string> 
         dup2(out[1], 1);
         dup2(err[1], 2);
         if (extra >= 0) {
-            dup2(extra, 3);
+            passOn(extra, 3);
         }
         closeFrom(extra >= 0 ? 4 : 3);
         std::vector<char *> a, e;
@@ -468,10 +485,12 @@ int privateFile(const std::string &data)
 
 std::string explainRclone(const Server &s, const std::string &err)
 {
-    if (err.find("LOGON_FAILURE") != std::string::npos || err.find("logon failure") != std::string::npos) {
+    if (err.find("LOGON_FAILURE") != std::string::npos || err.find("logon failure") != std::string::npos
+        || err.find("logon is invalid") != std::string::npos) {
         return "the server " + s.mountHost + " refused the password of " + s.account + " (the password in the keyring is wrong)";
     }
-    if (err.find("BAD_NETWORK_NAME") != std::string::npos || err.find("directory not found") != std::string::npos) {
+    if (err.find("BAD_NETWORK_NAME") != std::string::npos || err.find("Network Name Not Found") != std::string::npos
+        || err.find("directory not found") != std::string::npos) {
         return "the server " + s.mountHost + " has no volume " + s.volume;
     }
     if (err.find("connection refused") != std::string::npos || err.find("no such host") != std::string::npos
@@ -536,7 +555,7 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
         dup2(null, 0);
         dup2(null, 1);
         dup2(err[1], 2);
-        dup2(configFd, 3);
+        passOn(configFd, 3);
         closeFrom(4);
         std::vector<char *> a, e;
         for (const auto &x : mount) {
@@ -705,7 +724,7 @@ bool prepareRootPoint(const std::string &point)
 }
 
 // The user's mount point: their own empty folder in the sticky /Volumes.
-void prepareUserPoint(const std::string &point)
+bool prepareUserPoint(const std::string &point)
 {
     struct stat st;
     if (lstat(VolumesDir, &st) != 0 || !S_ISDIR(st.st_mode)) {
@@ -715,11 +734,12 @@ void prepareUserPoint(const std::string &point)
         if (!S_ISDIR(st.st_mode) || st.st_uid != getuid()) {
             fail(point + " is in the way: it is not a folder of yours");
         }
-        return;
+        return false;
     }
     if (mkdir(point.c_str(), 0700) != 0) {
         fail("cannot make the mount point " + point + ": " + std::strerror(errno));
     }
+    return true;
 }
 
 int mountVolume(const Server &s, const passwd &user, const std::string &self)
@@ -728,28 +748,41 @@ int mountVolume(const Server &s, const passwd &user, const std::string &self)
     const bool root = getuid() == 0;
     const long caller = static_cast<long>(getppid());
     const long existing = mountIdAt(point);
+    bool madePoint = false;
     if (existing >= 0) {
+        Record record;
+        const bool ours = root && readRecord(s.volume, record) && record.mountId == existing;
         struct stat st;
         if (stat(point.c_str(), &st) != 0) {
-            fail(point + " is mounted but cannot be read: " + std::strerror(errno));
+            const int error = errno;
+            // A mount whose client died: one of ours is made anew.
+            if (!ours || error != ENOTCONN) {
+                fail(point + " is mounted but cannot be read: " + std::strerror(error));
+            }
+            run({"/bin/umount", "-l", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
+            unlink(recordPath(s.volume).c_str());
+            madePoint = record.createdPoint;
+        } else {
+            if (ours) {
+                record.users.insert(caller);
+                writeRecord(s.volume, record);
+            }
+            std::printf("%s is already mounted at %s\n", s.volume.c_str(), point.c_str());
+            return 0;
         }
-        Record record;
-        if (root && readRecord(s.volume, record) && record.mountId == existing) {
-            record.users.insert(caller);
-            writeRecord(s.volume, record);
-        }
-        std::printf("%s is already mounted at %s\n", s.volume.c_str(), point.c_str());
-        return 0;
     }
     const std::string password = passwordOf(user, s, self);
     if (password.empty()) {
         fail("the password for " + who(s) + " in the keyring of " + user.pw_name + " is empty");
     }
-    bool created = false;
+    bool created = madePoint;
     if (root) {
-        created = prepareRootPoint(point);
+        created = prepareRootPoint(point) || madePoint;
     } else {
-        prepareUserPoint(point);
+        created = prepareUserPoint(point);
+    }
+    if (created) {
+        madeMountPoint = point;
     }
     const bool cifs = root && kernelHasCifs();
     if (cifs) {
@@ -757,6 +790,7 @@ int mountVolume(const Server &s, const passwd &user, const std::string &self)
     } else {
         mountWithRclone(s, password, point, user);
     }
+    madeMountPoint.clear();
     if (root) {
         Record record;
         record.mountId = mountIdAt(point);
@@ -792,7 +826,12 @@ int unmountVolume(const std::string &volume)
         return 0;
     }
     sync();
-    const Result r = run({"/bin/umount", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
+    Result r = run({"/bin/umount", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
+    struct stat st;
+    if (r.status != 0 && stat(point.c_str(), &st) != 0 && errno == ENOTCONN) {
+        // The client died with the mount: nothing is left to write back.
+        r = run({"/bin/umount", "-l", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
+    }
     if (r.status != 0) {
         fail("cannot unmount " + point + ": " + firstLine(r.err + r.out));
     }
