@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
-# test_remote.sh TEST_REMOTE_BINARY
+# test_remote.sh TEST_REMOTE_BINARY TEST_REMOTE_PANE_BINARY
 #
 # Remote volumes end to end, in the sandbox with the product installed: a
 # real smbd, the test user's real gnome-keyring, the installed automount,
@@ -11,6 +11,7 @@
 set -u
 here=$(dirname "$(realpath "$0")")
 test_binary=$1
+pane_binary=$2
 . "$here/remote-env.sh"
 AUTOMOUNT=/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/automount
 PSYNC=$(realpath "$here/../../tools/psync/psync")
@@ -32,6 +33,8 @@ check "the session's keyring answers" as_user secret-tool search --all xdg:schem
 password_file=/home/$TEST_USER/.ov-test-password
 install -m 600 -o "$TEST_USER" /root/pattern "$password_file"
 
+store_password() { printf '%s' "$1" | as_user secret-tool store --label="Orvane Auto-Connect" \
+    xdg:schema org.gnome.keyring.NetworkPassword user "$SMB_ACCOUNT" server fileserver protocol smb object "$VOLUME"; }
 # No trace of the password where others could see it.
 no_leaks() {
     local hits="" f
@@ -57,7 +60,6 @@ echo "# the Secret Service and Connect, as $TEST_USER"
 check "storing, reading back and Connect work as the user" \
     as_user env QT_QPA_PLATFORM=offscreen OV_AUTOMOUNT="$AUTOMOUNT" OV_REMOTE_SERVER="$SERVER" \
     OV_REMOTE_ACCOUNT="$SMB_ACCOUNT" OV_REMOTE_VOLUME="$VOLUME" OV_REMOTE_PASSWORD_FILE="$password_file" "$test_binary"
-rm -f "$password_file"
 check "Connect left the volume mounted at $POINT" is_mounted "$POINT"
 check "the folder made through it is on the server" test -d "$SHARE_DIR/Backups/Documents"
 check "the user's mount gives no trace of the password" no_leaks
@@ -71,6 +73,15 @@ check "the backup leaves the user's mount alone" contains "$out" "not mounted by
 check "... which stays mounted" is_mounted "$POINT"
 user_may fusermount3 -u "$POINT"
 check "the user unmounts it" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null"
+
+echo "# the options' OK and Connect in the pane, as $TEST_USER"
+user_env=(QT_QPA_PLATFORM=offscreen OV_REMOTE_SERVER="$SERVER" OV_REMOTE_ACCOUNT="$SMB_ACCOUNT"
+          OV_REMOTE_VOLUME="$VOLUME" OV_REMOTE_PASSWORD_FILE="$password_file")
+check "the pane stores the password on OK and Connect mounts" as_user env "${user_env[@]}" "$pane_binary"
+check "a save the keyring refuses keeps the options open" \
+    as_user env "${user_env[@]}" DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere "$pane_binary" refusedStoreKeepsSheetOpen
+rm -f "$password_file"
+store_password "$SMB_PASSWORD"
 
 # --- a scheduled backup: mount as root, psync -r, compare, unmount ------------
 echo "# a scheduled backup"
@@ -127,8 +138,6 @@ fails_with() { # fails_with DESCRIPTION EXPECTED [automount arguments...]
     check "$1: exit status 1, within 25 s" test "$status" -eq 1 -a $((SECONDS - start)) -le 25
     check "$1: nothing mounted" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null"
 }
-store_password() { printf '%s' "$1" | as_user secret-tool store --label="Orvane Auto-Connect" \
-    xdg:schema org.gnome.keyring.NetworkPassword user "$SMB_ACCOUNT" server fileserver protocol smb object "$VOLUME"; }
 mount_args=(--user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME")
 
 store_password "not-the-password"
