@@ -12,6 +12,7 @@
 #include "OVLock.h"
 #include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
+#include "OVRemoteServer.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
@@ -25,6 +26,7 @@
 #include "ovfixedpaths.h"
 #include "ui_orvanepref.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QMessageBox>
@@ -86,6 +88,9 @@ void OVOrvanePref::connectControls()
     connect(m_optionsSheet, &OVOptionsSheet::chooseSafetyNetFolderRequested, this, &OVOrvanePref::chooseSafetyNetFolder);
     connect(m_optionsSheet, &OVOptionsSheet::openSafetyNetFolderRequested, this, &OVOrvanePref::openSafetyNetFolder);
     connect(m_itemsTable, &OVItemsTable::changed, this, &OVOrvanePref::updateUI);
+    connect(m_optionsSheet, &OVOptionsSheet::connectRequested, this, [this] {
+        connectToServer(m_optionsSheet);
+    });
     connect(m_ui->masterPopUp, qOverload<int>(&QComboBox::activated), this, [this] {
         masterToggle(m_ui->masterPopUp);
     });
@@ -353,13 +358,14 @@ void OVOrvanePref::restoreSavedOptions()
         m_logSheet->setShowOnlyErrors(OVSettingsTable::value(*domain, "ShowOnlyErrors").toBool());
         m_useAnacron = OVSettingsTable::value(*domain, "UseAnacron").toBool();
     }
+    const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
+    m_optionsSheet->setRemotePassword(OVRemoteServer::autoConnectPassword({remote.address, remote.account, remote.volume}));
     m_optionsSheet->updatePrefsUI();
 }
 
 bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 {
     Q_UNUSED(notification)
-    Q_UNUSED(sender)
     QVariantMap domain = m_optionsSheet->values();
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
@@ -372,6 +378,13 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
         OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), scheduledTypes());
     }
 
+    // Only the options' OK touches the keychain.
+    bool result = true;
+    const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
+    if (sender == this && remote.autoConnect && remote.isComplete()) {
+        result = addAutoConnectPassword();
+    }
+
     if (m_isAuthorized) {
         OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool, OVItemArchive::archive(m_backupItems->items()));
         if (backupsOn()) {
@@ -379,7 +392,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
             OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(m_scheduledScripts));
         }
     }
-    return true;
+    return result;
 }
 
 void OVOrvanePref::showOptions(QObject *sender)
@@ -486,7 +499,44 @@ void OVOrvanePref::verifyToolPermissions()
     showAlertSheet(QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
 }
 
-void OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
+bool OVOrvanePref::addAutoConnectPassword()
+{
+    const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
+    QString error;
+    switch (OVRemoteServer::addAutoConnectPassword({remote.address, remote.account, remote.volume}, remote.password, &error)) {
+    case OVRemoteServer::StoreResult::Stored:
+        return true;
+    case OVRemoteServer::StoreResult::InvalidAddress:
+        QApplication::beep();
+        showAlertSheet(QMessageBox::Warning, "InvalidServerAddress", "InvalidServerAddressExplanation", QStringLiteral("invalidServerAddressAlert"));
+        return false;
+    case OVRemoteServer::StoreResult::Failed:
+        break;
+    }
+    showAlertSheet(QMessageBox::Warning, "PasswordNotStored", "PasswordNotStoredExplanation", QStringLiteral("passwordNotStoredAlert"))->setInformativeText(error);
+    return false;
+}
+
+void OVOrvanePref::connectToServer(QObject *sender)
+{
+    Q_UNUSED(sender)
+    const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
+    if (!remote.isComplete() || !addAutoConnectPassword()) {
+        return;
+    }
+    if (!m_remoteConnection) {
+        m_remoteConnection = new OVRemoteConnection(this);
+        connect(m_remoteConnection, &OVRemoteConnection::finished, this, [this](bool ok, const QString &, const QString &message) {
+            if (!ok) {
+                showAlertSheet(QMessageBox::Warning, "ConnectFailed", "ConnectFailedExplanation", QStringLiteral("connectFailedAlert"))
+                    ->setInformativeText(message);
+            }
+        });
+    }
+    m_remoteConnection->connectToServer({remote.address, remote.account, remote.volume});
+}
+
+QMessageBox *OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
 {
     auto *alert = new QMessageBox(QMessageBox::Icon(icon), OVLocalized(titleKey), OVLocalized(messageKey), QMessageBox::NoButton, this);
     alert->setObjectName(name);
@@ -494,6 +544,7 @@ void OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *me
     alert->setWindowModality(Qt::WindowModal);
     alert->setAttribute(Qt::WA_DeleteOnClose);
     alert->open();
+    return alert;
 }
 
 void OVOrvanePref::showEvent(QShowEvent *event)

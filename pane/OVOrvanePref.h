@@ -15,8 +15,10 @@ class OVItemsTable;
 class OVCredits;
 class OVHelpSheet;
 class OVLock;
+class QMessageBox;
 class OVLogSheet;
 class OVOptionsSheet;
+class OVRemoteConnection;
 class OVSafetyNet;
 class OVStatusMonitor;
 class OVUpdateNotice;
@@ -118,6 +120,8 @@ public Q_SLOTS:
     void createSafetyNetFolder(QObject *sender);
     void openSafetyNetFolder(QObject *sender);
     void chooseSafetyNetFolder(QObject *sender);
+    // Connect: stores the server's password and mounts its volume now.
+    void connectToServer(QObject *sender);
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -128,7 +132,7 @@ private:
     void connectControls();
     bool backupsOn() const;
     // An alert on the pane's window with one OK button; icon is a QMessageBox::Icon.
-    void showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name);
+    QMessageBox *showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name);
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
     std::array<bool, 3> scheduledTypes() const;
@@ -155,4 +159,8 @@ private:
     // destroys the module before the application quits).
     QPointer<QWidget> m_hostWindow;
     bool m_savedForClose = false;
+    OVRemoteConnection *m_remoteConnection = nullptr;
+    // Stores the auto-connect password from the options' fields; false (with
+    // an alert) when the address is invalid or the store refused it.
+    bool addAutoConnectPassword();
 };

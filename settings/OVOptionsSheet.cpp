@@ -81,6 +81,7 @@ OVOptionsSheet::OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent)
         selectSound(m_ui->soundPopUp);
     });
     connect(m_ui->optionsTabView, &QTabWidget::currentChanged, this, &OVOptionsSheet::tabChanged);
+    connect(m_ui->connectButton, &QPushButton::clicked, this, &OVOptionsSheet::connectRequested);
     connect(m_ui->chooseArchiveFolderButton, &QPushButton::clicked, this, [this] {
         Q_EMIT chooseSafetyNetFolderRequested(m_ui->chooseArchiveFolderButton);
     });
@@ -99,6 +100,16 @@ OVOptionsSheet::~OVOptionsSheet() = default;
 QComboBox *OVOptionsSheet::soundPopUp() const
 {
     return m_ui->soundPopUp;
+}
+
+OVOptionsSheet::RemoteFields OVOptionsSheet::remoteFields() const
+{
+    return {m_ui->autoConnectCheck->isChecked(), m_ui->serverAddressField->text(), m_ui->userNameField->text(), m_ui->volumeField->text(), m_ui->passwordField->text()};
+}
+
+void OVOptionsSheet::setRemotePassword(const QString &password)
+{
+    m_ui->passwordField->setText(password);
 }
 
 QTextBrowser *OVOptionsSheet::creditsTextView() const
@@ -299,7 +310,11 @@ void OVOptionsSheet::updatePrefsUI(QObject *sender)
     m_ui->soundPopUp->setEnabled(m_ui->playSoundCheck->isChecked());
 
     const bool connect = m_ui->autoConnectCheck->isChecked();
-    for (QWidget *field : {static_cast<QWidget *>(m_ui->serverAddressField), static_cast<QWidget *>(m_ui->userNameField), static_cast<QWidget *>(m_ui->volumeField)}) {
+    for (QWidget *field : {static_cast<QWidget *>(m_ui->serverAddressField),
+                           static_cast<QWidget *>(m_ui->userNameField),
+                           static_cast<QWidget *>(m_ui->passwordField),
+                           static_cast<QWidget *>(m_ui->volumeField),
+                           static_cast<QWidget *>(m_ui->connectButton)}) {
         field->setEnabled(connect);
     }
     if (connect) {

@@ -34,6 +34,17 @@ public:
     ~OVOptionsSheet() override;
 
     QComboBox *soundPopUp() const;
+    // The remote server group; the password is never stored in the domain.
+    struct RemoteFields {
+        bool autoConnect = false;
+        QString address, account, volume, password;
+        bool isComplete() const
+        {
+            return !address.isEmpty() && !account.isEmpty() && !volume.isEmpty() && !password.isEmpty();
+        }
+    };
+    RemoteFields remoteFields() const;
+    void setRemotePassword(const QString &password);
     // The About tab's credits, which scroll while that tab is shown.
     QTextBrowser *creditsTextView() const;
     QTabWidget *tabView() const;
@@ -79,6 +90,8 @@ Q_SIGNALS:
     // The Safety Net tab's buttons; the pane owns the folder's dialog.
     void chooseSafetyNetFolderRequested(QObject *button);
     void openSafetyNetFolderRequested(QObject *button);
+    // The remote tab's Connect button.
+    void connectRequested();
 
 protected:
     void reject() override;

@@ -1,0 +1,126 @@
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
+#
+# Sourced inside the sandbox, in a network namespace of its own: a real
+# Samba server on lo that answers to "fileserver", a test user with a
+# session bus and gnome-keyring, and helpers to check results.
+
+SMB_DIR=/srv/orvane-smb          # the server's state (private parts root's alone) and its share
+SHARE_DIR=$SMB_DIR/share
+SMB_ACCOUNT=ovbackup
+SMB_PASSWORD='Orv4ne-Secr3t-7491'
+TEST_USER=ovuser
+KEYRING_PASSWORD='keyring-pass-31'
+SERVER=smb://fileserver
+VOLUME=share
+
+passed=0
+failed=0
+check() { # check DESCRIPTION COMMAND...
+    if "${@:2}"; then passed=$((passed + 1)); echo "ok: $1"; else failed=$((failed + 1)); echo "FAILED: $1"; fi
+}
+finish() {
+    echo "$passed passed, $failed failed"
+    [ "$failed" -eq 0 ]
+}
+
+ip link set lo up
+# Debian's udev makes /dev/fuse 0666 so that users mount through fusermount3;
+# this container's is root's alone. A node of the same device that users may
+# open stands in for it, in this namespace only.
+if [ "$(stat -c %a /dev/fuse)" != 666 ]; then
+    mknod -m 666 /run/.ov-fuse c 10 229 && mount --bind /run/.ov-fuse /dev/fuse
+fi
+echo "127.0.0.1 fileserver" >> /etc/hosts
+
+start_smbd() {
+    mkdir -p "$SMB_DIR"/{state,lock,private,cache,pid,log,ncalrpc} "$SHARE_DIR"
+    id "$SMB_ACCOUNT" >/dev/null 2>&1 || useradd -M -s /usr/sbin/nologin "$SMB_ACCOUNT"
+    chmod 755 "$SMB_DIR"
+    chmod 700 "$SMB_DIR"/{state,lock,private,cache,pid,log,ncalrpc}
+    chown "$SMB_ACCOUNT" "$SHARE_DIR"
+    cat > "$SMB_DIR/smb.conf" <<EOF
+[global]
+    interfaces = lo
+    bind interfaces only = yes
+    server min protocol = SMB2
+    state directory = $SMB_DIR/state
+    lock directory = $SMB_DIR/lock
+    private dir = $SMB_DIR/private
+    cache directory = $SMB_DIR/cache
+    pid directory = $SMB_DIR/pid
+    ncalrpc dir = $SMB_DIR/ncalrpc
+    log file = $SMB_DIR/log/smbd.log
+    passdb backend = tdbsam:$SMB_DIR/private/passdb.tdb
+    disable spoolss = yes
+    load printers = no
+    server role = standalone server
+[$VOLUME]
+    path = $SHARE_DIR
+    read only = no
+    valid users = $SMB_ACCOUNT
+EOF
+    printf '%s\n%s\n' "$SMB_PASSWORD" "$SMB_PASSWORD" | smbpasswd -c "$SMB_DIR/smb.conf" -s -a "$SMB_ACCOUNT" >/dev/null
+    # In a session of its own: smbd signals its whole process group as it ends.
+    setsid smbd -F --no-process-group -s "$SMB_DIR/smb.conf" </dev/null >"$SMB_DIR/log/stdout" 2>&1 &
+    SMBD_PID=$!
+    for _ in $(seq 100); do
+        smbclient -s "$SMB_DIR/smb.conf" -N -L fileserver >/dev/null 2>&1 && return 0
+        # An anonymous listing may be refused; a refusal still means it is up.
+        smbclient -s "$SMB_DIR/smb.conf" -N -L fileserver 2>&1 | grep -q 'NT_STATUS_\(ACCESS_DENIED\|LOGON_FAILURE\)' && return 0
+        sleep 0.1
+    done
+    echo "smbd did not start:"; cat "$SMB_DIR/log/stdout" "$SMB_DIR/log/smbd.log" 2>/dev/null
+    return 1
+}
+
+stop_smbd() {
+    kill "$SMBD_PID" 2>/dev/null
+    wait "$SMBD_PID" 2>/dev/null
+}
+
+# The share's contents as the server sees them, fetched through smbclient.
+fetch_share() { # fetch_share SUBFOLDER DEST
+    printf 'username = %s\npassword = %s\n' "$SMB_ACCOUNT" "$SMB_PASSWORD" > /root/smb-auth
+    chmod 600 /root/smb-auth
+    mkdir -p "$2"
+    smbclient -s "$SMB_DIR/smb.conf" -A /root/smb-auth "//fileserver/$VOLUME" \
+        -c "prompt off; recurse on; cd \"$1\"; lcd \"$2\"; mget *" >/dev/null 2>&1
+    rm -f /root/smb-auth
+}
+
+# A test user with a session bus and an unlocked login keyring, as after a
+# graphical log-in.
+start_session() {
+    id "$TEST_USER" >/dev/null 2>&1 || useradd -m -s /bin/bash "$TEST_USER"
+    USER_UID=$(id -u "$TEST_USER")
+    USER_RUNTIME=/run/user/$USER_UID
+    mkdir -p "$USER_RUNTIME"
+    chown "$TEST_USER:" "$USER_RUNTIME"
+    chmod 700 "$USER_RUNTIME"
+    USER_BUS=unix:path=$USER_RUNTIME/bus
+    as_user dbus-daemon --session --address="$USER_BUS" --nofork --nopidfile --syslog-only &
+    BUS_PID=$!
+    for _ in $(seq 50); do [ -S "$USER_RUNTIME/bus" ] && break; sleep 0.1; done
+    printf '%s' "$KEYRING_PASSWORD" | as_user gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null
+    for _ in $(seq 50); do
+        as_user busctl --user status org.freedesktop.secrets >/dev/null 2>&1 && break
+        sleep 0.1
+    done
+}
+
+stop_session() {
+    pkill -u "$TEST_USER" gnome-keyring-d 2>/dev/null
+    kill "$BUS_PID" 2>/dev/null
+    wait "$BUS_PID" 2>/dev/null
+    rm -f "$USER_RUNTIME/bus"
+}
+
+# Runs a command as the test user in their session.
+as_user() {
+    runuser -u "$TEST_USER" -- env -i HOME="/home/$TEST_USER" USER="$TEST_USER" PATH=/usr/bin:/bin \
+        XDG_RUNTIME_DIR="/run/user/$(id -u "$TEST_USER")" \
+        DBUS_SESSION_BUS_ADDRESS="unix:path=/run/user/$(id -u "$TEST_USER")/bus" "$@"
+}
+
+is_mounted() { findmnt -n --mountpoint "$1" >/dev/null; }
