@@ -9,6 +9,7 @@
 #include "OVLock.h"
 #include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
+#include "OVRestoreWindow.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
@@ -71,6 +72,7 @@ void OVOrvanePref::connectControls()
     action(m_ui->deleteFolderButton, &OVOrvanePref::deleteBackupItem);
     action(m_ui->optionsButton, &OVOrvanePref::showOptions);
     action(m_ui->backupButton, &OVOrvanePref::performBackup);
+    action(m_ui->restoreButton, &OVOrvanePref::showRestore);
     action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
@@ -87,7 +89,12 @@ void OVOrvanePref::connectControls()
     connect(m_statusMonitor, &OVStatusMonitor::updated, this, &OVOrvanePref::updateUI);
 }
 
-OVOrvanePref::~OVOrvanePref() = default;
+OVOrvanePref::~OVOrvanePref()
+{
+    // The window's code lives in this module: it goes with the module (a
+    // running restore stops between two whole files).
+    delete m_restoreWindow.data();
+}
 
 void OVOrvanePref::mainViewDidLoad()
 {
@@ -557,6 +564,31 @@ void OVOrvanePref::setToastInstalled()
         m_toastName = toast.applicationName;
     }
     m_backupItems->setToast(m_isToastInstalled, m_fullPathToToast);
+}
+
+void OVOrvanePref::showRestore(QObject *sender)
+{
+    Q_UNUSED(sender)
+    // Restoring reads as the user and changes no setting: no unlock needed.
+    QString path;
+    const int row = selectedRow();
+    if (row >= 0 && row < m_backupItems->items().size()) {
+        path = m_backupItems->item(row).sourcePath();
+    }
+    for (int i = 0; path.isEmpty() && i < m_backupItems->items().size(); ++i) {
+        path = m_backupItems->item(i).sourcePath();
+    }
+    if (path.isEmpty()) {
+        path = QDir::homePath();
+    }
+    if (!m_restoreWindow) {
+        m_restoreWindow = new OVRestoreWindow;
+        m_restoreWindow->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_restoreWindow->openAt(path);
+    m_restoreWindow->show();
+    m_restoreWindow->raise();
+    m_restoreWindow->activateWindow();
 }
 
 int OVOrvanePref::selectedRow() const

@@ -4,6 +4,8 @@
 
 #include <KCModule>
 
+class OVRestoreWindow;
+
 #include <QPointer>
 #include <QVariantMap>
 #include <array>
@@ -111,6 +113,8 @@ public Q_SLOTS:
     void createSafetyNetFolder(QObject *sender);
     void openSafetyNetFolder(QObject *sender);
     void chooseSafetyNetFolder(QObject *sender);
+    // The "Restore…" window, at the selected item's source folder.
+    void showRestore(QObject *sender);
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -132,6 +136,7 @@ private:
     void menuEntryChosen(int row, int column, int tag);
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
+    QPointer<OVRestoreWindow> m_restoreWindow;
     OVSafetyNet *m_safetyNet;
     OVOptionsSheet *m_optionsSheet;
     OVLogSheet *m_logSheet;

@@ -198,14 +198,17 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
 
         const QString volume = volumeRoot(destination);
         const bool remote = !remoteVolume.isEmpty() && volume == QStringLiteral("/Volumes/") + remoteVolume;
-        const bool present = QFileInfo::exists(destination) && !(isEmptyFolder(destination) && !volume.isEmpty() && !isMountPoint(volume));
+        const bool exists = QFileInfo::exists(destination);
+        const bool shut = exists && readable(destination) == EACCES;
+        // A disk that is not there leaves its bare mount point behind.
+        const bool present = exists && (shut || !(isEmptyFolder(destination) && !volume.isEmpty() && !isMountPoint(volume)));
         if (!present) {
             if (remote) {
                 result.problems.append({OVRestoreProblem::RemoteNotMounted, remoteVolume, remoteServer, remoteVolume});
             } else {
                 result.problems.append({OVRestoreProblem::DiskMissing, diskName(destination), QString(), QString()});
             }
-        } else if (readable(destination) == EACCES) {
+        } else if (shut) {
             result.problems.append({OVRestoreProblem::Unreadable, destination, QString(), QString()});
         } else {
             OVSnapshot copy;

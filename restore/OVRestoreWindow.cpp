@@ -52,7 +52,9 @@ OVRestoreWindow::OVRestoreWindow(QWidget *parent)
                                         OVLocalized("RestoreDateHeader")});
     m_ui->treeView->setModel(m_model);
     m_ui->treeView->header()->resizeSection(0, 260);
-    m_ui->versionList->header()->resizeSection(0, 200);
+    m_ui->versionList->header()->resizeSection(0, 220);
+    m_ui->treeView->header()->resizeSection(1, 110);
+    m_ui->treeView->header()->resizeSection(2, 80);
     m_ui->splitter->setStretchFactor(0, 3);
     m_ui->splitter->setStretchFactor(1, 2);
 
@@ -111,6 +113,7 @@ void OVRestoreWindow::setSetup(const OVRestoreSources::Setup &setup)
 void OVRestoreWindow::openAt(const QString &path)
 {
     m_path = QDir::cleanPath(QDir::current().absoluteFilePath(path));
+    m_ui->treeView->selectionModel()->clearSelection();
     reload();
 }
 
@@ -165,7 +168,8 @@ void OVRestoreWindow::reload()
             }
         }
     }
-    showProblems();
+    // The versions of what is selected, and every problem, shown once.
+    selectionChanged();
 }
 
 void OVRestoreWindow::fillFolder(QStandardItem *folder)
