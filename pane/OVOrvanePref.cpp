@@ -13,6 +13,7 @@
 #include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
 #include "OVRemoteServer.h"
+#include "OVRestoreWindow.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
@@ -82,6 +83,7 @@ void OVOrvanePref::connectControls()
         m_helpSheet->viewHelp(m_ui->helpButton);
     });
     action(m_ui->backupButton, &OVOrvanePref::performBackup);
+    action(m_ui->restoreButton, &OVOrvanePref::showRestore);
     action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
     action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
@@ -102,7 +104,12 @@ void OVOrvanePref::connectControls()
     connect(m_statusMonitor, &OVStatusMonitor::updated, this, &OVOrvanePref::updateUI);
 }
 
-OVOrvanePref::~OVOrvanePref() = default;
+OVOrvanePref::~OVOrvanePref()
+{
+    // The window's code lives in this module: it goes with the module (a
+    // running restore stops between two whole files).
+    delete m_restoreWindow.data();
+}
 
 void OVOrvanePref::mainViewDidLoad()
 {
@@ -467,6 +474,31 @@ void OVOrvanePref::setToastInstalled()
 {
     m_toast = OVToast::detect(OVToast::applicationFolders());
     m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
+}
+
+void OVOrvanePref::showRestore(QObject *sender)
+{
+    Q_UNUSED(sender)
+    // Restoring reads as the user and changes no setting: no unlock needed.
+    QString path;
+    const int row = m_itemsTable->selectedRow();
+    if (row >= 0 && row < m_backupItems->items().size()) {
+        path = m_backupItems->item(row).sourcePath();
+    }
+    for (int i = 0; path.isEmpty() && i < m_backupItems->items().size(); ++i) {
+        path = m_backupItems->item(i).sourcePath();
+    }
+    if (path.isEmpty()) {
+        path = QDir::homePath();
+    }
+    if (!m_restoreWindow) {
+        m_restoreWindow = new OVRestoreWindow;
+        m_restoreWindow->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_restoreWindow->openAt(path);
+    m_restoreWindow->show();
+    m_restoreWindow->raise();
+    m_restoreWindow->activateWindow();
 }
 
 void OVOrvanePref::chooseFolder(int tag)

@@ -4,6 +4,8 @@
 
 #include <KCModule>
 
+class OVRestoreWindow;
+
 #include <QPointer>
 #include <QVariantMap>
 #include <array>
@@ -122,6 +124,8 @@ public Q_SLOTS:
     void chooseSafetyNetFolder(QObject *sender);
     // Connect: stores the server's password and mounts its volume now.
     void connectToServer(QObject *sender);
+    // The "Restore…" window, at the selected item's source folder.
+    void showRestore(QObject *sender);
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -138,6 +142,7 @@ private:
     std::array<bool, 3> scheduledTypes() const;
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
+    QPointer<OVRestoreWindow> m_restoreWindow;
     OVSafetyNet *m_safetyNet;
     OVOptionsSheet *m_optionsSheet;
     OVLogSheet *m_logSheet;

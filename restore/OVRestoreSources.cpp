@@ -1,0 +1,253 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+#include "OVRestoreSources.h"
+
+#include "OVItemArchive.h"
+#include "OVSafetyNet.h"
+#include "OVSettingsDomain.h"
+#include "ovfixedpaths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+
+#include <cerrno>
+#include <dirent.h>
+#include <sys/stat.h>
+
+namespace
+{
+QString withoutTrailingSlash(QString path)
+{
+    while (path.size() > 1 && path.endsWith(QLatin1Char('/'))) {
+        path.chop(1);
+    }
+    return path;
+}
+
+bool contains(const QString &folder, const QString &path)
+{
+    return path == folder || folder == QLatin1String("/") || path.startsWith(folder + QLatin1Char('/'));
+}
+
+bool isMountPoint(const QString &path)
+{
+    struct stat here;
+    struct stat parent;
+    const QByteArray p = QFile::encodeName(path);
+    return lstat(p.constData(), &here) == 0 && lstat(QFile::encodeName(path + QStringLiteral("/..")).constData(), &parent) == 0
+        && (here.st_dev != parent.st_dev || here.st_ino == parent.st_ino);
+}
+
+// Where a removable or remote disk is mounted, for a destination on one.
+QString volumeRoot(const QString &destination)
+{
+    const QStringList parts = destination.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    int depth = 0;
+    if (parts.size() >= 2 && (parts[0] == QLatin1String("Volumes") || parts[0] == QLatin1String("mnt"))) {
+        depth = 2;
+    } else if (parts.size() >= 3 && parts[0] == QLatin1String("media")) {
+        depth = 3;
+    } else if (parts.size() >= 4 && parts[0] == QLatin1String("run") && parts[1] == QLatin1String("media")) {
+        depth = 4;
+    } else if (parts.size() >= 2 && parts[0] == QLatin1String("media")) {
+        depth = 2;
+    }
+    if (depth == 0) {
+        return QString();
+    }
+    return QLatin1Char('/') + parts.mid(0, depth).join(QLatin1Char('/'));
+}
+
+bool isEmptyFolder(const QString &path)
+{
+    return QDir(path).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System).isEmpty();
+}
+
+int readable(const QString &path)
+{
+    DIR *dir = opendir(QFile::encodeName(path).constData());
+    if (!dir) {
+        return errno;
+    }
+    closedir(dir);
+    return 0;
+}
+}
+
+QString OVRestoreSources::frequencyName(int frequency)
+{
+    // A manual run, and any value that is no schedule, keeps the daily name.
+    const bool scheduled = frequency == int(OVFrequency::Weekly) || frequency == int(OVFrequency::Monthly);
+    return QString::fromLatin1(OVFixedPaths::files(scheduled ? OVFrequency(frequency) : OVFrequency::Daily).name);
+}
+
+QDate OVRestoreSources::parseMarker(const QByteArray &text)
+{
+    QDate date = QDate::fromString(QString::fromLatin1(text.trimmed()), QStringLiteral("MM/dd/yy"));
+    // Qt reads every two-digit year as 19yy; strptime's %y takes 00-68 as 20yy.
+    if (date.isValid() && date.year() < 1969) {
+        date = date.addYears(100);
+    }
+    return date;
+}
+
+bool OVRestoreSources::parseArchiveName(const QString &name, QDateTime *time, QString *frequency)
+{
+    static const QRegularExpression pattern(QStringLiteral("\\A(\\d{4}-\\d\\d-\\d\\d \\d\\d\\.\\d\\d\\.\\d\\d) (Daily|Weekly|Monthly)\\z"));
+    const QRegularExpressionMatch match = pattern.match(name);
+    if (!match.hasMatch()) {
+        return false;
+    }
+    const QDateTime when = QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd HH.mm.ss"));
+    if (!when.isValid()) {
+        return false;
+    }
+    *time = when;
+    *frequency = match.captured(2);
+    return true;
+}
+
+QString OVRestoreSources::diskName(const QString &destination)
+{
+    const QString root = volumeRoot(destination);
+    return root.isEmpty() ? destination : root.section(QLatin1Char('/'), -1);
+}
+
+OVRestoreSources::Setup OVRestoreSources::installed()
+{
+    Setup setup;
+    setup.items = OVItemArchive::load(QString::fromLatin1(OVFixedPaths::ItemsArchive)).value_or(QVector<OVBackupItem>());
+    setup.settings = OVSettingsDomain::read().value_or(QVariantMap());
+    setup.supportFolder = QString::fromLatin1(OVFixedPaths::SupportFolder);
+    return setup;
+}
+
+OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &setup)
+{
+    OVRestoreSources result;
+    const QString path = withoutTrailingSlash(QDir::cleanPath(rawPath));
+
+    QVector<OVBackupItem> covering;
+    for (const OVBackupItem &item : setup.items) {
+        if (!item.isComplete() || item.frequencyColumn() == OVBackupItem::NoSchedule) {
+            continue;
+        }
+        const QString source = withoutTrailingSlash(item.sourcePath());
+        if (!result.allSources.contains(source)) {
+            result.allSources.append(source);
+        }
+        if (contains(source, path)) {
+            covering.append(item);
+            if (source.size() > result.sourceRoot.size()) {
+                result.sourceRoot = source;
+            }
+        }
+    }
+    if (covering.isEmpty()) {
+        result.problems.append({OVRestoreProblem::NotInAnyItem, path, QString(), QString()});
+        return result;
+    }
+    result.relativePath = path == result.sourceRoot ? QStringLiteral("") : path.mid(result.sourceRoot.size() + (result.sourceRoot == QLatin1String("/") ? 0 : 1));
+
+    QString safetyNet = setup.settings.value(QStringLiteral("SafetyNetFolder")).toString();
+    if (safetyNet.isEmpty()) {
+        safetyNet = OVSafetyNet::defaultFolder();
+    }
+    safetyNet = withoutTrailingSlash(safetyNet);
+    QVector<QPair<QDateTime, QString>> archives[3];
+    const QStringList names = QDir(safetyNet).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &name : names) {
+        QDateTime time;
+        QString frequency;
+        if (parseArchiveName(name, &time, &frequency)) {
+            const int slot = frequency == QLatin1String("Daily") ? 0 : frequency == QLatin1String("Weekly") ? 1 : 2;
+            archives[slot].append({time, name});
+        }
+    }
+    if (names.isEmpty() && readable(safetyNet) == EACCES) {
+        result.problems.append({OVRestoreProblem::Unreadable, safetyNet, QString(), QString()});
+    }
+
+    const QString remoteVolume = setup.settings.value(QStringLiteral("RemoteVolumeName")).toString();
+    const QString remoteServer = setup.settings.value(QStringLiteral("RemoteServerAddress")).toString();
+    QVector<OVSnapshot> snapshots;
+    QStringList chains;
+    for (const OVBackupItem &item : covering) {
+        if (item.toast() || item.destPath().isEmpty()) {
+            result.problems.append({OVRestoreProblem::BurnedOnly, item.sourcePath(), QString(), QString()});
+            continue;
+        }
+        const QString source = withoutTrailingSlash(item.sourcePath());
+        const QString destination = withoutTrailingSlash(item.destPath());
+        // The part of this item's source that the chosen source folder is.
+        const QString inner = result.sourceRoot == source ? QString() : result.sourceRoot.mid(source.size() + (source == QLatin1String("/") ? 0 : 1));
+        const QString frequency = frequencyName(item.frequencyColumn());
+        const QString chainKey = frequency + QLatin1Char('\n') + destination;
+        if (chains.contains(chainKey)) {
+            continue;
+        }
+        chains.append(chainKey);
+        const int chain = chains.size() - 1;
+
+        const QString volume = volumeRoot(destination);
+        const bool remote = !remoteVolume.isEmpty() && volume == QStringLiteral("/Volumes/") + remoteVolume;
+        const bool exists = QFileInfo::exists(destination);
+        const bool shut = exists && readable(destination) == EACCES;
+        // A disk that is not there leaves its bare mount point behind.
+        const bool present = exists && (shut || !(isEmptyFolder(destination) && !volume.isEmpty() && !isMountPoint(volume)));
+        if (!present) {
+            if (remote) {
+                result.problems.append({OVRestoreProblem::RemoteNotMounted, remoteVolume, remoteServer, remoteVolume});
+            } else {
+                result.problems.append({OVRestoreProblem::DiskMissing, diskName(destination), QString(), QString()});
+            }
+        } else if (shut) {
+            result.problems.append({OVRestoreProblem::Unreadable, destination, QString(), QString()});
+        } else {
+            OVSnapshot copy;
+            copy.kind = OVSnapshot::Copy;
+            QFile marker(setup.supportFolder + QStringLiteral("/.") + frequency.toLower() + QStringLiteral("/.lastbackup"));
+            if (marker.open(QIODevice::ReadOnly)) {
+                const QDate day = parseMarker(marker.read(64));
+                if (day.isValid()) {
+                    copy.time = QDateTime(day, QTime(0, 0));
+                }
+            }
+            copy.root = inner.isEmpty() ? destination : destination + QLatin1Char('/') + inner;
+            copy.frequency = frequency;
+            copy.destination = destination;
+            copy.chain = chain;
+            snapshots.append(copy);
+        }
+
+        const int slot = frequency == QLatin1String("Daily") ? 0 : frequency == QLatin1String("Weekly") ? 1 : 2;
+        const QString destinationInArchive = destination == QLatin1String("/") ? QString() : destination.mid(1);
+        for (const auto &archive : qAsConst(archives[slot])) {
+            const QString folder = safetyNet + QLatin1Char('/') + archive.second;
+            const QString root = destinationInArchive.isEmpty() ? folder : folder + QLatin1Char('/') + destinationInArchive;
+            struct stat st;
+            if (lstat(QFile::encodeName(root).constData(), &st) != 0) {
+                if (errno == EACCES) {
+                    result.problems.append({OVRestoreProblem::Unreadable, folder, QString(), QString()});
+                }
+                continue;
+            }
+            if (readable(root) == EACCES) {
+                result.problems.append({OVRestoreProblem::Unreadable, folder, QString(), QString()});
+                continue;
+            }
+            OVSnapshot snapshot;
+            snapshot.kind = OVSnapshot::Archive;
+            snapshot.time = archive.first;
+            snapshot.root = inner.isEmpty() ? root : root + QLatin1Char('/') + inner;
+            snapshot.frequency = frequency;
+            snapshot.destination = destination;
+            snapshot.chain = chain;
+            snapshots.append(snapshot);
+        }
+    }
+    result.index = OVVersionIndex(result.sourceRoot, snapshots);
+    return result;
+}

@@ -1,0 +1,82 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+#pragma once
+
+#include "OVRestoreSources.h"
+
+#include <QWidget>
+
+#include <memory>
+
+class QStandardItem;
+class QStandardItemModel;
+class QThread;
+class OVRestoreJob;
+
+namespace Ui
+{
+class OVRestoreWindow;
+}
+
+// "Restore…": a source folder's tree as it is now and as backed up
+// (deleted entries marked), the versions of what is selected, newest
+// first, and the whole tree as of a chosen date. Runs as the user: what
+// the user may not read is named, never worked around.
+class OVRestoreWindow : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit OVRestoreWindow(QWidget *parent = nullptr);
+    ~OVRestoreWindow() override;
+
+    // Where the items, the settings and the markers come from; the
+    // installed ones unless set.
+    void setSetup(const OVRestoreSources::Setup &setup);
+    // Shows the backups of the source folder holding the path, with the
+    // path selected.
+    void openAt(const QString &path);
+
+    // What the window shows, for those who drive it.
+    QString sourceRoot() const { return m_sources.sourceRoot; }
+    QString message() const;
+    QStringList selectedPaths() const;
+    int versionCount() const;
+
+public Q_SLOTS:
+    // Reads the backups again: after a disk was connected, say.
+    void reload();
+    void restore();
+    void restoreTo();
+    void setAsOf(const QDate &date);
+
+Q_SIGNALS:
+    // The user asked to mount the remote volume; whoever connects it
+    // calls reload() when it is there. Offered only when connected.
+    void connectRequested(const QString &server, const QString &volume);
+    void restoreFinished(bool ok);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void showProblems(const QString &extra = QString());
+    void fillFolder(QStandardItem *folder);
+    QStandardItem *itemFor(const QString &relativePath);
+    void selectionChanged();
+    QVector<OVVersion> chosenVersions() const;
+    void startRestore(const QString &otherFolder);
+    void restoreEnded();
+    QString versionTitle(const OVVersion &version) const;
+    QDateTime asOf() const;
+
+    std::unique_ptr<Ui::OVRestoreWindow> m_ui;
+    QStandardItemModel *m_model;
+    OVRestoreSources::Setup m_setup;
+    bool m_setupGiven = false;
+    OVRestoreSources m_sources;
+    QString m_path;
+    QThread *m_thread = nullptr;
+    OVRestoreJob *m_job = nullptr;
+    QAction *m_connectAction;
+};
