@@ -140,6 +140,9 @@ KNotification *notification(const QString &event, const QString &title, const QS
     notice->setIconName(QStringLiteral("orvane"));
     notice->setTitle(title);
     notice->setText(text);
+    // Set here, not in the .notifyrc: an urgency read from there comes after
+    // sending and makes KNotification send the notice a second time.
+    notice->setUrgency(KNotification::NormalUrgency);
     return notice;
 }
 
@@ -178,6 +181,7 @@ int finished(const QString &frequency, const QString &kind, bool complete)
     // Opening the log may outlast the notice; the program ends when both are done.
     static int pending = 1;
     if (!complete) {
+        notice->setUrgency(KNotification::HighUrgency);
         notice->setActions({QStringLiteral("Show Log")});
         QObject::connect(notice, &KNotification::action1Activated, qApp, [log] {
             openLog(log, &pending);
