@@ -224,7 +224,9 @@ int prompt(const QString &kind)
     QObject::connect(ask, &KNotification::closed, qApp, [] {
         QCoreApplication::exit(answer);
     });
+    static bool timedOut = false;
     QTimer::singleShot(PromptMilliseconds, qApp, [ask] {
+        timedOut = true;
         say(QStringLiteral("nobody answered within five minutes: the backup goes ahead"));
         if (ask) {
             ask->close();
@@ -235,7 +237,7 @@ int prompt(const QString &kind)
     });
     ask->sendEvent();
     const int status = QApplication::exec();
-    if (status == NoAnswer) {
+    if (status == NoAnswer && !timedOut) {
         say(QStringLiteral("the prompt was closed without an answer: the backup goes ahead"));
     }
     return status;
