@@ -1,145 +1,339 @@
-// What a backup tells the user on their own display. The backup scripts run
-// this as the user named in them:
-//   orvane-notice --finished Daily complete|errors   the end-of-backup notice
-//   orvane-notice --prompt Daily                     ask before a backup (exit 0: go, 1: skip)
-//   orvane-notice --progress FILE Daily              a progress window while FILE exists
-//   orvane-notice --idle                             print the seconds the user has been idle
-// The notice follows the user's settings ("DisplayAlert", "AutoDismissAlert",
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+// What a backup tells the user, as desktop notifications and a KDE job in
+// the user's own session. A backup script runs it as the user named in it,
+// with the environment of one of that user's processes:
+//
+//   orvane-notice --finished FREQ complete|errors [manual]   the end-of-backup notice
+//   orvane-notice --prompt FREQ [manual]                     ask before a backup
+//   orvane-notice --progress FILE FREQ [manual]              the run's progress while FILE exists
+//   orvane-notice --idle                                     print the seconds the user has been idle
+//
+// FREQ is "Daily", "Weekly" or "Monthly"; "manual" marks a manual run.
+// The notices follow the user's settings ("DisplayAlert", "AutoDismissAlert",
 // "TimeValue", "TimeUnit", "PlaySound", "Sound").
-#include "OVSettingsDomain.h"
+//
+// Exit status:
+//   0  done; for --prompt: "Back Up Now"
+//   1  --prompt: "Skip"
+//   2  wrong arguments
+//   3  nobody could be told or asked: no session bus address was given, the
+//      bus or the desktop's notification (or job) server is not there, or the
+//      prompt went unanswered for five minutes or was closed without an
+//      answer. The scheduled backup then goes ahead, as it always has when
+//      the user was away.
+#include "OVBackupJob.h"
+#include "OVNoticeText.h"
 #include "OVSettingsTable.h"
+#include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 
+#include <KIO/OpenUrlJob>
+#include <KNotification>
+#include <KUiServerV2JobTracker>
+
 #include <QApplication>
-#include <QDBusInterface>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusReply>
+#include <QDBusServiceWatcher>
 #include <QDir>
-#include <QFile>
-#include <QLabel>
-#include <QMessageBox>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QStandardPaths>
-#include <QTextStream>
+#include <QPointer>
 #include <QTimer>
-#include <QVBoxLayout>
+#include <QUrl>
 
 #include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
-QVariantMap userSettings()
+enum Status { Done = 0, Skip = 1, Usage = 2, NoAnswer = 3 };
+
+const auto ComponentName = QStringLiteral("orvane");
+const auto DesktopEntry = QStringLiteral("org.orvane.Orvane.notice");
+const auto NotificationService = QStringLiteral("org.freedesktop.Notifications");
+const auto JobViewService = QStringLiteral("org.kde.JobViewServer");
+// How long the prompt waits for an answer.
+constexpr int PromptMilliseconds = 5 * 60 * 1000;
+
+void say(const QString &text)
 {
-    return OVSettingsDomain::read().value_or(QVariantMap());
+    std::fprintf(stderr, "orvane-notice: %s\n", qPrintable(text));
 }
 
-QVariant setting(const QVariantMap &settings, const char *key)
-{
-    return OVSettingsTable::value(settings, key);
-}
+// The user's own session bus, never a new one: without an address libdbus
+// would "autolaunch" a private dbus-daemon (through dbus-launch) that no
+// notification server listens on and that outlives the session. Decided
+// before anything can touch D-Bus.
+bool busGiven = false;
 
-QString frequencyWord(const QString &frequency)
+void findOwnSessionBus()
 {
-    return frequency.toLower();
-}
-
-int finished(const QString &frequency, bool complete)
-{
-    const QVariantMap settings = userSettings();
-    const bool display = setting(settings, "DisplayAlert").toBool();
-    const bool play = setting(settings, "PlaySound").toBool();
-    if (play) {
-        OVSoundMenu::playNamedSound(setting(settings, "Sound").toString(), QDir::homePath());
-    }
-    if (!display) {
-        return 0;
-    }
-    QMessageBox notice(complete ? QMessageBox::Information : QMessageBox::Warning,
-                       QStringLiteral("Orvane"),
-                       complete ? QStringLiteral("The %1 backup is complete.").arg(frequencyWord(frequency))
-                                : QStringLiteral("The %1 backup finished with errors. Orvane's status shows its log.").arg(frequencyWord(frequency)));
-    if (setting(settings, "AutoDismissAlert").toBool()) {
-        // TimeUnit: 0 seconds, 1 minutes, 2 hours.
-        static const int Seconds[] = {1, 60, 3600};
-        const int unit = qBound(0, setting(settings, "TimeUnit").toInt(), 2);
-        const qint64 delay = qMax<qint64>(1, setting(settings, "TimeValue").toLongLong()) * Seconds[unit] * 1000;
-        QTimer::singleShot(static_cast<int>(qMin<qint64>(delay, 24LL * 3600 * 1000)), &notice, &QMessageBox::accept);
-    }
-    notice.exec();
-    return 0;
-}
-
-int prompt(const QString &frequency)
-{
-    QMessageBox ask(QMessageBox::Question, QStringLiteral("Orvane"), QStringLiteral("A scheduled %1 backup is about to start.").arg(frequencyWord(frequency)));
-    QPushButton *go = ask.addButton(QStringLiteral("Back Up Now"), QMessageBox::AcceptRole);
-    ask.addButton(QStringLiteral("Skip This Backup"), QMessageBox::RejectRole);
-    ask.setDefaultButton(go);
-    // Nobody answers: the user is away, and the backup goes ahead.
-    QTimer::singleShot(5 * 60 * 1000, go, &QPushButton::click);
-    ask.exec();
-    return ask.clickedButton() == go ? 0 : 1;
-}
-
-int progress(const QString &file, const QString &frequency)
-{
-    QWidget window;
-    window.setWindowTitle(QStringLiteral("Orvane: %1 backup").arg(frequencyWord(frequency)));
-    auto *layout = new QVBoxLayout(&window);
-    auto *label = new QLabel(&window);
-    auto *bar = new QProgressBar(&window);
-    layout->addWidget(label);
-    layout->addWidget(bar);
-    window.resize(360, 90);
-    window.show();
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, [&] {
-        QFile status(file);
-        if (!status.open(QIODevice::ReadOnly)) {
-            QApplication::quit();
-            return;
+    QByteArray address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (address.isEmpty()) {
+        // The systemd user bus lives at a fixed place in the runtime folder.
+        const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+        struct stat info;
+        const QByteArray socket = runtime + "/bus";
+        if (!runtime.isEmpty() && lstat(socket.constData(), &info) == 0 && S_ISSOCK(info.st_mode) && info.st_uid == getuid()) {
+            address = "unix:path=" + socket;
+            qputenv("DBUS_SESSION_BUS_ADDRESS", address);
         }
-        // "index count name"
-        const QStringList parts = QString::fromUtf8(status.readLine(4096)).trimmed().split(QLatin1Char(' '));
-        if (parts.size() >= 3) {
-            bar->setRange(0, parts.at(1).toInt());
-            bar->setValue(parts.at(0).toInt());
-            label->setText(QStringLiteral("Backing up %1…").arg(parts.mid(2).join(QLatin1Char(' '))));
+    }
+    busGiven = !address.isEmpty() && !address.contains("autolaunch:");
+    if (!busGiven) {
+        // libdbus autolaunches only on an X display.
+        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+        qunsetenv("DISPLAY");
+    }
+}
+
+bool useOwnSessionBus()
+{
+    if (!busGiven) {
+        say(QStringLiteral("the user's session bus address (DBUS_SESSION_BUS_ADDRESS) was not given: nothing is shown"));
+        return false;
+    }
+    if (!QDBusConnection::sessionBus().isConnected()) {
+        say(QStringLiteral("cannot reach the user's session bus: %1").arg(QDBusConnection::sessionBus().lastError().message()));
+        return false;
+    }
+    return true;
+}
+
+bool serverPresent(const QString &service, const QString &what)
+{
+    QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    if (bus->isServiceRegistered(service).value()) {
+        return true;
+    }
+    const QDBusReply<QStringList> activatable = bus->call(QStringLiteral("ListActivatableNames"));
+    if (activatable.isValid() && activatable.value().contains(service)) {
+        return true;
+    }
+    say(QStringLiteral("no %1 (%2) runs in the user's session: nothing is shown").arg(what, service));
+    return false;
+}
+
+// Ends the program when the notification server or the bus goes away, as
+// it does when the user logs out: no notice outlives the session.
+void endWithSession(const QString &service, Status status)
+{
+    auto *watcher = new QDBusServiceWatcher(service, QDBusConnection::sessionBus(), QDBusServiceWatcher::WatchForUnregistration, qApp);
+    QObject::connect(watcher, &QDBusServiceWatcher::serviceUnregistered, qApp, [status] {
+        QCoreApplication::exit(status);
+    });
+    auto *check = new QTimer(qApp);
+    QObject::connect(check, &QTimer::timeout, qApp, [status] {
+        if (!QDBusConnection::sessionBus().isConnected()) {
+            QCoreApplication::exit(status);
         }
     });
-    poll.start(500);
+    check->start(10 * 1000);
+}
+
+KNotification *notification(const QString &event, const QString &title, const QString &text)
+{
+    auto *notice = new KNotification(event, KNotification::Persistent);
+    notice->setComponentName(ComponentName);
+    notice->setIconName(QStringLiteral("orvane"));
+    notice->setTitle(title);
+    notice->setText(text);
+    // Set here, not in the .notifyrc: an urgency read from there comes after
+    // sending and makes KNotification send the notice a second time.
+    notice->setUrgency(KNotification::NormalUrgency);
+    return notice;
+}
+
+void openLog(const QString &log, int *pending)
+{
+    ++*pending;
+    auto *job = new KIO::OpenUrlJob(QUrl::fromLocalFile(log), QStringLiteral("text/plain"));
+    QObject::connect(job, &KJob::result, qApp, [job, log, pending] {
+        if (job->error()) {
+            say(QStringLiteral("cannot open %1: %2").arg(log, job->errorString()));
+        }
+        if (--*pending == 0) {
+            QCoreApplication::exit(Done);
+        }
+    });
+    job->start();
+}
+
+int finished(const QString &frequency, const QString &kind, bool complete)
+{
+    const QVariantMap settings = OVSettingsDomain::read().value_or(QVariantMap());
+    if (OVSettingsTable::value(settings, "PlaySound").toBool()) {
+        OVSoundMenu::playNamedSound(OVSettingsTable::value(settings, "Sound").toString(), QDir::homePath());
+    }
+    if (!OVSettingsTable::value(settings, "DisplayAlert").toBool()) {
+        return Done;
+    }
+    if (!useOwnSessionBus() || !serverPresent(NotificationService, QStringLiteral("notification server"))) {
+        return NoAnswer;
+    }
+    endWithSession(NotificationService, Done);
+    const QString log = OVNoticeText::logFile(frequency);
+    QPointer<KNotification> notice = complete
+        ? notification(QStringLiteral("backupComplete"), QStringLiteral("Backup complete"), OVNoticeText::completeText(kind))
+        : notification(QStringLiteral("backupErrors"), QStringLiteral("Backup finished with errors"), OVNoticeText::errorsText(kind));
+    // Opening the log may outlast the notice; the program ends when both are done.
+    static int pending = 1;
+    if (!complete) {
+        notice->setUrgency(KNotification::HighUrgency);
+        notice->setActions({QStringLiteral("Show Log")});
+        QObject::connect(notice, &KNotification::action1Activated, qApp, [log] {
+            openLog(log, &pending);
+        });
+    }
+    QObject::connect(notice, &KNotification::closed, qApp, [] {
+        if (--pending == 0) {
+            QCoreApplication::exit(Done);
+        }
+    });
+    if (const std::optional<qint64> delay = OVNoticeText::dismissDelay(settings)) {
+        QTimer::singleShot(static_cast<int>(*delay), notice, [notice] {
+            notice->close();
+            // The server confirms the close; if it never does, stop anyway.
+            QTimer::singleShot(5000, qApp, [] {
+                QCoreApplication::exit(Done);
+            });
+        });
+    }
+    notice->sendEvent();
+    return QApplication::exec();
+}
+
+int prompt(const QString &kind)
+{
+    if (!useOwnSessionBus() || !serverPresent(NotificationService, QStringLiteral("notification server"))) {
+        return NoAnswer;
+    }
+    endWithSession(NotificationService, NoAnswer);
+    QPointer<KNotification> ask = notification(QStringLiteral("promptBeforeBackup"), QStringLiteral("Backup about to start"), OVNoticeText::promptText(kind));
+    ask->setUrgency(KNotification::HighUrgency);
+    ask->setActions({QStringLiteral("Back Up Now"), QStringLiteral("Skip")});
+    static Status answer = NoAnswer;
+    QObject::connect(ask, &KNotification::action1Activated, qApp, [] {
+        answer = Done;
+    });
+    QObject::connect(ask, &KNotification::action2Activated, qApp, [] {
+        answer = Skip;
+    });
+    QObject::connect(ask, &KNotification::closed, qApp, [] {
+        QCoreApplication::exit(answer);
+    });
+    static bool timedOut = false;
+    QTimer::singleShot(PromptMilliseconds, qApp, [ask] {
+        timedOut = true;
+        say(QStringLiteral("nobody answered within five minutes: the backup goes ahead"));
+        if (ask) {
+            ask->close();
+        }
+        QTimer::singleShot(5000, qApp, [] {
+            QCoreApplication::exit(NoAnswer);
+        });
+    });
+    ask->sendEvent();
+    const int status = QApplication::exec();
+    if (status == NoAnswer && !timedOut) {
+        say(QStringLiteral("the prompt was closed without an answer: the backup goes ahead"));
+    }
+    return status;
+}
+
+int progress(const QString &file, const QString &kind)
+{
+    if (!useOwnSessionBus() || !serverPresent(JobViewService, QStringLiteral("job progress server"))) {
+        return NoAnswer;
+    }
+    endWithSession(JobViewService, Done);
+    KUiServerV2JobTracker tracker;
+    auto *job = new OVBackupJob(file, OVNoticeText::jobTitle(kind));
+    job->setProperty("desktopFileName", DesktopEntry);
+    job->setProperty("immediateProgressReporting", true);
+    QObject::connect(job, &KJob::result, qApp, [] {
+        // The tracker's last calls carry no reply; a round trip behind them
+        // makes sure they left before the program ends.
+        QTimer::singleShot(0, qApp, [] {
+            QDBusConnection::sessionBus().interface()->isServiceRegistered(JobViewService);
+            QCoreApplication::exit(Done);
+        });
+    });
+    tracker.registerJob(job);
+    job->start();
     return QApplication::exec();
 }
 
 int idle()
 {
-    QDBusInterface screenSaver(QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/ScreenSaver"), QStringLiteral("org.freedesktop.ScreenSaver"));
-    const QDBusReply<uint> reply = screenSaver.call(QStringLiteral("GetSessionIdleTime"));
+    if (!useOwnSessionBus()) {
+        return NoAnswer;
+    }
+    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.ScreenSaver"),
+                                                       QStringLiteral("/ScreenSaver"),
+                                                       QStringLiteral("org.freedesktop.ScreenSaver"),
+                                                       QStringLiteral("GetSessionIdleTime"));
+    const QDBusReply<uint> reply = QDBusConnection::sessionBus().call(call);
     if (!reply.isValid()) {
-        return 1;
+        say(QStringLiteral("the desktop does not tell how long the user has been idle: %1").arg(reply.error().message()));
+        return NoAnswer;
     }
     std::printf("%u\n", reply.value() / 1000);
-    return 0;
+    return Done;
+}
+
+int usage()
+{
+    say(QStringLiteral("usage: orvane-notice --finished FREQ complete|errors [manual] | --prompt FREQ [manual]"
+                       " | --progress FILE FREQ [manual] | --idle   (FREQ: Daily, Weekly or Monthly)"));
+    return Usage;
 }
 }
 
 int main(int argc, char **argv)
 {
-    QApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    const QString mode = arguments.value(1);
-    if (mode == QLatin1String("--finished") && arguments.size() == 4) {
-        return finished(arguments.at(2), arguments.at(3) == QLatin1String("complete"));
+    findOwnSessionBus();
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i) {
+        arguments << QString::fromLocal8Bit(argv[i]);
     }
-    if (mode == QLatin1String("--prompt") && arguments.size() == 3) {
-        return prompt(arguments.at(2));
-    }
-    if (mode == QLatin1String("--progress") && arguments.size() == 4) {
-        return progress(arguments.at(2), arguments.at(3));
-    }
-    if (mode == QLatin1String("--idle") && arguments.size() == 2) {
+    // Notifications and jobs go over D-Bus: no window is ever drawn, so no
+    // display is needed. Given as an argument, not in the environment, which
+    // the log viewer inherits.
+    char platform[] = "-platform";
+    char offscreen[] = "offscreen";
+    char *qtArguments[] = {argv[0], platform, offscreen, nullptr};
+    int qtArgc = 3;
+    QApplication application(qtArgc, qtArguments);
+    QApplication::setApplicationName(ComponentName);
+    QApplication::setApplicationDisplayName(QStringLiteral("Orvane"));
+    QGuiApplication::setDesktopFileName(DesktopEntry);
+
+    const QString mode = arguments.value(0);
+    const bool manual = arguments.size() > 1 && arguments.last() == QLatin1String("manual");
+    const int count = arguments.size() - (manual ? 1 : 0);
+    if (mode == QLatin1String("--idle") && arguments.size() == 1) {
         return idle();
     }
-    QTextStream(stderr) << "usage: orvane-notice --finished FREQUENCY complete|errors | --prompt FREQUENCY | --progress FILE FREQUENCY | --idle\n";
-    return 2;
+    if (mode == QLatin1String("--finished") && count == 3) {
+        const QString result = arguments.at(2);
+        const std::optional<QString> kind = OVNoticeText::kindOfRun(arguments.at(1), manual);
+        if (kind && (result == QLatin1String("complete") || result == QLatin1String("errors"))) {
+            return finished(arguments.at(1), *kind, result == QLatin1String("complete"));
+        }
+    }
+    if (mode == QLatin1String("--prompt") && count == 2) {
+        if (const std::optional<QString> kind = OVNoticeText::kindOfRun(arguments.at(1), manual)) {
+            return prompt(*kind);
+        }
+    }
+    if (mode == QLatin1String("--progress") && count == 3 && !arguments.at(1).isEmpty()) {
+        if (const std::optional<QString> kind = OVNoticeText::kindOfRun(arguments.at(2), manual)) {
+            return progress(arguments.at(1), *kind);
+        }
+    }
+    return usage();
 }

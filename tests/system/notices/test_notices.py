@@ -1,0 +1,374 @@
+#!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""orvane-notice as a backup script runs it: as the user, with that user's
+session environment, against a real session dbus-daemon. The desktop's
+notification and job servers are a stand-in (desktop_standin.py), since
+Plasma cannot run here; the stand-in records what reaches it and answers the
+notifications' actions as a user would. Run as root inside ov-sandbox, after
+the build is installed there."""
+import json
+import os
+import pwd
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+NOTICE = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/orvane-notice"
+HERE = os.path.dirname(os.path.abspath(__file__))
+USER = "ovnotice"
+WORK = tempfile.mkdtemp(prefix="ov-notices-")
+RECORD = os.path.join(WORK, "record.jsonl")
+ANSWER = os.path.join(WORK, "answer.json")
+SHIMS = os.path.join(WORK, "bin")
+PAPLAY_LOG = os.path.join(WORK, "paplay.log")
+OPENED_LOG = os.path.join(WORK, "opened.log")
+
+started = []
+
+
+def as_user(command):
+    """As the backup script runs the notice program."""
+    return ["runuser", "-u", USER, "--"] + command
+
+
+def daemon_as_user(command):
+    return ["setpriv", "--reuid=" + USER, "--regid=" + USER, "--init-groups", "env", "HOME=" + home] + command
+
+
+def start_bus(socket):
+    bus = subprocess.Popen(daemon_as_user(["dbus-daemon", "--session", "--nofork", "--nopidfile",
+                                    "--address=unix:path=" + socket, "--print-address=1"]),
+                           stdout=subprocess.PIPE, text=True)
+    started.append(bus)
+    return bus.stdout.readline().strip(), bus
+
+
+def wait_for(predicate, seconds):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if predicate():
+            return True
+        time.sleep(0.05)
+    return predicate()
+
+
+def setUpModule():
+    global user, home, runtime, address, bus_daemon, xvfb
+    if subprocess.run(["id", USER], capture_output=True).returncode != 0:
+        subprocess.run(["useradd", "-m", USER], check=True)
+    user = pwd.getpwnam(USER)
+    home = user.pw_dir
+    os.chmod(WORK, 0o755)
+    runtime = "/run/user/%d" % user.pw_uid
+    os.makedirs(runtime, exist_ok=True)
+    os.chown(runtime, user.pw_uid, user.pw_gid)
+    os.chmod(runtime, 0o700)
+    address, bus_daemon = start_bus(runtime + "/bus")
+
+    # What the user's session would start: the desktop's servers.
+    ready = os.path.join(WORK, "ready")
+    for path in (RECORD, ANSWER, PAPLAY_LOG, OPENED_LOG):
+        open(path, "w").close()
+        os.chmod(path, 0o666)
+    os.chmod(WORK, 0o777)
+    started.append(subprocess.Popen(daemon_as_user(["env", "DBUS_SESSION_BUS_ADDRESS=" + address, "python3",
+                                             os.path.join(HERE, "desktop_standin.py"), RECORD, ANSWER, ready])))
+    assert wait_for(lambda: os.path.exists(ready), 20), "the stand-in desktop did not start"
+
+    # paplay plays the alert sound; here it notes what it was asked to play.
+    os.makedirs(SHIMS)
+    with open(os.path.join(SHIMS, "paplay"), "w") as f:
+        f.write('#!/bin/sh\necho "$@" >> %s\n' % PAPLAY_LOG)
+    os.chmod(os.path.join(SHIMS, "paplay"), 0o755)
+    # The user's text viewer: a desktop entry that notes what it opened,
+    # made the default for logs as the user would in their file associations.
+    viewer = os.path.join(SHIMS, "logviewer")
+    with open(viewer, "w") as f:
+        f.write('#!/bin/sh\necho "$@" >> %s\n' % OPENED_LOG)
+    os.chmod(viewer, 0o755)
+    write_as_user(".local/share/applications/ov-test-logviewer.desktop",
+                  "[Desktop Entry]\nType=Application\nName=Log viewer\nExec=%s %%f\nMimeType=text/plain;text/x-log;\n" % viewer)
+    write_as_user(".config/mimeapps.list",
+                  "[Default Applications]\ntext/plain=ov-test-logviewer.desktop\ntext/x-log=ov-test-logviewer.desktop\n")
+
+    for frequency in ("daily", "weekly"):
+        with open("/var/log/orvane_%s.log" % frequency, "w") as f:
+            f.write("backup log\n")
+
+    xvfb = subprocess.Popen(["Xvfb", ":78", "-ac", "-nolisten", "tcp", "-screen", "0", "640x480x24"],
+                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    started.append(xvfb)
+
+
+def tearDownModule():
+    for process in reversed(started):
+        process.terminate()
+        try:
+            process.wait(5)
+        except subprocess.TimeoutExpired:
+            process.kill()
+    shutil.rmtree(WORK, ignore_errors=True)
+
+
+def write_as_user(relative, text):
+    path = os.path.join(home, relative)
+    subprocess.run(as_user(["mkdir", "-p", os.path.dirname(path)]), check=True)
+    subprocess.run(as_user(["tee", path]), input=text, text=True, stdout=subprocess.DEVNULL, check=True)
+
+
+def settings(**values):
+    """The pane's settings domain, as an XML property list."""
+    entries = []
+    for key, value in values.items():
+        if isinstance(value, bool):
+            entries.append("<key>%s</key><%s/>" % (key, "true" if value else "false"))
+        elif isinstance(value, int):
+            entries.append("<key>%s</key><integer>%d</integer>" % (key, value))
+        else:
+            entries.append("<key>%s</key><string>%s</string>" % (key, value))
+    write_as_user(".config/org.orvane.Orvane.plist",
+                  '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>%s</dict></plist>\n' % "".join(entries))
+
+
+def answer(**what):
+    with open(ANSWER, "w") as f:
+        json.dump(what, f)
+
+
+def session_environment(bus=True, display=False, runtime_dir=None):
+    env = ["HOME=" + home, "USER=" + USER, "LOGNAME=" + USER, "PATH=%s:/usr/bin:/bin" % SHIMS,
+           "XDG_RUNTIME_DIR=" + (runtime_dir or runtime)]
+    if bus:
+        env.append("DBUS_SESSION_BUS_ADDRESS=" + (bus if isinstance(bus, str) else address))
+    if display:
+        env.append("DISPLAY=:78")
+    return env
+
+
+def notice(*arguments, background=False, **environment):
+    command = as_user(["env", "-i"] + session_environment(**environment) + [NOTICE] + list(arguments))
+    if background:
+        return subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    start = time.monotonic()
+    result = subprocess.run(command, capture_output=True, text=True, timeout=60)
+    return result.returncode, result.stderr, time.monotonic() - start
+
+
+def mark():
+    with open(RECORD) as f:
+        return len(f.readlines())
+
+
+def events(since, kind=None):
+    with open(RECORD) as f:
+        recorded = [json.loads(line) for line in f.readlines()[since:]]
+    return [e for e in recorded if kind is None or e["event"] == kind]
+
+
+def lines(path):
+    with open(path) as f:
+        return f.read().splitlines()
+
+
+def user_processes(name):
+    found = subprocess.run(["pgrep", "-u", USER, "-x", name], capture_output=True, text=True).stdout.split()
+    return sorted(int(pid) for pid in found)
+
+
+class FinishedNotice(unittest.TestCase):
+    def test_closes_by_itself_after_the_set_delay_with_the_chosen_sound(self):
+        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=2, TimeUnit=0, PlaySound=True, Sound="Magic Bell")
+        answer()
+        open(PAPLAY_LOG, "w").close()
+        since = mark()
+        status, err, elapsed = notice("--finished", "Daily", "complete")
+        self.assertEqual(status, 0, err)
+        shown = events(since, "notify")
+        self.assertEqual(len(shown), 1)
+        self.assertEqual(shown[0]["body"], "The daily backup is complete.")
+        self.assertEqual(shown[0]["app"], "Orvane")
+        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "backupComplete")
+        self.assertEqual(shown[0]["hints"]["desktop-entry"], "org.orvane.Orvane.notice")
+        self.assertEqual(shown[0]["actions"], [])
+        closed = events(since, "close")
+        self.assertEqual(len(closed), 1, "the notice closes itself once")
+        self.assertGreaterEqual(closed[0]["time"] - shown[0]["time"], 1.8)
+        self.assertLess(closed[0]["time"] - shown[0]["time"], 4)
+        self.assertEqual(lines(PAPLAY_LOG), ["/Library/Sounds/Magic Bell.aiff"])
+
+    def test_manual_run_says_manual(self):
+        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
+        answer()
+        since = mark()
+        status, err, _ = notice("--finished", "Daily", "complete", "manual")
+        self.assertEqual(status, 0, err)
+        self.assertEqual([e["body"] for e in events(since, "notify")], ["The manual backup is complete."])
+
+    def test_stays_until_the_user_closes_it_without_auto_dismiss(self):
+        settings(DisplayAlert=True, AutoDismissAlert=False, TimeValue=1, TimeUnit=0, PlaySound=False)
+        answer(close=2, after=3)
+        since = mark()
+        status, err, elapsed = notice("--finished", "Monthly", "complete")
+        self.assertEqual(status, 0, err)
+        self.assertEqual([e["body"] for e in events(since, "notify")], ["The monthly backup is complete."])
+        self.assertEqual(events(since, "close"), [], "only the user closed it")
+        self.assertGreaterEqual(elapsed, 3)
+
+    def test_nothing_shown_or_played_when_switched_off(self):
+        settings(DisplayAlert=False, PlaySound=False)
+        open(PAPLAY_LOG, "w").close()
+        since = mark()
+        status, err, elapsed = notice("--finished", "Daily", "errors")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(events(since), [])
+        self.assertEqual(lines(PAPLAY_LOG), [])
+        self.assertLess(elapsed, 10)
+
+    def test_error_notice_shows_the_log_of_its_frequency(self):
+        settings(DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
+        answer(action="Show Log")
+        open(OPENED_LOG, "w").close()
+        since = mark()
+        status, err, _ = notice("--finished", "Weekly", "errors")
+        self.assertEqual(status, 0, err)
+        shown = events(since, "notify")
+        self.assertEqual(len(shown), 1, shown)
+        self.assertEqual(shown[0]["body"], "The weekly backup finished with errors.")
+        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "backupErrors")
+        self.assertEqual(shown[0]["actions"], ["Show Log"])
+        self.assertTrue(wait_for(lambda: lines(OPENED_LOG), 10), "the log viewer was not started")
+        self.assertEqual(lines(OPENED_LOG), ["/var/log/orvane_weekly.log"])
+
+
+class Prompt(unittest.TestCase):
+    def ask(self, *extra, **environment):
+        since = mark()
+        status, err, _ = notice("--prompt", "Daily", *extra, **environment)
+        return status, err, events(since, "notify")
+
+    def test_back_up_now_goes_ahead(self):
+        answer(action="Back Up Now")
+        status, err, shown = self.ask()
+        self.assertEqual(status, 0, err)
+        self.assertEqual(len(shown), 1)
+        self.assertEqual(shown[0]["actions"], ["Back Up Now", "Skip"])
+        self.assertIn("scheduled daily backup", shown[0]["body"])
+        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "promptBeforeBackup")
+
+    def test_skip_skips(self):
+        answer(action="Skip")
+        status, err, _ = self.ask()
+        self.assertEqual(status, 1, err)
+
+    def test_unanswered_prompt_lets_the_backup_go_ahead(self):
+        answer(close=1)
+        status, err, _ = self.ask()
+        self.assertEqual(status, 3)
+        self.assertIn("without an answer", err)
+
+    def test_bus_found_in_the_runtime_folder_when_no_address_is_given(self):
+        answer(action="Back Up Now")
+        status, err, shown = self.ask("manual", bus=False)
+        self.assertEqual(status, 0, err)
+        self.assertEqual(shown[0]["body"], "A manual backup is about to start.")
+
+
+class Progress(unittest.TestCase):
+    def test_progress_file_reaches_the_job_until_it_disappears(self):
+        progress = "/tmp/ov_Daily.progress"
+
+        def write(line):
+            with open(progress + ".new", "w") as f:
+                f.write(line)
+            os.chmod(progress + ".new", 0o644)
+            os.rename(progress + ".new", progress)
+
+        write("10 60000 1048576 734003200 0 2\n")
+        since = mark()
+        job = notice("--progress", progress, "Daily", "manual", background=True)
+        self.assertTrue(wait_for(lambda: events(since, "job-update"), 10), "no job reached the desktop")
+        time.sleep(1)
+        write("not a progress line\n")
+        time.sleep(1)
+        write("60000 60000 734003200 734003200 1 2\n")
+        time.sleep(1.5)
+        os.unlink(progress)
+        out, err = job.communicate(timeout=10)
+        self.assertEqual(job.returncode, 0, err)
+
+        requests = events(since, "job-request")
+        self.assertEqual(len(requests), 1)
+        self.assertEqual(requests[0]["desktopEntry"], "org.orvane.Orvane.notice")
+        self.assertEqual(requests[0]["capabilities"], 0, "a user cannot cancel root's run")
+        updates = [e["properties"] for e in events(since, "job-update")]
+        state = dict(requests[0]["hints"])
+        seen = []
+        for update in updates:
+            state.update(update)
+            seen.append((state.get("processedFiles"), state.get("totalFiles"), state.get("processedBytes"), state.get("totalBytes")))
+        self.assertEqual(state["title"], "Manual backup")
+        self.assertIn((10, 60000, 1048576, 734003200), seen, "the first line reached the job")
+        self.assertEqual(seen[-1], (60000, 60000, 734003200, 734003200))
+        self.assertEqual(state["percent"], 100)
+        self.assertEqual((state["descriptionLabel1"], state["descriptionValue1"]), ("Folder", "2 of 2"))
+        terminated = events(since, "job-terminate")
+        self.assertEqual([(e["code"], e["message"]) for e in terminated], [(0, "")])
+
+
+class NoDesktop(unittest.TestCase):
+    """The old program, started without the user's bus address on a display,
+    left a dbus-launch and a dbus-daemon running as the user."""
+
+    def test_no_bus_address_starts_no_bus(self):
+        empty_runtime = os.path.join(WORK, "runtime-without-bus")
+        os.makedirs(empty_runtime, exist_ok=True)
+        os.chown(empty_runtime, user.pw_uid, user.pw_gid)
+        settings(DisplayAlert=True, PlaySound=False)
+        before = user_processes("dbus-daemon")
+        for arguments in (["--prompt", "Daily"], ["--finished", "Daily", "complete"],
+                          ["--progress", "/tmp/ov_Daily.progress", "Daily"], ["--idle"]):
+            status, err, _ = notice(*arguments, bus=False, display=True, runtime_dir=empty_runtime)
+            self.assertEqual(status, 3, arguments)
+            self.assertIn("DBUS_SESSION_BUS_ADDRESS", err)
+        time.sleep(0.5)
+        self.assertEqual(user_processes("dbus-daemon"), before)
+        self.assertEqual(user_processes("dbus-launch"), [])
+
+        # The same environment does autolaunch a bus for a plain D-Bus client:
+        # the check above would see one.
+        subprocess.run(as_user(["env", "-i"] + session_environment(bus=False, display=True, runtime_dir=empty_runtime)
+                               + ["dbus-send", "--session", "--dest=org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer.Ping"]),
+                       capture_output=True, timeout=30)
+        launched = [pid for pid in user_processes("dbus-daemon") if pid not in before]
+        self.assertTrue(launched, "the environment does not reproduce autolaunching")
+        for pid in launched + user_processes("dbus-launch"):
+            os.kill(pid, 15)
+
+    def test_no_notification_server_is_said(self):
+        other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop"))
+        settings(DisplayAlert=True, PlaySound=False)
+        for arguments, server in ((["--prompt", "Daily"], "notification server"),
+                                  (["--finished", "Weekly", "errors"], "notification server"),
+                                  (["--progress", "/tmp/ov_Daily.progress", "Daily"], "job progress server")):
+            status, err, elapsed = notice(*arguments, bus=other)
+            self.assertEqual(status, 3, arguments)
+            self.assertIn("no " + server, err)
+            self.assertLess(elapsed, 10)
+        daemon.terminate()
+
+
+class Arguments(unittest.TestCase):
+    def test_wrong_calls_are_refused(self):
+        for arguments in (["--nonsense"], [], ["--finished", "Hourly", "complete"], ["--finished", "Daily", "done"],
+                          ["--prompt", "Daily", "automatic"], ["--progress", "Daily"]):
+            status, err, _ = notice(*arguments)
+            self.assertEqual(status, 2, arguments)
+            self.assertIn("usage", err)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

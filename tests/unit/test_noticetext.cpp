@@ -1,0 +1,61 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "OVNoticeText.h"
+
+#include <QTest>
+
+class TestNoticeText : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void dismissDelayFollowsValueAndUnit()
+    {
+        using S = QVariantMap;
+        const auto delay = [](const S &s) {
+            return OVNoticeText::dismissDelay(s);
+        };
+        QCOMPARE(delay(S{}), std::optional<qint64>());
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), false}, {QStringLiteral("TimeValue"), 5}}), std::optional<qint64>());
+        // Absent value and unit: 2 minutes.
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}}), std::optional<qint64>(120000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 7}, {QStringLiteral("TimeUnit"), 0}}),
+                 std::optional<qint64>(7000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 2}}),
+                 std::optional<qint64>(3 * 3600 * 1000));
+        // Out of range: at least a second, at most a day.
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 0}, {QStringLiteral("TimeUnit"), 0}}),
+                 std::optional<qint64>(1000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 999}, {QStringLiteral("TimeUnit"), 9}}),
+                 std::optional<qint64>(24 * 3600 * 1000));
+    }
+
+    void kindOfRunNamesManualRuns()
+    {
+        QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("Weekly"), false), std::optional<QString>(QStringLiteral("weekly")));
+        QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("Daily"), true), std::optional<QString>(QStringLiteral("manual")));
+        QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("daily"), false), std::optional<QString>());
+        QCOMPARE(OVNoticeText::jobTitle(QStringLiteral("manual")), QStringLiteral("Manual backup"));
+        QCOMPARE(OVNoticeText::logFile(QStringLiteral("Monthly")), QStringLiteral("/var/log/orvane_monthly.log"));
+    }
+
+    void progressLines()
+    {
+        const auto p = OVNoticeText::parseProgress("120 60000 5000 2000000000000 0 3\n");
+        QVERIFY(p);
+        QCOMPARE(p->filesDone, 120ULL);
+        QCOMPARE(p->bytesTotal, 2000000000000ULL);
+        QCOMPARE(p->sourceCount, 3ULL);
+        QCOMPARE(p->percent(), 0UL);
+        QCOMPARE(OVNoticeText::parseProgress("30 60 0 0 0 1")->percent(), 50UL);
+        QCOMPARE(OVNoticeText::parseProgress("30 60 75 100 0 1")->percent(), 75UL);
+        QCOMPARE(OVNoticeText::parseProgress("0 0 0 0 0 1")->percent(), 0UL);
+        QCOMPARE(OVNoticeText::parseProgress("9 3 9 3 0 1")->percent(), 100UL);
+        for (const QByteArray &bad : {QByteArray("1 2 3 4 5"), QByteArray("1 2 3 4 5 6 7"), QByteArray("1 2 -3 4 5 6"), QByteArray("1  2 3 4 5 6"),
+                                      QByteArray("0 3 Documents"), QByteArray(""), QByteArray("1 2 3 4 5 99999999999999999999999")}) {
+            QVERIFY2(!OVNoticeText::parseProgress(bad), bad.constData());
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestNoticeText)
+#include "test_noticetext.moc"

@@ -1,0 +1,65 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "OVBackupJob.h"
+
+#include "OVNoticeText.h"
+
+#include <QFile>
+
+namespace
+{
+constexpr int PollMilliseconds = 400;
+// A run writes its progress file before it starts this program; one that
+// never appears means the run is already over.
+constexpr int PollsBeforeGivingUp = 25;
+}
+
+OVBackupJob::OVBackupJob(const QString &progressFile, const QString &title, QObject *parent)
+    : KJob(parent)
+    , m_progressFile(progressFile)
+    , m_title(title)
+{
+    setCapabilities(KJob::NoCapabilities);
+    m_timer.setInterval(PollMilliseconds);
+    connect(&m_timer, &QTimer::timeout, this, &OVBackupJob::poll);
+}
+
+void OVBackupJob::start()
+{
+    Q_EMIT description(this, m_title);
+    poll();
+    m_timer.start();
+}
+
+void OVBackupJob::poll()
+{
+    ++m_polls;
+    QFile file(m_progressFile);
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (m_seen || m_polls >= PollsBeforeGivingUp) {
+            m_timer.stop();
+            emitResult();
+        }
+        return;
+    }
+    m_seen = true;
+    const QByteArray line = file.readLine(256);
+    if (line == m_lastLine) {
+        return;
+    }
+    // A line that is not ours leaves the last good one standing.
+    const std::optional<OVNoticeText::Progress> progress = OVNoticeText::parseProgress(line);
+    if (!progress) {
+        return;
+    }
+    m_lastLine = line;
+    setTotalAmount(KJob::Files, progress->filesTotal);
+    setProcessedAmount(KJob::Files, progress->filesDone);
+    setTotalAmount(KJob::Bytes, progress->bytesTotal);
+    setProcessedAmount(KJob::Bytes, progress->bytesDone);
+    setPercent(progress->percent());
+    if (progress->sourceCount > 1) {
+        const qulonglong folder = qMin(progress->sourceIndex + 1, progress->sourceCount);
+        Q_EMIT description(this, m_title, {QStringLiteral("Folder"), QStringLiteral("%1 of %2").arg(folder).arg(progress->sourceCount)});
+    }
+}
