@@ -233,14 +233,14 @@ class OrvaneBackup
                    "#{destination_disk}, at the last backup on #{known_disk(destination)}); is its disk connected? " \
                    "#{source} was not backed up and nothing was written there")
     end
-    if known_disk(source) && known_disk(source) != source_disk
-      return error("#{source}: the source folder is not on the disk it was on at the last backup (now #{source_disk}, " \
-                   "then #{known_disk(source)}); is its disk connected? It was not backed up and nothing at #{destination} was changed")
-    end
     mirror = command_flags.include?("d")
     if mirror && empty_folder?(source) && !(Dir.children(destination) - PSYNC_ENTRIES).empty?
       return error("#{source}: the source folder is empty (is its disk connected?); it was not mirrored, " \
                    "so nothing at #{destination} was deleted")
+    end
+    if known_disk(source) && known_disk(source) != source_disk
+      return error("#{source}: the source folder is not on the disk it was on at the last backup (now #{source_disk}, " \
+                   "then #{known_disk(source)}); is its disk connected? It was not backed up and nothing at #{destination} was changed")
     end
     free = free_bytes(destination)
     if free && free < MIN_FREE_BYTES
