@@ -4,6 +4,8 @@
 //   orvane-notice --prompt Daily                     ask before a backup (exit 0: go, 1: skip)
 //   orvane-notice --progress FILE Daily              a progress window while FILE exists
 //   orvane-notice --idle                             print the seconds the user has been idle
+// A manual run (which runs as "Daily") adds "manual" after --finished's and
+// --progress's arguments; this program does not tell it apart yet.
 // The notice follows the user's settings ("DisplayAlert", "AutoDismissAlert",
 // "TimeValue", "TimeUnit", "PlaySound", "Sound").
 #include "OVPropertyList.h"
@@ -123,8 +125,12 @@ int idle()
 int main(int argc, char **argv)
 {
     QApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
+    QStringList arguments = application.arguments();
     const QString mode = arguments.value(1);
+    if ((mode == QLatin1String("--finished") || mode == QLatin1String("--progress")) && arguments.size() == 5
+        && arguments.last() == QLatin1String("manual")) {
+        arguments.removeLast();
+    }
     if (mode == QLatin1String("--finished") && arguments.size() == 4) {
         return finished(arguments.at(2), arguments.at(3) == QLatin1String("complete"));
     }
