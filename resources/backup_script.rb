@@ -164,6 +164,8 @@ class OrvaneBackup
       back_up_all
     rescue StandardError, ScriptError, NoMemoryError, SystemStackError => e
       error("the backup stopped unexpectedly (#{e.class}: #{OrvaneBackup.bytes(e.message)}); folders not yet backed up keep their earlier backup")
+    rescue SignalException => e
+      error("the backup was stopped (#{e.signm}) before it ended; folders not yet backed up keep their earlier backup")
     ensure
       finish
       [progress_file, run_flag].each { |f| OrvaneBackup.clear(f) rescue nil }
@@ -404,7 +406,7 @@ class OrvaneBackup
   # descriptor, so its owner cannot redirect what root writes; it is handed
   # to the Safety Net folder's owner when the run ends.
 
-  def archive_name = "#{@started.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}"
+  def archive_name(time) = "#{time.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}"
 
   # The backup folder for one destination, or nil and why not.
   def archive_for(destination)
@@ -420,16 +422,27 @@ class OrvaneBackup
         net.close
         return [nil, "the Safety Net folder #{folder} is not a folder"]
       end
-      name = archive_name
       base = "/proc/#{Process.pid}/fd/#{net.fileno}"
+      name = nil
       begin
-        Dir.mkdir(File.join(base, name), 0o700)
+        # Archives are named by the second: a run that starts in the same
+        # second as another's archive takes the next free second.
+        stamp = @started
+        begin
+          name = archive_name(stamp)
+          Dir.mkdir(File.join(base, name), 0o700)
+        rescue Errno::EEXIST
+          raise if (stamp - @started) > 5
+          sleep([stamp + 1 - Time.now, 0].max)
+          stamp += 1
+          retry
+        end
         dated = File.open(File.join(base, name), File::RDONLY | File::NOFOLLOW)
         stat = dated.stat
         raise Errno::EPERM, "#{name} is not the folder this run made" unless stat.uid.zero? && (stat.mode & 0o077).zero?
       rescue SystemCallError => e
         net.close
-        return [nil, "the Safety Net archive #{File.join(folder, name)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
+        return [nil, "the Safety Net archive #{File.join(folder, name.to_s)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
       end
       @archive = { folder: folder, net: net, dated: dated, name: name, uid: owner.uid, gid: owner.gid,
                    path: "/proc/#{Process.pid}/fd/#{dated.fileno}", kept: 0 }
@@ -481,7 +494,7 @@ class OrvaneBackup
     else
       walk(path) { |relative, stat| File.lchown(@archive[:uid], @archive[:gid], File.join(path, relative)) if stat.directory? }
       @archive[:dated].chown(@archive[:uid], @archive[:gid])
-      @archive[:dated].chmod(0o755)
+      @archive[:dated].chmod(0o700)
       log("Safety Net: #{OrvaneBackup.plural(@archive[:kept], 'file')} kept in #{File.join(@archive[:folder], @archive[:name])}")
     end
   rescue StandardError => e
