@@ -4,7 +4,7 @@
 # meet the same state of the caches: the first copy (median of 3), a rerun
 # with nothing changed (median of 7), the same with the Safety Net on
 # (median of 7), and a rerun after 1% of the files changed and 1% were
-# deleted, Safety Net on (median of 3, other files each time). It is a
+# deleted, Safety Net on (median of 5, other files each time). It is a
 # measurement, not a test. Run it as root inside the test sandbox so the
 # script's status files stay there:
 #   tests/sandbox/ov-sandbox -- bench/backup-vs-rsync.sh [FILES]
@@ -78,7 +78,7 @@ sync; echo 3 > /proc/sys/vm/drop_caches 2>/dev/null || true
 run_case first 3 fresh "$script"
 run_case rerun 7 nothing "$script"
 run_case rerun-net 7 nothing "$script.net"
-run_case change-net 3 change "$script.net"
+run_case change-net 5 change "$script.net"
 kept=$(find "$work/Safety Net Archives" -type f | wc -l)
 diff -r "$src" "$work/by-script" >/dev/null && same=yes || same=NO
 
@@ -91,5 +91,5 @@ row() {
 row "first copy (median of 3)" first
 row "rerun, nothing changed (median of 7)" rerun
 row "rerun, nothing changed, Safety Net on (median of 7)" rerun-net
-row "rerun, 1% changed and 1% deleted, Safety Net on (median of 3)" change-net
+row "rerun, 1% changed and 1% deleted, Safety Net on (median of 5)" change-net
 echo "Safety Net archives hold $kept files; the script's copy equals the source: $same"

@@ -459,12 +459,11 @@ class OrvaneBackup
     kept = 0
     walk(backup_dir) do |relative, stat|
       next if stat.directory?
-      replaced = File.exist?(File.join(source, relative)) || File.symlink?(File.join(source, relative))
-      if (contents == "Changed" && !replaced) || (contents == "Deleted" && replaced)
-        File.unlink(File.join(backup_dir, relative))
-      else
-        kept += 1
+      if contents != "Everything"
+        replaced = File.exist?(File.join(source, relative)) || File.symlink?(File.join(source, relative))
+        next File.unlink(File.join(backup_dir, relative)) if (contents == "Changed") != replaced
       end
+      kept += 1
     end
     @archive[:kept] += kept
     log("Safety Net: kept #{OrvaneBackup.plural(kept, 'file')} of #{source} (#{contents.downcase})") if kept.positive?
@@ -488,11 +487,18 @@ class OrvaneBackup
   # read before.
   def close_archive
     path = @archive[:path]
-    walk(path) { |relative, stat| Dir.rmdir(File.join(path, relative)) rescue nil if stat.directory? }
+    walk(path) do |relative, stat|
+      next unless stat.directory?
+      folder = File.join(path, relative)
+      begin
+        Dir.rmdir(folder)
+      rescue Errno::ENOTEMPTY, Errno::EEXIST
+        File.lchown(@archive[:uid], @archive[:gid], folder)
+      end
+    end
     if Dir.children(path).empty?
       Dir.rmdir(File.join("/proc/#{Process.pid}/fd/#{@archive[:net].fileno}", @archive[:name])) rescue nil
     else
-      walk(path) { |relative, stat| File.lchown(@archive[:uid], @archive[:gid], File.join(path, relative)) if stat.directory? }
       @archive[:dated].chown(@archive[:uid], @archive[:gid])
       @archive[:dated].chmod(0o700)
       log("Safety Net: #{OrvaneBackup.plural(@archive[:kept], 'file')} kept in #{File.join(@archive[:folder], @archive[:name])}")

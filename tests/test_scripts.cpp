@@ -165,7 +165,7 @@ private Q_SLOTS:
                                             "maxArchives = 0", "safetyNetFolder = safetyNetFolder", "archiveContents = \"\"",
                                             "runKind = \"scheduled\""};
         // Ruby's inspect of the ASCII names below.
-        auto inspect = [](const QByteArray &bytes) {
+        auto inspect = [](const QByteArray &bytes) -> QByteArray {
             QByteArray out = "\"";
             for (int i = 0; i < bytes.size(); ++i) {
                 const char c = bytes.at(i);
