@@ -98,12 +98,12 @@ int progress(const QString &file, const QString &frequency)
             QApplication::quit();
             return;
         }
-        // "index count name"
-        const QStringList parts = QString::fromUtf8(status.readLine(4096)).trimmed().split(QLatin1Char(' '));
-        if (parts.size() >= 3) {
+        // "<files done> <files total> <bytes done> <bytes total> <source index> <source count>"
+        const QStringList parts = QString::fromLatin1(status.readLine(4096)).trimmed().split(QLatin1Char(' '));
+        if (parts.size() == 6) {
             bar->setRange(0, parts.at(1).toInt());
             bar->setValue(parts.at(0).toInt());
-            label->setText(QStringLiteral("Backing up %1…").arg(parts.mid(2).join(QLatin1Char(' '))));
+            label->setText(QStringLiteral("Backing up folder %1 of %2…").arg(parts.at(4), parts.at(5)));
         }
     });
     poll.start(500);
