@@ -445,7 +445,7 @@ class OrvaneBackup
         return [nil, "the Safety Net archive #{File.join(folder, name.to_s)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
       end
       @archive = { folder: folder, net: net, dated: dated, name: name, uid: owner.uid, gid: owner.gid,
-                   path: "/proc/#{Process.pid}/fd/#{dated.fileno}", kept: 0 }
+                   path: "/proc/#{Process.pid}/fd/#{dated.fileno}" }
     end
     [File.join(@archive[:path], File.expand_path(destination).sub(%r{\A/+}, "")), nil]
   end
@@ -456,6 +456,7 @@ class OrvaneBackup
   def sort_archive(source, backup_dir)
     return unless File.directory?(backup_dir)
     contents = @s[:archiveContents].to_s.empty? ? "Everything" : @s[:archiveContents]
+    return if contents == "Everything" # all that rsync kept stays
     kept = 0
     walk(backup_dir) do |relative, stat|
       next if stat.directory?
@@ -465,7 +466,6 @@ class OrvaneBackup
       end
       kept += 1
     end
-    @archive[:kept] += kept
     log("Safety Net: kept #{OrvaneBackup.plural(kept, 'file')} of #{source} (#{contents.downcase})") if kept.positive?
   end
 
@@ -487,9 +487,12 @@ class OrvaneBackup
   # read before.
   def close_archive
     path = @archive[:path]
-    walk(path) do |relative, stat|
-      next unless stat.directory?
+    # Folders only are looked at (glob reads the kind from the folder
+    # listing and does not follow links): what "Changed" or "Deleted" left
+    # empty goes, the rest is handed over.
+    Dir.glob("**/", File::FNM_DOTMATCH, base: path).reject { |f| f == "/" || f.end_with?("/./") }.sort_by { |f| -f.count("/") }.each do |relative|
       folder = File.join(path, relative)
+      next if File.symlink?(folder.chomp("/"))
       begin
         Dir.rmdir(folder)
       rescue Errno::ENOTEMPTY, Errno::EEXIST
@@ -501,7 +504,7 @@ class OrvaneBackup
     else
       @archive[:dated].chown(@archive[:uid], @archive[:gid])
       @archive[:dated].chmod(0o700)
-      log("Safety Net: #{OrvaneBackup.plural(@archive[:kept], 'file')} kept in #{File.join(@archive[:folder], @archive[:name])}")
+      log("Safety Net: files kept in #{File.join(@archive[:folder], @archive[:name])}")
     end
   rescue StandardError => e
     error("Safety Net: the archive #{File.join(@archive[:folder], @archive[:name])} could not be handed to its owner " \
