@@ -1,9 +1,11 @@
 #!/bin/bash
 # Times a filled daily backup script against bare "rsync -a --delete" on the
-# same tree of small files: the first copy, a rerun with nothing changed
+# same tree of small files, each case run in turns with rsync: the first copy (median of 3), a rerun
+# with nothing changed (median of 7), the same with the Safety Net on
 # (median of 7), and a rerun after 1% of the files changed and 1% were
-# deleted, with the script's Safety Net on. Run it as root inside the test
-# sandbox so the script's status files stay there:
+# deleted, Safety Net on (median of 5, other files each time). It is a
+# measurement, not a test. Run it as root inside the test sandbox so the
+# script's status files stay there:
 #   tests/sandbox/ov-sandbox -- bench/backup-vs-rsync.sh [FILES]
 set -eu
 files=${1:-100000}
@@ -11,7 +13,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d /var/tmp/ov-bench.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 src=$work/source
-mkdir -p "$src" "$work/by-script" "$work/by-rsync" "$work/Safety Net Archives"
+mkdir -p "$src" "$work/Safety Net Archives"
 
 echo "making $files files..."
 python3 - "$src" "$files" <<'PY'
@@ -25,50 +27,75 @@ for i in range(count):
         f.write("small file %d\n" % i * 4)
 PY
 
-script=$work/orvane_daily.rb
+# The template filled as the pane fills it: each placeholder line once.
 esc() { printf '%s' "$1" | sed 's/[\\"#]/\\&/g'; }
-sed -e "s|#ov_backupCommand|backupCommand = \"$root/tools/psync/psync -d\"|" \
-    -e "s|#ov_sourceFolders|sourceFolders = [ \"$(esc "$src")\" ]|" \
-    -e "s|#ov_destFolders|destFolders = [ \"$(esc "$work/by-script")\" ]|" \
-    -e "s|#ov_logfile|logfile = \"$(esc "$work/daily.log")\"|" \
-    -e "s|#ov_lastBackup|lastBackup = \"$(esc "$work/lastbackup")\"|" \
-    "$root/resources/backup_script.rb" > "$script"
-chmod 700 "$script"
-sed -e 's|^shouldArchive = shouldArchive$|shouldArchive = true|' -e 's|^maxArchives = 0$|maxArchives = 3|' \
-    -e "s|^safetyNetFolder = safetyNetFolder\$|safetyNetFolder = \"$(esc "$work/Safety Net Archives")\"|" "$script" > "$script.net"
-chmod 700 "$script.net"
+fill() {
+    sed -e "s|^#ov_backupCommand\$|backupCommand = \"$root/tools/psync/psync -d\"|" \
+        -e "s|^#ov_sourceFolders\$|sourceFolders = [ \"$(esc "$src")\" ]|" \
+        -e "s|^#ov_destFolders\$|destFolders = [ \"$(esc "$work/by-script")\" ]|" \
+        -e "s|^#ov_logfile\$|logfile = \"$(esc "$work/daily.log")\"|" \
+        -e "s|^#ov_lastBackup\$|lastBackup = \"$(esc "$work/lastbackup")\"|" \
+        "$@" "$root/resources/backup_script.rb"
+}
+script=$work/orvane_daily.rb
+fill > "$script"
+fill -e 's|^shouldArchive = shouldArchive$|shouldArchive = true|' -e 's|^maxArchives = 0$|maxArchives = 3|' \
+    -e "s|^safetyNetFolder = safetyNetFolder\$|safetyNetFolder = \"$(esc "$work/Safety Net Archives")\"|" > "$script.net"
+chmod 700 "$script" "$script.net"
 
 seconds() { local start end; start=$(date +%s.%N); "$@" >/dev/null; end=$(date +%s.%N); echo "$end - $start" | bc; }
 median() { sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
-ratio() { echo "scale=3; $1 / $2" | bc; }
-sync; echo 3 > /proc/sys/vm/drop_caches 2>/dev/null || true
-
-first_script=$(seconds "$script")
-first_rsync=$(seconds rsync -a --delete "$src/" "$work/by-rsync/")
-# Interleaved, so that both meet the same state of the caches.
-for _ in 1 2 3 4 5 6 7; do
-    seconds "$script" >> "$work/rerun-script"
-    seconds rsync -a --delete "$src/" "$work/by-rsync/" >> "$work/rerun-rsync"
-done
-rerun_script=$(median < "$work/rerun-script")
-rerun_rsync=$(median < "$work/rerun-rsync")
-
-python3 - "$src" "$files" <<'PY'
+ratio() { echo "scale=2; $1 / $2" | bc; }
+bare() { rsync -a --delete "$src/" "$work/by-rsync/"; }
+# case NAME ROUNDS PREPARE SCRIPT: ROUNDS turns of PREPARE, then the script
+# and rsync, which goes first in every other turn (the second meets caches
+# the first has warmed).
+run_case() {
+    local name=$1 rounds=$2 prepare=$3 command=$4 i
+    : > "$work/$name.script"; : > "$work/$name.rsync"
+    for ((i = 0; i < rounds; i++)); do
+        $prepare "$i"
+        if ((i % 2)); then
+            seconds bare >> "$work/$name.rsync"
+            seconds "$command" >> "$work/$name.script"
+        else
+            seconds "$command" >> "$work/$name.script"
+            seconds bare >> "$work/$name.rsync"
+        fi
+    done
+}
+nothing() { :; }
+fresh() { rm -rf "$work/by-script" "$work/by-rsync"; mkdir "$work/by-script" "$work/by-rsync"; sync; }
+# Round N appends to 1% of the files and deletes another 1%, none touched
+# before.
+change() {
+    python3 - "$src" "$files" "$1" <<'PY'
 import os, sys
-root, count = sys.argv[1], int(sys.argv[2])
-for i in range(0, count, 100):
+root, count, round_ = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+for i in range(round_, count, 100):
     with open(os.path.join(root, "folder %03d" % (i // 1000), "file %06d.txt" % i), "a") as f:
         f.write("changed\n")
-for i in range(50, count, 100):
+for i in range(50 + round_, count, 100):
     os.remove(os.path.join(root, "folder %03d" % (i // 1000), "file %06d.txt" % i))
 PY
-change_script=$(seconds "$script.net")
-change_rsync=$(seconds rsync -a --delete "$src/" "$work/by-rsync/")
+}
+
+sync; echo 3 > /proc/sys/vm/drop_caches 2>/dev/null || true
+run_case first 3 fresh "$script"
+run_case rerun 7 nothing "$script"
+run_case rerun-net 7 nothing "$script.net"
+run_case change-net 5 change "$script.net"
 kept=$(find "$work/Safety Net Archives" -type f | wc -l)
 diff -r "$src" "$work/by-script" >/dev/null && same=yes || same=NO
 
-printf '%-44s %9s %9s %7s\n' "$files small files" script rsync ratio
-printf '%-44s %9.2f %9.2f %7s\n' "first copy" "$first_script" "$first_rsync" "$(ratio "$first_script" "$first_rsync")"
-printf '%-44s %9.2f %9.2f %7s\n' "rerun, nothing changed (median of 7)" "$rerun_script" "$rerun_rsync" "$(ratio "$rerun_script" "$rerun_rsync")"
-printf '%-44s %9.2f %9.2f %7s\n' "rerun, 1% changed, 1% deleted, Safety Net" "$change_script" "$change_rsync" "$(ratio "$change_script" "$change_rsync")"
-echo "Safety Net kept $kept files; the script's copy equals the source: $same"
+printf '| %s small files | script (s) | bare rsync (s) | ratio |\n| --- | --- | --- | --- |\n' "$(printf "%'d" "$files")"
+row() {
+    local s r
+    s=$(median < "$work/$2.script"); r=$(median < "$work/$2.rsync")
+    printf '| %s | %.2f | %.2f | %s |\n' "$1" "$s" "$r" "$(ratio "$s" "$r")"
+}
+row "first copy (median of 3)" first
+row "rerun, nothing changed (median of 7)" rerun
+row "rerun, nothing changed, Safety Net on (median of 7)" rerun-net
+row "rerun, 1% changed and 1% deleted, Safety Net on (median of 5)" change-net
+echo "Safety Net archives hold $kept files; the script's copy equals the source: $same"

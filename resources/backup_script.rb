@@ -5,6 +5,11 @@
 # installs it; cron, anacron or manual_backup run it as root. Paths are kept
 # as the bytes that name them on disk.
 
+# Every path and every line of output is bytes: a name is whatever bytes
+# name it on disk, in any locale cron or manual_backup gives the run.
+Encoding.default_external = Encoding::BINARY
+Encoding.default_internal = nil
+
 # Libraries load when they are needed: a run with nothing to copy should
 # cost little more than the copy tool itself.
 autoload :FileUtils, "fileutils"
@@ -43,6 +48,7 @@ maxArchives = 0
 safetyNetFolder = ""
 safetyNetFolder = safetyNetFolder
 archiveContents = ""
+runKind = "scheduled"
 
 class OrvaneBackup
   RESOURCES = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources"
@@ -53,209 +59,513 @@ class OrvaneBackup
   # Waiting for the user to be away ends after this long.
   AWAY_SECONDS = 10 * 60
   MAX_WAIT_SECONDS = 6 * 60 * 60
-  ARCHIVE_NAME = /\A\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d (Daily|Weekly|Monthly)\z/
+  FREQUENCIES = %w[Daily Weekly Monthly].freeze
+  # What psync leaves at a target besides the backup itself.
+  PSYNC_ENTRIES = %w[.psync-work .psync-attributes].freeze
+  # rsync's --info=progress2 line: bytes, percent, rate, time, and once a
+  # file has gone "(xfr#N, to-chk=LEFT/TOTAL)" (ir-chk while still listing).
+  PROGRESS_LINE = /\A\s*([\d,]+)\s+(\d+)%.*?(?:[it][or]-chk=(\d+)\/(\d+))?\)?\s*\z/
 
   attr_reader :errors
 
   def initialize(settings)
     @s = settings
-    @frequency = settings[:frequency]
+    @frequency = FREQUENCIES.include?(settings[:frequency]) ? settings[:frequency] : "Daily"
     @errors = []
-    @archive = nil
     @started = Time.now
+    @disks = nil
+    @archive = nil
+    @progress_written = nil
+    @progress_notice = nil
   end
 
   def run_flag = "/tmp/ov_#{@frequency}.run"
   def error_file = "/var/log/.orvane_#{@frequency.downcase}.err"
   def progress_file = "/tmp/ov_#{@frequency}.progress"
+  def manual? = @s[:runKind] == "manual"
+  # Where the file system of each source and destination at its last
+  # successful run is kept: beside the last-backup marker.
+  def disks_file = File.join(File.dirname(@s[:lastBackup]), ".disks")
 
-  # Writes a file as root without following a link planted at its path:
-  # whatever is there goes, the file is made anew.
-  def self.write_fresh(path, data)
-    File.unlink(path) if File.symlink?(path) || File.exist?(path)
-    File.open(path, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW, 0o644) { |f| f.write(data) }
+  # Whatever stands at a path goes (file, link, folder of anyone), never
+  # following a link: a path in /tmp may have been planted by any user.
+  def self.clear(path)
+    stat = File.lstat(path)
+  rescue Errno::ENOENT, Errno::ENOTDIR
+    nil
+  else
+    stat.directory? ? FileUtils.remove_entry_secure(path) : File.unlink(path)
   end
 
+  # Makes a file anew (O_EXCL, O_NOFOLLOW), whatever stood at its path.
+  def self.write_fresh(path, data, mode = 0o644)
+    3.times do
+      clear(path)
+      begin
+        return File.open(path, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW | File::BINARY, mode) do |f|
+          f.write(data)
+        end
+      rescue Errno::EEXIST
+        next # someone was quicker; clear again
+      end
+    end
+    raise Errno::EEXIST, path
+  end
+
+  # Replaces a file in one step: a new file beside it, renamed over it. A
+  # reader sees the old content or the new, never a part.
+  def self.replace(path, data, mode = 0o644)
+    temporary = "#{path}.#{Process.pid}.#{rand(1 << 32)}"
+    File.open(temporary, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW | File::BINARY, mode) { |f| f.write(data) }
+    File.rename(temporary, path)
+  rescue SystemCallError
+    File.unlink(temporary) rescue nil
+    raise
+  end
+
+  def self.bytes(text) = text.to_s.b
+  def self.plural(count, word) = "#{count} #{word}#{count == 1 ? '' : 's'}"
+
   def log(message)
-    line = "#{Time.now.strftime('%Y-%m-%d %H:%M:%S')} #{@frequency}: #{message}\n"
+    line = "#{Time.now.strftime('%Y-%m-%d %H:%M:%S')} #{@frequency}: #{OrvaneBackup.bytes(message)}\n".b
     File.open(@s[:logfile], "ab", 0o644) { |f| f.write(line) }
   rescue SystemCallError => e
-    $stderr.write("orvane: cannot write the log #{@s[:logfile]}: #{e.message}\n#{line}")
+    $stderr.write("orvane: cannot write the log #{@s[:logfile]}: #{e.message}\n".b + line.to_s)
   end
 
   def error(message)
-    @errors << message
-    log("ERROR: #{message}")
+    @errors << OrvaneBackup.bytes(message)
+    log("ERROR: #{OrvaneBackup.bytes(message)}")
+    nil
   end
 
   # The whole run. Returns the exit status: 0 done, 1 done with errors,
   # 3 not run (the user declined it).
   def run
-    wait_until_away if @s[:shouldWaitUntilAway]
-    if @s[:promptBeforeBackup] && !user_agrees?
-      log("skipped: the user chose not to back up now")
-      return 3
-    end
-    OrvaneBackup.write_fresh(run_flag, "#{Process.pid}\n")
     begin
-      File.unlink(error_file) if File.exist?(error_file) || File.symlink?(error_file)
-      log("backup started (#{@s[:sourceFolders].size} folder#{@s[:sourceFolders].size == 1 ? '' : 's'})")
-      mount_remote_volume if @s[:autoConnect]
-      if @s[:repairPermissions]
-        log("repair permissions: every copy keeps each file's owner, group and permissions, and " \
-            "Linux has no store of system permissions to repair; nothing more to do")
+      wait_until_away if @s[:shouldWaitUntilAway]
+      if @s[:promptBeforeBackup] && !user_agrees?
+        log("skipped: the user chose not to back up now")
+        return 3
       end
-      @s[:sourceFolders].each_with_index do |source, i|
-        report_progress(i, source)
-        back_up(source, @s[:destFolders][i])
-      end
-      prune_archives if @s[:shouldArchive]
-      finish
+    rescue StandardError => e
+      log("could not ask the user first (#{e.class}: #{OrvaneBackup.bytes(e.message)}); backing up anyway")
+    end
+    begin
+      # A flag or progress file left by a dead run, or planted, is stale.
+      OrvaneBackup.clear(progress_file)
+      OrvaneBackup.write_fresh(run_flag, "#{Process.pid}\n")
+    rescue StandardError => e
+      error("the run flag #{run_flag} could not be made (#{OrvaneBackup.bytes(e.message)}); the pane will not show this backup as running")
+    end
+    begin
+      OrvaneBackup.clear(error_file)
+      log("#{manual? ? 'manual ' : ''}backup started (#{OrvaneBackup.plural(@s[:sourceFolders].size, 'folder')})")
+      back_up_all
+    rescue StandardError, ScriptError, NoMemoryError, SystemStackError => e
+      error("the backup stopped unexpectedly (#{e.class}: #{OrvaneBackup.bytes(e.message)}); folders not yet backed up keep their earlier backup")
+    rescue SignalException => e
+      error("the backup was stopped (#{e.signm}) before it ended; folders not yet backed up keep their earlier backup")
     ensure
-      [progress_file, run_flag].each { |f| File.unlink(f) if File.exist?(f) || File.symlink?(f) }
+      finish
+      [progress_file, run_flag].each { |f| OrvaneBackup.clear(f) rescue nil }
     end
     @errors.empty? ? 0 : 1
   end
 
+  def back_up_all
+    mount_remote_volume if @s[:autoConnect]
+    if @s[:repairPermissions]
+      log("repair permissions: every copy keeps each file's owner, group and permissions, and " \
+          "Linux has no store of system permissions to repair; nothing more to do")
+    end
+    @s[:sourceFolders].each_with_index do |source, i|
+      destination = @s[:destFolders][i]
+      begin
+        back_up(OrvaneBackup.bytes(source), OrvaneBackup.bytes(destination), i)
+      rescue StandardError => e
+        error("#{source} -> #{destination}: the backup of this folder stopped unexpectedly " \
+              "(#{e.class}: #{OrvaneBackup.bytes(e.message)}); files not yet copied keep their earlier version")
+      end
+    end
+  end
+
   def finish
+    close_archive if @archive
+    prune_archives if @s[:shouldArchive]
+    save_disks
+    begin
+      OrvaneBackup.write_fresh(@s[:lastBackup], @started.strftime("%m/%d/%y"))
+    rescue StandardError => e
+      error("the date of this backup could not be written to #{@s[:lastBackup]} (#{OrvaneBackup.bytes(e.message)})")
+    end
     unless @errors.empty?
       stamp = Time.now.strftime("%Y-%m-%d %H:%M:%S")
-      OrvaneBackup.write_fresh(error_file, @errors.map { |e| "#{stamp} #{e}\n" }.join)
+      begin
+        OrvaneBackup.write_fresh(error_file, @errors.map { |e| "#{stamp} #{e}\n".b }.join.b)
+      rescue StandardError => e
+        log("ERROR: the error file #{error_file} could not be written (#{OrvaneBackup.bytes(e.message)})")
+      end
     end
-    OrvaneBackup.write_fresh(@s[:lastBackup], @started.strftime("%m/%d/%y"))
-    log(@errors.empty? ? "backup complete" : "backup finished with #{@errors.size} error#{@errors.size == 1 ? '' : 's'}")
+    log(@errors.empty? ? "backup complete" : "backup finished with #{OrvaneBackup.plural(@errors.size, 'error')}")
     # The notice stays up as long as the user likes; the run does not wait.
-    notice_in_background("--finished", @frequency, @errors.empty? ? "complete" : "errors")
+    notice_in_background("--finished", @frequency, @errors.empty? ? "complete" : "errors", *kind_argument)
+  rescue StandardError => e
+    log("ERROR: the end of the run failed (#{e.class}: #{OrvaneBackup.bytes(e.message)})")
   end
 
   # One source onto one destination.
-  def back_up(source, destination)
+  def back_up(source, destination, index)
     if destination == "Toast"
-      error("#{source}: the disc was not burned: #{@s[:toastApplicationName]} does not exist on this system")
-      return
+      return error("#{source}: the disc was not burned: #{@s[:toastApplicationName]} does not exist on this system")
     end
-    return error("#{source}: the source folder does not exist") unless File.directory?(source)
+    unless File.directory?(source)
+      return error("#{source}: the source folder does not exist (is its disk connected?); it was not backed up")
+    end
     unless File.directory?(destination)
-      return error("#{destination}: the destination is missing (is its disk connected?); #{source} was not backed up")
+      return error("#{destination}: the destination folder is missing (is its disk connected?); #{source} was not backed up")
+    end
+    if nested?(source, destination)
+      return error("#{source} and #{destination} lie inside each other; nothing was copied")
+    end
+    source_disk = disk_of(source)
+    destination_disk = disk_of(destination)
+    if known_disk(destination) && known_disk(destination) != destination_disk
+      return error("#{destination}: the disk that held this backup is not there (the folder now lies on " \
+                   "#{destination_disk}, at the last backup on #{known_disk(destination)}); is its disk connected? " \
+                   "#{source} was not backed up and nothing was written there")
+    end
+    mirror = command_flags.include?("d")
+    if mirror && empty_folder?(source) && !(Dir.children(destination) - PSYNC_ENTRIES).empty?
+      return error("#{source}: the source folder is empty (is its disk connected?); it was not mirrored, " \
+                   "so nothing at #{destination} was deleted")
+    end
+    if known_disk(source) && known_disk(source) != source_disk
+      return error("#{source}: the source folder is not on the disk it was on at the last backup (now #{source_disk}, " \
+                   "then #{known_disk(source)}); is its disk connected? It was not backed up and nothing at #{destination} was changed")
     end
     free = free_bytes(destination)
     if free && free < MIN_FREE_BYTES
       return error("#{destination}: the destination is full (#{free} bytes free); #{source} was not backed up")
     end
-    if nested?(source, destination)
-      return error("#{source} and #{destination} lie inside each other; nothing was copied")
-    end
 
-    archive_replaced_files(source, destination) if @s[:shouldArchive]
-    command = @s[:backupCommand].split(" ") + [source, destination]
-    output = IO.popen(command, err: [:child, :out], &:read)
-    status = $?
-    output.each_line { |l| log("  #{l.chomp}") }
-    case status.exitstatus
+    options = []
+    if @s[:shouldArchive]
+      backup_dir, problem = archive_for(destination)
+      unless backup_dir
+        return error("#{source}: not backed up, so that no earlier version at #{destination} is lost: #{problem}")
+      end
+      options << "--backup-dir=#{backup_dir}"
+    end
+    exclude = safety_net_inside(source)
+    options << "--exclude-path=#{exclude}" if exclude
+    options << "--progress" if @s[:showProgress]
+    report_progress("0 0 0 0 #{index + 1} #{@s[:sourceFolders].size}", force: true)
+
+    command = @s[:backupCommand].split(" ")
+    command = [command.first, *options, *command[1..], source, destination]
+    status = run_copy(command, index)
+    case status
     when 0
       log("#{source} -> #{destination}: done")
     when 1
-      error("#{source} -> #{destination}: done, but some files vanished or could not be read")
+      error("#{source} -> #{destination}: done, but some files vanished or could not be read (see the log)")
     else
-      full = output.include?("No space left on device")
+      full = @copy_output_full
       error("#{source} -> #{destination}: " + (full ? "the destination became full" : "the copy failed") +
-            " (psync status #{status.exitstatus.inspect}); files not yet copied keep their earlier version")
+            " (psync status #{status.inspect}); files not yet copied keep their earlier version")
     end
+    if [0, 1].include?(status)
+      remember_disk(source, source_disk)
+      remember_disk(destination, destination_disk)
+    end
+    sort_archive(source, backup_dir) if backup_dir
   rescue SystemCallError => e
-    error("#{source} -> #{destination}: #{e.message}")
+    error("#{source} -> #{destination}: #{OrvaneBackup.bytes(e.message)}; files not yet copied keep their earlier version")
   end
 
+  def command_flags = @s[:backupCommand].split(" ")[1..].to_a.select { |a| a.start_with?("-") }.join.delete("-")
+
+  # Runs psync, logging what it says and turning its progress lines into
+  # the progress file. Returns its exit status.
+  def run_copy(command, index)
+    @copy_output_full = false
+    pending = "".b
+    IO.popen(command, "rb", err: %i[child out]) do |output|
+      loop do
+        chunk = output.readpartial(65_536)
+        pending << chunk
+        while (cut = pending.index(/[\r\n]/))
+          copy_line(pending.slice!(0, cut + 1).chomp("\n").chomp("\r"), index)
+        end
+      rescue EOFError
+        copy_line(pending, index) unless pending.empty?
+        break
+      end
+    end
+    $?.exitstatus
+  end
+
+  def copy_line(line, index)
+    return if line.strip.empty?
+    if (m = line.match(PROGRESS_LINE))
+      bytes_done = m[1].delete(",").to_i
+      percent = m[2].to_i
+      bytes_total = percent.positive? ? bytes_done * 100 / percent : bytes_done
+      total = m[4].to_i
+      done = m[3] ? total - m[3].to_i : 0
+      report_progress("#{done} #{total} #{bytes_done} #{bytes_total} #{index + 1} #{@s[:sourceFolders].size}")
+    else
+      @copy_output_full ||= line.include?("No space left on device")
+      log("  #{line}")
+    end
+  end
+
+  def empty_folder?(folder) = Dir.children(folder).empty?
+
   def nested?(a, b)
-    ra = File.realpath(a) + "/"
-    rb = File.realpath(b) + "/"
+    ra = File.realpath(a).chomp("/") + "/"
+    rb = File.realpath(b).chomp("/") + "/"
     ra.start_with?(rb) || rb.start_with?(ra)
   end
 
   def free_bytes(folder)
-    output = IO.popen(["/usr/bin/stat", "-f", "-c", "%a %S", folder], err: File::NULL, &:read)
+    output = IO.popen(["/usr/bin/stat", "-f", "-c", "%a %S", folder], "rb", err: File::NULL, &:read)
     return nil unless $?.success?
     available, block = output.split.map(&:to_i)
     available * block
   end
 
-  # The Safety Net: every destination file this run will replace or delete
-  # is first linked into a dated archive (copied where the archive is on
-  # another disk). The destination keeps it until psync replaces it.
-  def archive_replaced_files(source, destination)
-    flags = @s[:backupCommand].split(" ")[1..].to_a.join.delete("-")
-    dry = [@s[:backupCommand].split(" ").first, "-nv#{flags}", source, destination]
-    output, status = Open3.capture2e(*dry)
-    unless [0, 1].include?(status.exitstatus)
-      return error("#{destination}: could not work out what the Safety Net must keep; nothing archived")
-    end
-    contents = @s[:archiveContents].to_s.empty? ? "Everything" : @s[:archiveContents]
-    affected = OrvaneBackup.affected_files(output, changed: contents != "Deleted", deleted: contents != "Changed")
-    affected.each { |relative| archive(destination, relative) }
-    log("Safety Net: kept #{affected.size} file#{affected.size == 1 ? '' : 's'} of #{destination}") unless affected.empty?
+  # --- Disks -------------------------------------------------------------
+
+  # The file system a folder lies on: its UUID when it has one, else its
+  # type, device and the part of it mounted. An empty mount point lies on
+  # the file system below it, and so is told apart from its disk.
+  def disk_of(folder)
+    real = File.realpath(folder)
+    stat = File.stat(real)
+    device = "#{stat.dev_major}:#{stat.dev_minor}"
+    mount = OrvaneBackup.mounts.select do |m|
+      m[:device] == device && (m[:point] == "/" || real == m[:point] || real.start_with?("#{m[:point]}/"))
+    end.max_by { |m| m[:point].size }
+    return "device #{device}" unless mount
+    uuid = OrvaneBackup.uuid_of(mount[:source])
+    uuid ? "UUID #{uuid}" : "#{mount[:type]} #{mount[:source]} #{mount[:root]}"
   end
 
-  # From psync -nv (rsync's itemized changes): the existing files that would
-  # be replaced, and the files that would be deleted.
-  def self.affected_files(itemized, changed: true, deleted: true)
-    itemized.each_line.filter_map do |line|
-      line = line.chomp
-      if (m = line.match(/\A\*deleting +(.*)\z/))
-        path = m[1]
-        deleted && !path.end_with?("/") ? unescape(path) : nil
-      elsif (m = line.match(/\A[>c]([fL])(\S{9,10}) (.*)\z/))
-        new_file = m[2].start_with?("+")
-        changed && !new_file ? unescape(m[3].sub(/ -> .*\z/, "")) : nil
+  def self.mounts
+    File.binread("/proc/self/mountinfo").each_line.filter_map do |line|
+      fields = line.split(" ")
+      dash = fields.index("-")
+      next unless dash && fields.size > dash + 2
+      unescape = ->(f) { f.gsub(/\\(\d{3})/) { Regexp.last_match(1).to_i(8).chr } }
+      { device: fields[2], root: unescape[fields[3]], point: unescape[fields[4]], type: fields[dash + 1],
+        source: unescape[fields[dash + 2]] }
+    end
+  end
+
+  def self.uuid_of(source)
+    return nil unless source.start_with?("/dev/")
+    device = File.realpath(source)
+    folder = "/dev/disk/by-uuid"
+    Dir.children(folder).find { |uuid| (File.realpath(File.join(folder, uuid)) rescue nil) == device }
+  rescue SystemCallError
+    nil
+  end
+
+  def disks
+    @disks ||= begin
+      fields = File.binread(disks_file).split("\0")
+      fields.each_slice(2).select { |pair| pair.size == 2 }.to_h
+    rescue SystemCallError
+      {}
+    end
+  end
+
+  def known_disk(folder) = disks[folder]
+
+  def remember_disk(folder, disk)
+    disks[folder] = disk
+    @disks_changed = true
+  end
+
+  def save_disks
+    return unless @disks_changed
+    OrvaneBackup.replace(disks_file, @disks.map { |folder, disk| "#{folder}\0#{disk}\0" }.join.b, 0o600)
+  rescue StandardError => e
+    error("the disks of this backup could not be remembered in #{disks_file} (#{OrvaneBackup.bytes(e.message)}); " \
+          "a disk that is not connected may go unnoticed next time")
+  end
+
+  # --- The Safety Net ----------------------------------------------------
+  #
+  # <Safety Net folder>/<YYYY-MM-DD HH.MM.SS> <Frequency>/<destination
+  # without its leading "/">/<path relative to the destination>. rsync moves
+  # each file it replaces or deletes there in the same pass as the copy.
+  # The dated folder is made root-only and reached through its open
+  # descriptor, so its owner cannot redirect what root writes; it is handed
+  # to the Safety Net folder's owner when the run ends.
+
+  def archive_name(time) = "#{time.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}"
+
+  # The backup folder for one destination, or nil and why not.
+  def archive_for(destination)
+    unless @archive
+      folder = @s[:safetyNetFolder]
+      begin
+        net = File.open(folder, File::RDONLY | File::NOFOLLOW)
+      rescue SystemCallError => e
+        return [nil, "the Safety Net folder #{folder} cannot be used (#{OrvaneBackup.bytes(e.message)}; is its disk connected?)"]
+      end
+      owner = net.stat
+      unless owner.directory?
+        net.close
+        return [nil, "the Safety Net folder #{folder} is not a folder"]
+      end
+      base = "/proc/#{Process.pid}/fd/#{net.fileno}"
+      name = nil
+      begin
+        # Archives are named by the second: a run that starts in the same
+        # second as another's archive takes the next free second.
+        stamp = @started
+        begin
+          name = archive_name(stamp)
+          Dir.mkdir(File.join(base, name), 0o700)
+        rescue Errno::EEXIST
+          raise if (stamp - @started) > 5
+          sleep([stamp + 1 - Time.now, 0].max)
+          stamp += 1
+          retry
+        end
+        dated = File.open(File.join(base, name), File::RDONLY | File::NOFOLLOW)
+        stat = dated.stat
+        raise Errno::EPERM, "#{name} is not the folder this run made" unless stat.uid.zero? && (stat.mode & 0o077).zero?
+      rescue SystemCallError => e
+        net.close
+        return [nil, "the Safety Net archive #{File.join(folder, name.to_s)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
+      end
+      @archive = { folder: folder, net: net, dated: dated, name: name, uid: owner.uid, gid: owner.gid,
+                   path: "/proc/#{Process.pid}/fd/#{dated.fileno}" }
+    end
+    [File.join(@archive[:path], File.expand_path(destination).sub(%r{\A/+}, "")), nil]
+  end
+
+  # rsync keeps every replaced and deleted file; what the choice does not
+  # want goes again. A path the source still has was replaced (also by a
+  # folder), one it lacks was deleted.
+  def sort_archive(source, backup_dir)
+    return unless File.directory?(backup_dir)
+    contents = @s[:archiveContents].to_s.empty? ? "Everything" : @s[:archiveContents]
+    return if contents == "Everything" # all that rsync kept stays
+    kept = 0
+    walk(backup_dir) do |relative, stat|
+      next if stat.directory?
+      if contents != "Everything"
+        replaced = File.exist?(File.join(source, relative)) || File.symlink?(File.join(source, relative))
+        next File.unlink(File.join(backup_dir, relative)) if (contents == "Changed") != replaced
+      end
+      kept += 1
+    end
+    log("Safety Net: kept #{OrvaneBackup.plural(kept, 'file')} of #{source} (#{contents.downcase})") if kept.positive?
+  end
+
+  # Every entry below a folder, deepest first, never following a link.
+  def walk(folder, relative = nil, &block)
+    here = relative ? File.join(folder, relative) : folder
+    Dir.children(here).each do |name|
+      path = relative ? File.join(relative, name) : name
+      stat = File.lstat(File.join(folder, path))
+      walk(folder, path, &block) if stat.directory?
+      yield path, stat
+    end
+  end
+
+  # Empty folders go; the rest is handed to the Safety Net folder's owner,
+  # who may then delete it: its folders become theirs, deepest first and the
+  # dated folder last, while root alone can still enter it. Files keep their
+  # owner and mode, so no one reads through an archive what they could not
+  # read before.
+  def close_archive
+    path = @archive[:path]
+    # Folders only are looked at (glob reads the kind from the folder
+    # listing and does not follow links): what "Changed" or "Deleted" left
+    # empty goes, the rest is handed over.
+    Dir.glob("**/", File::FNM_DOTMATCH, base: path).reject { |f| f == "/" || f.end_with?("/./") }.sort_by { |f| -f.count("/") }.each do |relative|
+      folder = File.join(path, relative)
+      next if File.symlink?(folder.chomp("/"))
+      begin
+        Dir.rmdir(folder)
+      rescue Errno::ENOTEMPTY, Errno::EEXIST
+        File.lchown(@archive[:uid], @archive[:gid], folder)
       end
     end
-  end
-
-  # rsync writes unusual bytes of a name as \#ooo.
-  def self.unescape(name)
-    name.gsub(/\\#(\d{3})/) { m = Regexp.last_match(1); m.to_i(8).chr }
-  end
-
-  def archive(destination, relative)
-    original = File.join(destination, relative)
-    return unless File.symlink?(original) || File.file?(original)
-    @archive ||= File.join(@s[:safetyNetFolder], "#{@started.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}")
-    kept = File.join(@archive, destination.sub(%r{\A/+}, ""), relative)
-    FileUtils.mkdir_p(File.dirname(kept))
-    begin
-      File.link(original, kept)
-    rescue Errno::EXDEV, Errno::EPERM
-      FileUtils.copy_entry(original, kept, true)
+    if Dir.children(path).empty?
+      Dir.rmdir(File.join("/proc/#{Process.pid}/fd/#{@archive[:net].fileno}", @archive[:name])) rescue nil
+    else
+      @archive[:dated].chown(@archive[:uid], @archive[:gid])
+      @archive[:dated].chmod(0o700)
+      log("Safety Net: files kept in #{File.join(@archive[:folder], @archive[:name])}")
     end
-  rescue SystemCallError => e
-    error("Safety Net: could not keep #{original}: #{e.message}")
+  rescue StandardError => e
+    error("Safety Net: the archive #{File.join(@archive[:folder], @archive[:name])} could not be handed to its owner " \
+          "(#{OrvaneBackup.bytes(e.message)})")
+  ensure
+    @archive[:dated]&.close
+    @archive[:net]&.close
   end
 
+  # At most maxArchives archives of this frequency stay; the other
+  # frequencies' archives are theirs to count.
   def prune_archives
     folder = @s[:safetyNetFolder]
-    return unless File.directory?(folder)
-    archives = Dir.children(folder).select { |n| n.match?(ARCHIVE_NAME) }.sort
-    excess = archives.size - [@s[:maxArchives].to_i, 0].max
+    return unless File.directory?(folder) && !File.symlink?(folder)
+    pattern = /\A\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d #{@frequency}\z/
+    archives = Dir.children(folder).select { |n| n.match?(pattern) }.sort
+    excess = archives.size - [@s[:maxArchives].to_i, 1].max
     archives.first([excess, 0].max).each do |name|
       FileUtils.remove_entry_secure(File.join(folder, name))
       log("Safety Net: removed the old archive #{name}")
     end
-  rescue SystemCallError => e
-    error("Safety Net: could not remove old archives: #{e.message}")
+  rescue StandardError => e
+    error("Safety Net: old archives in #{folder} could not be removed (#{OrvaneBackup.bytes(e.message)})")
+  end
+
+  # The Safety Net folder when it lies inside the source, as a path
+  # relative to it: it is never copied into a backup.
+  def safety_net_inside(source)
+    folder = @s[:safetyNetFolder].to_s
+    return nil if folder.empty? || !File.directory?(folder)
+    net = File.realpath(folder)
+    root = File.realpath(source).chomp("/") + "/"
+    net.start_with?(root) ? net.delete_prefix(root) : nil
   end
 
   def mount_remote_volume
     server = @s[:remoteServerName]
     unless File.executable?(AUTOMOUNT)
-      return error("auto-connect: #{server} was not mounted: this installation has no automount tool")
+      return error("auto-connect: the volume #{@s[:remoteVolumeName]} on #{server} was not mounted: this installation has no automount tool")
     end
-    output, status = Open3.capture2e(AUTOMOUNT, server, @s[:remoteAccountName], @s[:remoteVolumeName])
+    output, status = Open3.capture2e(AUTOMOUNT, server, @s[:remoteAccountName], @s[:remoteVolumeName], binmode: true)
     output.each_line { |l| log("  #{l.chomp}") }
-    error("auto-connect: could not mount #{@s[:remoteVolumeName]} from #{server}") unless status.success?
+    error("auto-connect: could not mount the volume #{@s[:remoteVolumeName]} from #{server}") unless status.success?
   end
 
-  def report_progress(index, source)
+  # --- The user's desktop ------------------------------------------------
+
+  def kind_argument = manual? ? ["manual"] : []
+
+  # The progress file holds one line, "<files done> <files total> <bytes
+  # done> <bytes total> <source index> <source count>", replaced whole at
+  # most once a second.
+  def report_progress(line, force: false)
     return unless @s[:showProgress]
-    OrvaneBackup.write_fresh(progress_file, "#{index} #{@s[:sourceFolders].size} #{File.basename(source)}\n")
-    @progress ||= notice_in_background("--progress", progress_file, @frequency)
+    now = Process.clock_gettime(Process::CLOCK_MONOTONIC)
+    return if !force && @progress_written && now - @progress_written < 1.0
+    @progress_written = now
+    OrvaneBackup.replace(progress_file, "#{line}\n")
+    @progress_notice ||= notice_in_background("--progress", progress_file, @frequency, *kind_argument) || :none
+  rescue SystemCallError => e
+    log("the progress file #{progress_file} could not be written (#{OrvaneBackup.bytes(e.message)})")
   end
 
   # Waits until the user has left the computer alone for a while.
@@ -317,13 +627,16 @@ class OrvaneBackup
   def notice_output(*arguments)
     command = notice_command(*arguments)
     return nil unless command
-    output, = Open3.capture2(*command, err: File::NULL)
+    output, = Open3.capture2(*command, err: File::NULL, binmode: true)
     output
   end
 
   def notice_in_background(*arguments)
     command = notice_command(*arguments)
     command && Process.detach(Process.spawn(*command, out: File::NULL, err: File::NULL))
+  rescue SystemCallError => e
+    log("the notice could not be shown (#{OrvaneBackup.bytes(e.message)})")
+    nil
   end
 end
 
@@ -335,7 +648,8 @@ if __FILE__ == $PROGRAM_NAME
     remoteBackup: remoteBackup, showProgress: showProgress, repairPermissions: repairPermissions,
     promptBeforeBackup: promptBeforeBackup, shouldWaitUntilAway: shouldWaitUntilAway, autoConnect: autoConnect,
     remoteServerName: remoteServerName, remoteAccountName: remoteAccountName, remoteVolumeName: remoteVolumeName,
-    shouldArchive: shouldArchive, maxArchives: maxArchives, safetyNetFolder: safetyNetFolder, archiveContents: archiveContents
+    shouldArchive: shouldArchive, maxArchives: maxArchives, safetyNetFolder: safetyNetFolder,
+    archiveContents: archiveContents, runKind: runKind
   }
   exit OrvaneBackup.new(settings).run
 end

@@ -3,6 +3,9 @@
 #include "OVBundle.h"
 
 #include <QFile>
+#include <QPair>
+
+#include <algorithm>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -52,12 +55,15 @@ QByteArray toastApplicationNameLine(const QString &name)
 
 QByteArray fill(const QByteArray &templateText, const Script &script, const SharedOptions &shared)
 {
-    QByteArray text = templateText;
-    auto put = [&text](const char *search, const QByteArray &line) {
-        text.replace(QByteArray(search), line);
+    // Each search text is a whole line of the template and is replaced once,
+    // at that line: the filled text is never searched again, so a name that
+    // holds a placeholder (or any other text) stays data.
+    QList<QPair<QByteArray, QByteArray>> lines;
+    auto put = [&lines](const char *search, const QByteArray &line) {
+        lines.append({QByteArray(search), line});
     };
     const FrequencyOptions &o = script.options;
-    put("#ov_frequency", "frequency = \"" + script.frequency + '"');
+    put("#ov_frequency", "frequency = " + quoted(script.frequency));
     put("#ov_backupCommand", "backupCommand = " + commandLiteral(o.mirror, o.remote));
     put("#ov_sourceFolders", listLine("sourceFolders", script.sources));
     put("#ov_destFolders", listLine("destFolders", script.destinations));
@@ -88,8 +94,8 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     if (shared.safetyNet) {
         // A count is digits only; anything else would not be a number.
         bool number = false;
-        shared.maxArchives.toInt(&number);
-        put("maxArchives = 0", "maxArchives = " + (number ? shared.maxArchives.toLatin1() : QByteArray("0")));
+        const int count = shared.maxArchives.trimmed().toInt(&number);
+        put("maxArchives = 0", "maxArchives = " + QByteArray::number(number ? count : 0));
         put("safetyNetFolder = safetyNetFolder", "safetyNetFolder = " + quoted(QFile::encodeName(shared.safetyNetFolder)));
         static const char *const Contents[] = {"Everything", "Changed", "Deleted"};
         if (shared.archiveIndex >= 0 && shared.archiveIndex <= 2) {
@@ -97,6 +103,37 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
         }
     } else {
         put("safetyNetFolder = safetyNetFolder", "safetyNetFolder = \"\"");
+    }
+    // The manual script runs as "Daily"; the notices tell it apart by this.
+    if (!shared.scheduled) {
+        put("runKind = \"scheduled\"", "runKind = \"manual\"");
+    }
+
+    QByteArray text;
+    text.reserve(templateText.size() + 4096);
+    int start = 0;
+    while (start < templateText.size()) {
+        int end = templateText.indexOf('\n', start);
+        const bool lastLine = end < 0;
+        if (lastLine) {
+            end = templateText.size();
+        }
+        const QByteArray line = templateText.mid(start, end - start);
+        // A template saved with CRLF line ends still matches.
+        const QByteArray bare = line.endsWith('\r') ? line.chopped(1) : line;
+        auto match = std::find_if(lines.begin(), lines.end(), [&bare](const QPair<QByteArray, QByteArray> &l) {
+            return l.first == bare;
+        });
+        if (match != lines.end()) {
+            text += match->second;
+            lines.erase(match);
+        } else {
+            text += line;
+        }
+        if (!lastLine) {
+            text += '\n';
+        }
+        start = end + 1;
     }
     return text;
 }

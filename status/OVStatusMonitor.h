@@ -26,8 +26,9 @@ public:
     // The rows of the scheduled frequencies, in their order.
     OVStatusMonitor(const std::array<Row, 3> &rows, std::function<bool()> isAuthorized, QObject *parent = nullptr);
 
-    // Refreshes the three running flags from the run flags in /tmp; flags
-    // left by a script that died go when no root process mentions "ruby".
+    // Refreshes the three running flags: a run flag in /tmp counts while the
+    // process whose PID it holds is alive and is a backup script (root's
+    // ruby); any other flag is stale, ignored and removed when possible.
     bool isBackupRunning();
     bool isRunning(OVFrequency frequency) const { return m_running[static_cast<int>(frequency)]; }
 
@@ -50,8 +51,6 @@ Q_SIGNALS:
     void updated();
 
 private:
-    static QString rootProcesses();
-
     std::array<Row, 3> m_rows;
     std::function<bool()> m_isAuthorized;
     std::array<bool, 3> m_running{};

@@ -152,6 +152,66 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(QStringLiteral("/tmp/pwned")));
     }
 
+    // A name holding any search text of the template, alone on a line of
+    // its own, is data: each line of the template is filled once and the
+    // filled text is never searched again.
+    void namesHoldingPlaceholdersStayData()
+    {
+        const QList<QByteArray> searches = {"#ov_frequency", "#ov_backupCommand", "#ov_sourceFolders", "#ov_destFolders", "#ov_logfile",
+                                            "#ov_lastBackup", "#ov_toastApplicationName", "#ov_username", "#ov_remoteBackup",
+                                            "showProgress = false", "repairPermissions = false", "promptBeforeBackup = false",
+                                            "shouldWaitUntilAway = false", "autoConnect = false", "remoteServerName = \"\"",
+                                            "remoteAccountName = \"\"", "remoteVolumeName = \"\"", "shouldArchive = shouldArchive",
+                                            "maxArchives = 0", "safetyNetFolder = safetyNetFolder", "archiveContents = \"\"",
+                                            "runKind = \"scheduled\""};
+        // Ruby's inspect of the ASCII names below.
+        auto inspect = [](const QByteArray &bytes) -> QByteArray {
+            QByteArray out = "\"";
+            for (int i = 0; i < bytes.size(); ++i) {
+                const char c = bytes.at(i);
+                if (c == '\n') {
+                    out += "\\n";
+                } else if (c == '"' || c == '\\' || (c == '#' && i + 1 < bytes.size() && QByteArray("{$@").contains(bytes.at(i + 1)))) {
+                    out += '\\';
+                    out += c;
+                } else {
+                    out += c;
+                }
+            }
+            return out + '"';
+        };
+        Script script = dailyScript();
+        script.sources.clear();
+        script.destinations.clear();
+        for (const QByteArray &search : searches) {
+            script.sources.append(QByteArray("/srv/a\n" + search + "\nb"));
+            script.destinations.append(QByteArray(search + " \"; system(\"id\") #{1}"));
+        }
+        SharedOptions shared;
+        shared.username = QStringLiteral("ann\n#ov_logfile\n");
+        shared.safetyNet = true;
+        shared.maxArchives = QStringLiteral("3");
+        shared.safetyNetFolder = QStringLiteral("/home/ann/\nsafetyNetFolder = safetyNetFolder\n#ov_destFolders");
+        for (const bool scheduled : {true, false}) {
+            shared.scheduled = scheduled;
+            const QByteArray values = rubyValues(fill(sourceTemplate(), script, shared));
+            QByteArray sources, destinations;
+            for (int i = 0; i < script.sources.size(); ++i) {
+                sources += QByteArray(i ? ", " : "") + inspect(script.sources.at(i));
+                destinations += QByteArray(i ? ", " : "") + inspect(script.destinations.at(i));
+            }
+            for (const QByteArray &line :
+                 {QByteArray("sourceFolders=[" + sources + "]"), QByteArray("destFolders=[" + destinations + "]"), QByteArray("logfile=\"/var/log/orvane_daily.log\""),
+                  QByteArray("frequency=\"Daily\""), QByteArray("maxArchives=3"), QByteArray("shouldArchive=true"),
+                  QByteArray("username=" + inspect("ann\n#ov_logfile\n")),
+                  QByteArray("safetyNetFolder=" + inspect(QFile::encodeName(shared.safetyNetFolder))),
+                  QByteArray(scheduled ? "runKind=\"scheduled\"" : "runKind=\"manual\""),
+                  QByteArray("backupCommand=\"/usr/local/bin/psync\"")}) {
+                QVERIFY2(values.contains(QByteArray(line + '\n')), QByteArray(line + "\nnot in\n" + values).constData());
+            }
+        }
+    }
+
     void savedItemsAreInstalledAndBackUp()
     {
         QVERIFY(qEnvironmentVariableIsSet("OV_IN_SANDBOX"));

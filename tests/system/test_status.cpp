@@ -8,6 +8,7 @@
 #include "ovfixedpaths.h"
 #include "ui_logsheet.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -145,25 +146,56 @@ private Q_SLOTS:
         QCOMPARE(m_rows[2].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(complete.format()), complete);
         screenshot(m_window, QStringLiteral("status-complete-caution.png"));
 
-        // A flag with no root ruby process is stale: removed, the last result shows.
-        write(path(OVFixedPaths::WeeklyRunFlag), "");
+        // A flag is stale unless the PID in it is a live backup script: one
+        // whose process is gone is ignored and removed, also when it cannot
+        // be removed (here: a file mounted over it).
+        const QString weekly = path(OVFixedPaths::WeeklyRunFlag);
+        auto writeOld = [](const QString &file, const QByteArray &contents) {
+            write(file, contents);
+            QFile f(file);
+            QVERIFY(f.open(QIODevice::ReadWrite));
+            QVERIFY(f.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime));
+        };
+        writeOld(weekly, "999999\n");
         m_monitor->updateLogButtons();
-        QVERIFY(!QFile::exists(path(OVFixedPaths::WeeklyRunFlag)));
+        QVERIFY(!QFile::exists(weekly));
         QVERIFY(!m_monitor->isRunning(OVFrequency::Weekly));
+        QCOMPARE(m_rows[1].button->text(), QLocale::system().toString(QDate(2006, 7, 4), QLocale::ShortFormat));
+        writeOld(weekly, "");
+        writeOld(QStringLiteral("/tmp/dead-flag"), "999999\n");
+        QCOMPARE(QProcess::execute(QStringLiteral("mount"), {QStringLiteral("--bind"), QStringLiteral("/tmp/dead-flag"), weekly}), 0);
+        QVERIFY(!m_monitor->isBackupRunning());
+        QVERIFY(QFile::exists(weekly));
+        QCOMPARE(QProcess::execute(QStringLiteral("umount"), {weekly}), 0);
 
-        // While a root process runs ruby, the flags are trusted.
-        m_ruby.start(QStringLiteral("ruby"), {QStringLiteral("-e"), QStringLiteral("sleep 60")});
+        // A scheduled script run by its path, as cron runs it: working while
+        // it lives. Another ruby program with its PID in a flag is no backup.
+        QDir().mkpath(QStringLiteral("/tmp/ov-scheduled"));
+        const QString script = QStringLiteral("/tmp/ov-scheduled/orvane_daily.rb");
+        write(script, "#!/usr/bin/ruby --disable-gems\nsleep 60\n");
+        QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        m_ruby.start(script, QStringList());
         QVERIFY(m_ruby.waitForStarted());
-        write(path(OVFixedPaths::DailyRunFlag), "");
+        QProcess other;
+        other.start(QStringLiteral("ruby"), {QStringLiteral("-e"), QStringLiteral("sleep 60")});
+        QVERIFY(other.waitForStarted());
+        write(path(OVFixedPaths::DailyRunFlag), QByteArray::number(m_ruby.processId()) + '\n');
+        writeOld(path(OVFixedPaths::MonthlyRunFlag), QByteArray::number(other.processId()) + '\n');
+        QTest::qWait(300); // the interpreter has read its command line
         m_monitor->updateLogButtons();
         QVERIFY(m_monitor->isRunning(OVFrequency::Daily));
+        QVERIFY(!m_monitor->isRunning(OVFrequency::Monthly));
         QCOMPARE(m_rows[0].button->text(), OVLocalized("Working"));
         QVERIFY(!m_rows[0].button->isEnabled());
         QVERIFY(m_rows[0].button->toolTip().isEmpty());
         QCOMPARE(m_rows[1].button->text(), QLocale::system().toString(QDate(2006, 7, 4), QLocale::ShortFormat));
         screenshot(m_window, QStringLiteral("status-working.png"));
+        other.kill();
+        other.waitForFinished();
         m_ruby.kill();
         m_ruby.waitForFinished();
+        m_monitor->updateLogButtons();
+        QVERIFY(!m_monitor->isRunning(OVFrequency::Daily));
 
         // Locked: no status button can be used, none has a tool tip.
         m_authorized = false;

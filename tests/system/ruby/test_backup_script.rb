@@ -20,7 +20,7 @@ class TestBackupScript < Test::Unit::TestCase
     @dest = File.join(@dir, "dest")
     @net = File.join(@dir, "Safety Net Archives")
     FileUtils.mkdir_p([@source, @dest, @net])
-    FileUtils.rm_f(["/tmp/ov_Daily.run", "/var/log/.orvane_daily.err"])
+    FileUtils.rm_f(["/tmp/ov_Daily.run", "/tmp/ov_Daily.progress", "/var/log/.orvane_daily.err"])
   end
 
   def teardown
@@ -35,7 +35,7 @@ class TestBackupScript < Test::Unit::TestCase
       toastApplicationName: "Toast Titanium", username: "root", remoteBackup: false, showProgress: false,
       repairPermissions: false, promptBeforeBackup: false, shouldWaitUntilAway: false, autoConnect: false,
       remoteServerName: "", remoteAccountName: "", remoteVolumeName: "", shouldArchive: false, maxArchives: 0,
-      safetyNetFolder: "", archiveContents: ""
+      safetyNetFolder: "", archiveContents: "", runKind: "scheduled"
     }.merge(changes)
   end
 
@@ -66,21 +66,6 @@ class TestBackupScript < Test::Unit::TestCase
               end
       [p, value]
     end
-  end
-
-  def test_itemized_changes_name_the_files_to_keep
-    itemized = <<~OUT
-      >f+++++++++ new file
-      >f.st...... changed file
-      .d..t...... some dir/
-      *deleting   gone file
-      *deleting   gone dir/
-      cL..t...... link -> elsewhere
-      >f..t...... line\\#012break
-    OUT
-    assert_equal(["changed file", "gone file", "link", "line\nbreak"], OrvaneBackup.affected_files(itemized))
-    assert_equal(["changed file", "link", "line\nbreak"], OrvaneBackup.affected_files(itemized, deleted: false))
-    assert_equal(["gone file"], OrvaneBackup.affected_files(itemized, changed: false))
   end
 
   def test_copies_an_awkward_tree_and_keeps_the_status
@@ -146,21 +131,125 @@ class TestBackupScript < Test::Unit::TestCase
     assert_false(File.exist?(File.join(@dest, "deleted")))
   end
 
-  def test_safety_net_choice_and_count
-    3.times do |round|
-      write_old(File.join(@dest, "changed"), "old #{round}")
-      write(File.join(@dest, "deleted #{round}"), "gone")
-      write(File.join(@source, "changed"), "new #{round}!")
-      contents = %w[Changed Deleted Everything][round]
+  # Each choice keeps exactly its files, whatever the names; the archives
+  # belong to the Safety Net folder's owner; each frequency prunes its own.
+  def test_safety_net_choice_count_owner_and_layout
+    nobody = Etc.getpwnam("nobody")
+    File.chown(nobody.uid, nobody.gid, @net)
+    weekly = File.join(@net, "2020-01-01 00.00.00 Weekly")
+    FileUtils.mkdir_p(weekly)
+    FileUtils.mkdir_p(File.join(@net, "unrelated folder"))
+    expected = {
+      "Changed" => ["a -> b", "became a folder", "changed", "link"],
+      "Deleted" => ["deleted", "gone folder/inside", "line\nbreak"],
+    }
+    expected["Everything"] = (expected["Changed"] + expected["Deleted"]).sort
+    %w[Changed Deleted Everything].each do |contents|
+      FileUtils.rm_rf([@source, @dest])
+      write_old(File.join(@dest, "changed"), "old")
+      write(File.join(@source, "changed"), "new!")
+      write_old(File.join(@dest, "a -> b"), "old arrow")
+      write(File.join(@source, "a -> b"), "new arrow")
+      write(File.join(@dest, "became a folder"), "a file")
+      write(File.join(@source, "became a folder", "now inside"), "x")
+      File.symlink("old target", File.join(@dest, "link"))
+      File.symlink("new target", File.join(@source, "link"))
+      write(File.join(@dest, "deleted"), "deleted")
+      write(File.join(@dest, "line\nbreak"), "deleted")
+      write(File.join(@dest, "gone folder", "inside"), "deleted", mode: 0o600)
+      write(File.join(@source, "same"), "same")
+      FileUtils.cp(File.join(@source, "same"), File.join(@dest, "same"), preserve: true)
+      before = Dir.children(@net)
       assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", shouldArchive: true, maxArchives: 2, safetyNetFolder: @net,
                                  archiveContents: contents))
-      newest = Dir.children(@net).max
-      kept = Dir.glob("**/*", base: File.join(@net, newest, @dest.delete_prefix("/"))).sort
-      expected = { "Changed" => ["changed"], "Deleted" => ["deleted #{round}"], "Everything" => ["changed", "deleted #{round}"] }
-      assert_equal(expected[contents], kept, contents)
+      assert_equal(tree(@source), tree(@dest).reject { |p, _| p.start_with?(".psync") })
+      made = Dir.children(@net) - before
+      assert_equal(1, made.size, contents)
+      assert_match(/\A\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d Daily\z/, made.first)
+      archive = File.join(@net, made.first)
+      kept = File.join(archive, @dest.delete_prefix("/"))
+      files = Dir.glob("**/*", File::FNM_DOTMATCH, base: kept).reject { |p| File.directory?(File.join(kept, p)) && !File.symlink?(File.join(kept, p)) }
+      assert_equal(expected[contents], files.sort, contents)
+      assert_equal("old target", File.readlink(File.join(kept, "link"))) if contents != "Deleted"
+      # The user may delete the archive: its folders are theirs. A file
+      # keeps its owner and mode, so no one reads more than before.
+      Dir.glob("**/", base: archive).map { |d| File.join(archive, d) }.push(archive).each do |folder|
+        assert_equal(nobody.uid, File.lstat(folder).uid, folder)
+      end
+      if contents != "Changed"
+        inside = File.lstat(File.join(kept, "gone folder", "inside"))
+        assert_equal([0, 0o600], [inside.uid, inside.mode & 0o777])
+      end
       sleep 1.1 # archives are named by the second
     end
-    assert_equal(2, Dir.children(@net).size, "at most maxArchives archives stay")
+    daily = Dir.children(@net).grep(/Daily\z/)
+    assert_equal(2, daily.size, "at most maxArchives daily archives stay")
+    assert(File.directory?(weekly), "a daily run leaves the weekly archives alone")
+    assert(File.directory?(File.join(@net, "unrelated folder")))
+
+    # Nothing replaced, nothing archived: no empty archive.
+    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", shouldArchive: true, maxArchives: 2, safetyNetFolder: @net))
+    assert_equal(daily.sort, Dir.children(@net).grep(/Daily\z/).sort)
+  end
+
+  # The Safety Net folder inside a source is never copied; a missing one is
+  # never made (nor its parents) and nothing is overwritten without it.
+  def test_safety_net_folder_is_not_backed_up_and_never_made
+    inside = File.join(@source, "Documents", "Safety Net Archives")
+    write(File.join(inside, "2026-01-01 00.00.00 Daily", "old"), "archived")
+    write(File.join(@source, "Documents", "letter"), "letter")
+    assert_equal(0, run_backup(shouldArchive: true, maxArchives: 3, safetyNetFolder: inside))
+    assert_equal(["letter"], Dir.children(File.join(@dest, "Documents")))
+
+    write_old(File.join(@dest, "Documents", "letter"), "old letter")
+    missing = File.join(@dir, "no such parent", "Safety Net Archives")
+    assert_equal(1, run_backup(shouldArchive: true, maxArchives: 3, safetyNetFolder: missing))
+    assert_false(File.exist?(File.join(@dir, "no such parent")), "no folder is made as root")
+    assert_equal("old letter", File.read(File.join(@dest, "Documents", "letter")))
+    assert_match(/not backed up, so that no earlier version at .*dest is lost: the Safety Net folder .*no such parent/,
+                 File.read("/var/log/.orvane_daily.err"))
+  end
+
+  # Whatever another user left at the flag or progress path is stale: the
+  # run goes on, and no link is followed.
+  def test_planted_flags_do_not_stop_a_run
+    write(File.join(@source, "a"), "a")
+    victim = File.join(@dir, "victim")
+    write(victim, "untouched")
+    nobody = Etc.getpwnam("nobody")
+    plant = lambda do |kind, path|
+      FileUtils.rm_rf(path)
+      case kind
+      when :file then write(path, "junk")
+      when :folder then write(File.join(path, "inside"), "junk")
+      when :link then File.symlink(victim, path)
+      end
+      File.lchown(nobody.uid, nobody.gid, path)
+    end
+    %i[file folder link].each do |kind|
+      plant[kind, "/tmp/ov_Daily.run"]
+      plant[kind, "/tmp/ov_Daily.progress"]
+      assert_equal(0, run_backup(showProgress: true), kind.to_s)
+      assert_equal(["a"], Dir.children(@dest))
+      assert_false(File.exist?("/tmp/ov_Daily.run") || File.symlink?("/tmp/ov_Daily.run"), kind.to_s)
+      assert_equal("untouched", File.read(victim))
+      FileUtils.rm_rf(@dest)
+      FileUtils.mkdir_p(@dest)
+    end
+  end
+
+  # The progress file: one line from rsync's own counts, replaced whole.
+  def test_progress_line_comes_from_rsync_counts
+    backup = OrvaneBackup.new(settings(showProgress: true, sourceFolders: [@source, @source], destFolders: [@dest, @dest]))
+    backup.copy_line("     12,345,678  40%   11.77MB/s    0:00:01 (xfr#3, ir-chk=1000/1042)", 1)
+    assert_equal("42 1042 12345678 30864195 2 2\n", File.read("/tmp/ov_Daily.progress"))
+    sleep 1.05
+    backup.copy_line("     30,864,195 100%   11.77MB/s    0:00:02 (xfr#9, to-chk=0/1042)", 1)
+    assert_equal("1042 1042 30864195 30864195 2 2\n", File.read("/tmp/ov_Daily.progress"))
+    assert_false(File.lstat("/tmp/ov_Daily.progress").symlink?)
+    assert_empty(Dir.glob("/tmp/ov_Daily.progress.*"), "no temporary file stays")
+    backup.copy_line("rsync: [sender] send_files failed to open \"x\": Permission denied (13)", 1)
+    assert_match(/send_files failed/, File.read(File.join(@dir, "daily.log")))
   end
 
   def test_missing_destination_is_an_error_and_touches_nothing
@@ -168,7 +257,7 @@ class TestBackupScript < Test::Unit::TestCase
     missing = File.join(@dir, "unplugged disk")
     assert_equal(1, run_backup(destFolders: [missing]))
     assert_false(File.exist?(missing))
-    assert_match(/unplugged disk: the destination is missing/, File.read("/var/log/.orvane_daily.err"))
+    assert_match(/unplugged disk: the destination folder is missing \(is its disk connected\?\)/, File.read("/var/log/.orvane_daily.err"))
   end
 
   def test_full_destination_is_an_error_and_touches_nothing
@@ -227,8 +316,10 @@ class TestBackupScript < Test::Unit::TestCase
       assert(content == old[name] || content == new[name], "#{name} is neither old nor new")
     end
     assert_operator(finished, :<, old.size, "the run was killed half-way")
-    assert_empty(Dir.children(@dest) - old.keys - [".psync-work"])
+    # Besides the files, only the run's mark and rsync's temporary files.
+    assert_empty((Dir.children(@dest) - old.keys - [".psync-work"]).reject { |n| n.match?(/\A\.file \d+\.[A-Za-z0-9]{6}\z/) })
 
+    # The next run, without mirroring, clears what the killed one left.
     assert_equal(0, run_backup)
     old.each_key { |name| assert(new[name] == File.binread(File.join(@dest, name)), "#{name} is not the new version") }
     assert_equal(old.keys.sort, Dir.children(@dest).sort)

@@ -1,0 +1,156 @@
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
+#
+# Filled backup scripts run as cron runs them: a process of their own, by
+# path, as root, in the locale cron passes on. Runs inside the test sandbox
+# (it mounts file systems and uses the fixed status paths). The template is
+# filled here line by line as the pane's filler does (each placeholder line
+# replaced once, names escaped for a double-quoted literal); the filler
+# itself is tested in test_scripts.
+# Names are bytes: every non-ASCII literal below is made binary with .b.
+require "test/unit"
+require "tmpdir"
+require "fileutils"
+require "etc"
+
+TEMPLATE = ENV.fetch("OV_TEMPLATE")
+PSYNC = ENV.fetch("OV_PSYNC")
+
+class TestEngine < Test::Unit::TestCase
+  ERRORS = "/var/log/.orvane_daily.err"
+
+  def setup
+    raise "runs only inside tests/sandbox/ov-sandbox" unless ENV["OV_IN_SANDBOX"]
+    @dir = Dir.mktmpdir("ov-engine").b
+    @mounts = []
+    FileUtils.rm_rf(["/tmp/ov_Daily.run", "/tmp/ov_Daily.progress", ERRORS])
+  end
+
+  def teardown
+    @mounts.reverse_each { |m| system("umount", "-q", m) }
+    FileUtils.rm_rf(@dir)
+  end
+
+  def quoted(text) = "\"#{text.b.gsub(/[\\"#]/) { "\\#{Regexp.last_match(0)}" }}\""
+
+  def fill(lines)
+    File.binread(TEMPLATE).each_line.map do |line|
+      key = line.chomp
+      lines.key?(key) ? "#{lines.delete(key)}\n" : line
+    end.join
+  end
+
+  # Writes a filled daily script and runs it by its path; returns its status.
+  def run_script(sources:, destinations:, mirror: true, net: nil, contents: "Everything", command: nil,
+                 locale: "C.UTF-8")
+    lines = {
+      "#ov_backupCommand" => "backupCommand = #{quoted(command || "#{PSYNC}#{mirror ? ' -d' : ''}")}",
+      "#ov_sourceFolders" => "sourceFolders = [ #{sources.map { |s| quoted(s) }.join(', ')} ]",
+      "#ov_destFolders" => "destFolders = [ #{destinations.map { |d| quoted(d) }.join(', ')} ]",
+      "#ov_logfile" => "logfile = #{quoted(log_file)}",
+      "#ov_lastBackup" => "lastBackup = #{quoted(File.join(@dir, '.lastbackup'))}",
+      "shouldArchive = shouldArchive" => "shouldArchive = #{net ? 'true' : 'false'}",
+      "maxArchives = 0" => "maxArchives = 3",
+      "safetyNetFolder = safetyNetFolder" => "safetyNetFolder = #{quoted(net || '')}",
+      "archiveContents = \"\"" => "archiveContents = #{quoted(contents)}",
+    }
+    script = File.join(@dir, "orvane_daily.rb")
+    File.binwrite(script, fill(lines))
+    File.chmod(0o700, script)
+    system({ "LANG" => locale, "LC_ALL" => locale }, script, out: File::NULL, err: File::NULL, unsetenv_others: false)
+    $?.exitstatus
+  end
+
+  def log_file = File.join(@dir, "daily.log")
+  def errors = File.exist?(ERRORS) ? File.binread(ERRORS) : ""
+
+  def mount_tmpfs(point, name)
+    FileUtils.mkdir_p(point)
+    assert(system("mount", "-t", "tmpfs", "-o", "size=16m", name, point), "mount #{point}")
+    @mounts << point
+  end
+
+  def unmount(point)
+    assert(system("umount", point))
+    @mounts.delete(point)
+  end
+
+  def files(folder) = Dir.glob("**/*", File::FNM_DOTMATCH, base: folder).reject { |p| p.end_with?(".") }.sort
+
+  # Non-ASCII and invalid UTF-8 names everywhere, under a UTF-8 locale.
+  def test_non_ascii_paths_under_a_utf8_locale
+    source = File.join(@dir, "Données \xff\xfe brutes".b)
+    destination = File.join(@dir, "sauvegarde été".b)
+    net = File.join(@dir, "filet de sécurité".b, "Safety Net Archives")
+    FileUtils.mkdir_p([destination, net])
+    FileUtils.mkdir_p(File.join(source, "dossier ✓".b))
+    File.binwrite(File.join(source, "dossier ✓".b, "é\xe9.txt".b), "nouveau")
+    File.binwrite(File.join(destination, "dossier ✓".b, "é\xe9.txt".b).tap { |p| FileUtils.mkdir_p(File.dirname(p)) }, "ancien")
+    File.utime(Time.now - 3600, Time.now - 3600, File.join(destination, "dossier ✓".b, "é\xe9.txt".b))
+
+    assert_equal(0, run_script(sources: [source], destinations: [destination], net: net), errors)
+    assert_equal("nouveau", File.binread(File.join(destination, "dossier ✓".b, "é\xe9.txt".b)))
+    archive = Dir.children(net)
+    assert_equal(1, archive.size)
+    kept = File.join(net, archive.first, destination.delete_prefix("/"), "dossier ✓".b, "é\xe9.txt".b)
+    assert_equal("ancien", File.binread(kept))
+    assert_false(File.exist?(ERRORS))
+    assert_match(/backup complete/, File.binread(log_file))
+  end
+
+  # A disk that is not there: its bare mount point is never taken for it.
+  def test_a_mount_point_without_its_disk
+    source = File.join(@dir, "media", "photos")
+    destination = File.join(@dir, "media", "backup")
+    mount_tmpfs(source, "ov-photos")
+    mount_tmpfs(destination, "ov-backup")
+    200.times { |i| File.binwrite(File.join(source, "photo #{i}"), "photo #{i}") }
+    assert_equal(0, run_script(sources: [source], destinations: [destination]), errors)
+    assert_equal(200, Dir.children(destination).size)
+
+    # The destination's disk goes: nothing lands on the system disk.
+    unmount(destination)
+    assert_equal(1, run_script(sources: [source], destinations: [destination]))
+    assert_empty(Dir.children(destination), "nothing was written into the bare mount point")
+    assert_match(%r{#{Regexp.escape(destination)}: the disk that held this backup is not there}, errors)
+    assert(File.exist?(File.join(@dir, ".lastbackup")), "the run still ends and says so")
+
+    # The source's disk goes: the mirror does not empty the backup.
+    mount_tmpfs(destination, "ov-backup")
+    unmount(source)
+    File.binwrite(File.join(destination, "kept"), "kept")
+    assert_equal(1, run_script(sources: [source], destinations: [destination]))
+    assert_equal(["kept"], Dir.children(destination))
+    assert_match(%r{#{Regexp.escape(source)}: the source folder is empty \(is its disk connected\?\); it was not mirrored}, errors)
+
+    # Something in the bare mount point: still not the disk it was.
+    File.binwrite(File.join(source, "stray"), "stray")
+    assert_equal(1, run_script(sources: [source], destinations: [destination]))
+    assert_equal(["kept"], Dir.children(destination))
+    assert_match(/the source folder is not on the disk it was on at the last backup/, errors)
+  end
+
+  # Whatever stands at the flag, planted by another user, does not stop the
+  # run; a copy tool that cannot start ends in the error file, the log and
+  # the status like any other failure.
+  def test_planted_flag_and_a_copy_tool_that_fails
+    source = File.join(@dir, "source")
+    destination = File.join(@dir, "dest")
+    FileUtils.mkdir_p([source, destination])
+    File.binwrite(File.join(source, "a"), "a")
+    assert(system("runuser", "-u", "nobody", "--", "mkdir", "/tmp/ov_Daily.run"))
+    assert(system("runuser", "-u", "nobody", "--", "ln", "-s", "/etc/passwd", "/tmp/ov_Daily.progress"))
+    passwd = File.binread("/etc/passwd")
+    assert_equal(0, run_script(sources: [source], destinations: [destination]), errors)
+    assert_equal(["a"], Dir.children(destination))
+    assert_false(File.exist?("/tmp/ov_Daily.run"))
+    assert_equal(passwd, File.binread("/etc/passwd"))
+
+    assert_equal(1, run_script(sources: [source, source], destinations: [destination, destination],
+                               command: "/nonexistent/psync"))
+    assert_equal(2, errors.lines.size, errors)
+    assert_match(%r{#{Regexp.escape(source)} -> #{Regexp.escape(destination)}: No such file or directory}, errors)
+    assert_match(/backup finished with 2 errors/, File.binread(log_file))
+    assert_equal(Time.now.strftime("%m/%d/%y"), File.binread(File.join(@dir, ".lastbackup")))
+  end
+end
