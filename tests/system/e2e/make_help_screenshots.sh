@@ -7,7 +7,7 @@
 # whose disk is not connected). Run it in the sandbox against an installed
 # build, from the source tree:
 #   tests/sandbox/ov-sandbox --install build --keep resources/help -- \
-#       tests/e2e/make_help_screenshots.sh resources/help/help-images
+#       tests/system/e2e/make_help_screenshots.sh resources/help/help-images
 set -eu
 out=$(realpath -m "${1:?output folder}")
 source_dir=$(realpath "$(dirname "$0")/../../..")
@@ -83,8 +83,8 @@ echo "Dear landlord, the rent for April" >/root/Documents/Letters/rent.odt
 backup Daily /root/Documents /Volumes/Backup/Documents
 backup Weekly /root/Pictures /Volumes/Photos/Pictures
 
-. "$source_dir/tests/e2e/desktop.sh"
-. "$source_dir/tests/e2e/polkit.sh"
+. "$source_dir/tests/system/e2e/desktop.sh"
+. "$source_dir/tests/system/e2e/polkit.sh"
 shot() { # shot WINDOW FILE (an empty WINDOW would make import wait for a click)
     [ -n "$1" ] || { echo "no window for $2" >&2; exit 1; }
     import-im6.q16 -window "$1" "$out/$2"
