@@ -82,6 +82,15 @@ bool OVBackupItemModel::hasBackupType(OVFrequency frequency) const
     });
 }
 
+std::array<bool, 3> OVBackupItemModel::scheduledTypes() const
+{
+    std::array<bool, 3> types{};
+    for (std::size_t i = 0; i < OVFixedPaths::ScheduledCount; ++i) {
+        types[i] = hasBackupType(OVFixedPaths::Scheduled[i].frequency);
+    }
+    return types;
+}
+
 bool OVBackupItemModel::validateBackupItems(bool toastInstalled) const
 {
     bool allValid = true;

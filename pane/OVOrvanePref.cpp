@@ -1,41 +1,31 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
 #include "OVOrvanePref.h"
 
-#include "OVBackupItemModel.h"
+#include "OVAlert.h"
+#include "OVAutoConnect.h"
 #include "OVBundle.h"
 #include "OVCredits.h"
-#include "OVFolderLabel.h"
 #include "OVHelpSheet.h"
-#include "OVItemDelegate.h"
 #include "OVItemArchive.h"
-#include "OVItemsTable.h"
 #include "OVLocalizedStrings.h"
-#include "OVLock.h"
-#include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
-#include "OVRemoteServer.h"
 #include "OVRestoreWindow.h"
-#include "OVSafetyNet.h"
-#include "OVScheduleTables.h"
-#include "OVScriptBuilder.h"
 #include "OVSettingsDomain.h"
 #include "OVSettingsTable.h"
 #include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
-#include "OVStatusMonitor.h"
 #include "OVToolLauncher.h"
+#include "OVToolReport.h"
 #include "OVUpdateNotice.h"
 #include "ovfixedpaths.h"
 #include "ui_orvanepref.h"
 
-#include <QApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QMessageBox>
 #include <QTabWidget>
 #include <QTextBrowser>
 #include <QTimer>
-
-#include <sys/stat.h>
 
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     : KCModule(parent, args)
@@ -63,6 +53,8 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
                               m_optionsSheet->tabView(),
                               OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html")),
                               this);
+    m_toolReport = new OVToolReport(m_ui->toolMessage, this);
+    m_autoConnect = new OVAutoConnect(this);
     connectControls();
     mainViewDidLoad();
 }
@@ -149,21 +141,6 @@ void OVOrvanePref::mainViewDidLoad()
     OVStartupFiles::removeLeftoverScripts();
 }
 
-bool OVOrvanePref::isAdminUser() const
-{
-    return OVLock::isAdminUser();
-}
-
-void OVOrvanePref::initPrivilege()
-{
-    m_lock->initPrivilege();
-}
-
-void OVOrvanePref::authorizationChanged(bool authorized)
-{
-    m_isAuthorized = authorized;
-}
-
 void OVOrvanePref::showLockLook(bool unlocked)
 {
     m_ui->lockLabel->setText(OVLocalized(unlocked ? "PreventChanges" : "MakeChanges"));
@@ -245,38 +222,14 @@ void OVOrvanePref::updateUI()
     m_ui->backupButton->setEnabled(on && validateBackupItems() && m_isAuthorized && !isBackupRunning());
 }
 
-bool OVOrvanePref::isBackupRunning()
-{
-    return m_statusMonitor->isBackupRunning();
-}
-
-void OVOrvanePref::updateLogButtons()
-{
-    m_statusMonitor->updateLogButtons();
-}
-
-std::array<bool, 3> OVOrvanePref::scheduledTypes() const
-{
-    std::array<bool, 3> types{};
-    for (std::size_t i = 0; i < OVFixedPaths::ScheduledCount; ++i) {
-        types[i] = m_backupItems->hasBackupType(OVFixedPaths::Scheduled[i].frequency);
-    }
-    return types;
-}
-
 void OVOrvanePref::buildCrontab()
 {
-    OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), scheduledTypes());
-}
-
-void OVOrvanePref::restoreCrontab()
-{
-    OVScheduleTables::restoreCrontab();
+    OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
 }
 
 bool OVOrvanePref::buildAnacrontab()
 {
-    if (!OVScheduleTables::buildAnacrontab(scheduledTypes())) {
+    if (!OVScheduleTables::buildAnacrontab(m_backupItems->scheduledTypes())) {
         // Anacron is gone: cron takes the schedule back.
         m_useAnacron = false;
         return false;
@@ -284,33 +237,14 @@ bool OVOrvanePref::buildAnacrontab()
     return true;
 }
 
-bool OVOrvanePref::restoreAnacrontab()
-{
-    return OVScheduleTables::restoreAnacrontab();
-}
-
-void OVOrvanePref::installCrontab()
-{
-    OVScheduleTables::installCrontab();
-}
-
 void OVOrvanePref::buildScheduledScripts()
 {
-    OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
-    shared.toastApplication = m_toast.applicationName;
-    m_scheduledScripts = OVScriptBuilder::buildScheduledScripts(
-        m_backupItems->items(),
-        [this](OVFrequency frequency) {
-            return m_optionsSheet->frequencyOptions(frequency);
-        },
-        shared);
+    m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName);
 }
 
 void OVOrvanePref::buildManualScript()
 {
-    OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
-    shared.toastApplication = m_toast.applicationName;
-    m_manualScript = OVScriptBuilder::buildManualScript(m_backupItems->items(), m_optionsSheet->frequencyOptions(OVFrequency::Manual), shared);
+    m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName);
 }
 
 void OVOrvanePref::performBackup(QObject *sender)
@@ -321,7 +255,7 @@ void OVOrvanePref::performBackup(QObject *sender)
     }
     buildManualScript();
     OVToolLauncher::launch(OVFixedPaths::ManualBackupTool, m_manualScript);
-    showAlertSheet(QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
+    OVAlert::show(this, QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
 }
 
 void OVOrvanePref::viewLog(QObject *sender)
@@ -354,14 +288,8 @@ void OVOrvanePref::loadBackupItems()
 void OVOrvanePref::restoreSavedOptions()
 {
     const auto domain = OVSettingsDomain::read();
-    if (!OVBundle::infoDictionary().isEmpty()) {
-        m_optionsSheet->setVersionText(OVLocalized("Version") + OVBundle::shortVersion());
-    }
-    m_optionsSheet->selectSoundTitled(QStringLiteral("Magic Bell"));
+    m_optionsSheet->restoreSaved(domain);
     if (domain) {
-        m_optionsSheet->restore(*domain);
-        const QString folder = OVSettingsTable::value(*domain, "SafetyNetFolder").toString();
-        m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
         m_logSheet->setShowOnlyErrors(OVSettingsTable::value(*domain, "ShowOnlyErrors").toBool());
         m_useAnacron = OVSettingsTable::value(*domain, "UseAnacron").toBool();
     }
@@ -382,7 +310,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     OVSettingsDomain::replace(domain);
 
     if (m_isAuthorized && backupsOn()) {
-        OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), scheduledTypes());
+        OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
     }
 
     // Only the options' OK touches the keychain.
@@ -427,39 +355,12 @@ void OVOrvanePref::hideOptions(QObject *sender)
     m_statusMonitor->startTimer(false);
 }
 
-void OVOrvanePref::createSafetyNetFolder(QObject *sender)
-{
-    Q_UNUSED(sender)
-    m_safetyNet->createSafetyNetFolder();
-}
-
-void OVOrvanePref::openSafetyNetFolder(QObject *sender)
-{
-    Q_UNUSED(sender)
-    m_safetyNet->openSafetyNetFolder();
-}
-
 void OVOrvanePref::chooseSafetyNetFolder(QObject *sender)
 {
     Q_UNUSED(sender)
     if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
         m_optionsSheet->updatePrefsUI();
     }
-}
-
-bool OVOrvanePref::hasBackupType(const QString &type) const
-{
-    return m_backupItems->hasBackupType(type);
-}
-
-bool OVOrvanePref::validateBackupItems() const
-{
-    return m_backupItems->validateBackupItems(m_toast.installed);
-}
-
-void OVOrvanePref::createNewBackupItem()
-{
-    m_backupItems->createNewBackupItem();
 }
 
 void OVOrvanePref::addBackupItem(QObject *sender)
@@ -480,103 +381,29 @@ void OVOrvanePref::showRestore(QObject *sender)
 {
     Q_UNUSED(sender)
     // Restoring reads as the user and changes no setting: no unlock needed.
-    QString path;
-    const int row = m_itemsTable->selectedRow();
-    if (row >= 0 && row < m_backupItems->items().size()) {
-        path = m_backupItems->item(row).sourcePath();
-    }
-    for (int i = 0; path.isEmpty() && i < m_backupItems->items().size(); ++i) {
-        path = m_backupItems->item(i).sourcePath();
-    }
-    if (path.isEmpty()) {
-        path = QDir::homePath();
-    }
-    if (!m_restoreWindow) {
-        m_restoreWindow = new OVRestoreWindow;
-        m_restoreWindow->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    m_restoreWindow->openAt(path);
-    m_restoreWindow->show();
-    m_restoreWindow->raise();
-    m_restoreWindow->activateWindow();
-}
-
-void OVOrvanePref::chooseFolder(int tag)
-{
-    m_itemsTable->chooseFolder(tag);
-}
-
-void OVOrvanePref::openPanelDidEnd(int returnCode, const QString &path)
-{
-    m_itemsTable->openPanelDidEnd(returnCode, path);
-}
-
-void OVOrvanePref::setToastFlag(int tag)
-{
-    m_itemsTable->setToastFlag(tag);
-}
-
-void OVOrvanePref::deleteBackupItem(QObject *sender)
-{
-    Q_UNUSED(sender)
-    m_itemsTable->deleteSelected();
+    m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder());
 }
 
 void OVOrvanePref::verifyToolPermissions()
 {
-    struct stat st;
-    if (::stat(OVFixedPaths::ManualBackupToolPath, &st) == 0 && (st.st_mode & S_ISUID)) {
-        return;
+    if (!OVStartupFiles::manualBackupIsSetUserId()) {
+        OVAlert::show(this, QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
     }
-    showAlertSheet(QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
 }
 
 bool OVOrvanePref::addAutoConnectPassword()
 {
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
-    QString error;
-    switch (OVRemoteServer::addAutoConnectPassword({remote.address, remote.account, remote.volume}, remote.password, &error)) {
-    case OVRemoteServer::StoreResult::Stored:
-        return true;
-    case OVRemoteServer::StoreResult::InvalidAddress:
-        QApplication::beep();
-        showAlertSheet(QMessageBox::Warning, "InvalidServerAddress", "InvalidServerAddressExplanation", QStringLiteral("invalidServerAddressAlert"));
-        return false;
-    case OVRemoteServer::StoreResult::Failed:
-        break;
-    }
-    showAlertSheet(QMessageBox::Warning, "PasswordNotStored", "PasswordNotStoredExplanation", QStringLiteral("passwordNotStoredAlert"))->setInformativeText(error);
-    return false;
+    return m_autoConnect->storePassword({remote.address, remote.account, remote.volume}, remote.password);
 }
 
 void OVOrvanePref::connectToServer(QObject *sender)
 {
     Q_UNUSED(sender)
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
-    if (!remote.isComplete() || !addAutoConnectPassword()) {
-        return;
+    if (remote.isComplete()) {
+        m_autoConnect->connectToServer({remote.address, remote.account, remote.volume}, remote.password);
     }
-    if (!m_remoteConnection) {
-        m_remoteConnection = new OVRemoteConnection(this);
-        connect(m_remoteConnection, &OVRemoteConnection::finished, this, [this](bool ok, const QString &, const QString &message) {
-            if (!ok) {
-                showAlertSheet(QMessageBox::Warning, "ConnectFailed", "ConnectFailedExplanation", QStringLiteral("connectFailedAlert"))
-                    ->setInformativeText(message);
-            }
-        });
-    }
-    m_remoteConnection->connectToServer({remote.address, remote.account, remote.volume});
-}
-
-QMessageBox *OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
-{
-    auto *alert = new QMessageBox(QMessageBox::Icon(icon), OVLocalized(titleKey), OVLocalized(messageKey), QMessageBox::NoButton, this);
-    alert->setObjectName(name);
-    alert->addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
-    alert->setWindowModality(Qt::WindowModal);
-    alert->setAttribute(Qt::WA_DeleteOnClose);
-    alert->open();
-    return alert;
 }
 
 void OVOrvanePref::showEvent(QShowEvent *event)
@@ -597,10 +424,11 @@ bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
             m_savedForClose = false;
         } else if (!m_savedForClose && (event->type() == QEvent::Close || (event->type() == QEvent::Hide && !m_hostWindow->isMinimized()))) {
             m_savedForClose = true;
+            const int mark = m_toolReport->failureCount();
             saveChanges(event, nullptr);
             // The host goes next: its helpers finish first (an agent's
-            // password dialog included).
-            OVToolLauncher::instance()->waitForAll(120000);
+            // password dialog included), and what failed is shown.
+            m_toolReport->finishBeforeClose(m_hostWindow, mark, 120000);
         }
     }
     return KCModule::eventFilter(watched, event);
