@@ -1,5 +1,7 @@
 #include "OVBackupItemModel.h"
 
+#include "OVItemArchive.h"
+
 #include "OVLocalizedStrings.h"
 
 #include <QFileIconProvider>
@@ -344,4 +346,11 @@ QVariant OVBackupItemModel::headerData(int section, Qt::Orientation orientation,
         return OVLocalized("DestinationHeader");
     }
     return QVariant();
+}
+
+bool OVBackupItemModel::loadArchive()
+{
+    const auto items = OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive));
+    setItems(items ? *items : QVector<OVBackupItem>());
+    return items.has_value();
 }

@@ -13,7 +13,6 @@
 #include "OVRestoreWindow.h"
 #include "OVSettingsDomain.h"
 #include "OVSettingsTable.h"
-#include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
 #include "OVToolLauncher.h"
 #include "OVToolReport.h"
@@ -39,20 +38,18 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     // Changes are saved by the pane itself, never by the host's buttons.
     setButtons(NoAdditionalButton);
     m_ui->setupUi(this);
-    m_statusMonitor = new OVStatusMonitor({{{m_ui->lastDailyBackup, m_ui->dailyStatusImage},
-                                            {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage},
-                                            {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
-                                          [this] {
-                                              return m_isAuthorized;
-                                          },
-                                          this);
+    const auto authorized = [this] {
+        return m_isAuthorized;
+    };
+    m_statusMonitor = new OVStatusMonitor(
+        {{{m_ui->lastDailyBackup, m_ui->dailyStatusImage}, {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage}, {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
+        authorized,
+        this);
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     m_updateNotice = new OVUpdateNotice(this);
     m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);
-    m_credits = new OVCredits(m_optionsSheet->creditsTextView(),
-                              m_optionsSheet->tabView(),
-                              OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html")),
-                              this);
+    const QString credits = OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html"));
+    m_credits = new OVCredits(m_optionsSheet->creditsTextView(), m_optionsSheet->tabView(), credits, this);
     m_toolReport = new OVToolReport(m_ui->toolMessage, this);
     m_autoConnect = new OVAutoConnect(this);
     connectControls();
@@ -76,9 +73,9 @@ void OVOrvanePref::connectControls()
     });
     action(m_ui->backupButton, &OVOrvanePref::performBackup);
     action(m_ui->restoreButton, &OVOrvanePref::showRestore);
-    action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
-    action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
-    action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
+    for (QAbstractButton *status : {m_ui->lastDailyBackup, m_ui->lastWeeklyBackup, m_ui->lastMonthlyBackup}) {
+        action(status, &OVOrvanePref::viewLog);
+    }
     connect(m_optionsSheet, &OVOptionsSheet::chooseSafetyNetFolderRequested, this, &OVOrvanePref::chooseSafetyNetFolder);
     connect(m_optionsSheet, &OVOptionsSheet::openSafetyNetFolderRequested, this, &OVOrvanePref::openSafetyNetFolder);
     connect(m_itemsTable, &OVItemsTable::changed, this, &OVOrvanePref::updateUI);
@@ -109,9 +106,7 @@ void OVOrvanePref::mainViewDidLoad()
     const QString home = QDir::homePath();
 
     OVStartupFiles::installAlertSound(home);
-    OVSoundMenu::fill(m_optionsSheet->soundPopUp(),
-                      OVSoundMenu::soundFolders(home),
-                      QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
+    m_optionsSheet->fillSoundPopUp(home);
 
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
@@ -148,9 +143,8 @@ void OVOrvanePref::showLockLook(bool unlocked)
     m_ui->lockButton->setChecked(!unlocked);
 }
 
-void OVOrvanePref::authenticate(QObject *sender)
+void OVOrvanePref::authenticate(QObject *)
 {
-    Q_UNUSED(sender)
     if (m_isAuthorized) {
         saveChanges(nullptr, nullptr);
         removePrivilege();
@@ -186,9 +180,8 @@ bool OVOrvanePref::backupsOn() const
     return m_ui->masterPopUp->currentIndex() == 0;
 }
 
-void OVOrvanePref::masterToggle(QObject *sender)
+void OVOrvanePref::masterToggle(QObject *)
 {
-    Q_UNUSED(sender)
     const bool on = backupsOn();
     if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 1) {
         OVToolLauncher::launch(OVFixedPaths::RemoveScriptsTool);
@@ -247,9 +240,8 @@ void OVOrvanePref::buildManualScript()
     m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName);
 }
 
-void OVOrvanePref::performBackup(QObject *sender)
+void OVOrvanePref::performBackup(QObject *)
 {
-    Q_UNUSED(sender)
     if (!backupsOn()) {
         return;
     }
@@ -265,22 +257,16 @@ void OVOrvanePref::viewLog(QObject *sender)
     }
 }
 
-void OVOrvanePref::hideLogSheet(QObject *sender)
+void OVOrvanePref::hideLogSheet(QObject *)
 {
-    Q_UNUSED(sender)
     saveChanges(nullptr, nullptr);
     m_logSheet->done(QDialog::Accepted);
 }
 
 void OVOrvanePref::loadBackupItems()
 {
-    m_backupItems->setItems({});
-    // An archive that cannot be decoded counts as absent; archive_table
-    // keeps it beside the next one saved, so it is not lost.
-    const auto items = OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive));
-    if (items) {
-        m_backupItems->setItems(*items);
-    } else {
+    // An archive that cannot be decoded counts as absent.
+    if (!m_backupItems->loadArchive()) {
         addBackupItem(this);
     }
 }
@@ -298,9 +284,8 @@ void OVOrvanePref::restoreSavedOptions()
     m_optionsSheet->updatePrefsUI();
 }
 
-bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
+bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 {
-    Q_UNUSED(notification)
     QVariantMap domain = m_optionsSheet->values();
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
@@ -330,9 +315,8 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     return result;
 }
 
-void OVOrvanePref::showOptions(QObject *sender)
+void OVOrvanePref::showOptions(QObject *)
 {
-    Q_UNUSED(sender)
     m_credits->loadCredits();
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
@@ -355,17 +339,15 @@ void OVOrvanePref::hideOptions(QObject *sender)
     m_statusMonitor->startTimer(false);
 }
 
-void OVOrvanePref::chooseSafetyNetFolder(QObject *sender)
+void OVOrvanePref::chooseSafetyNetFolder(QObject *)
 {
-    Q_UNUSED(sender)
     if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
         m_optionsSheet->updatePrefsUI();
     }
 }
 
-void OVOrvanePref::addBackupItem(QObject *sender)
+void OVOrvanePref::addBackupItem(QObject *)
 {
-    Q_UNUSED(sender)
     createNewBackupItem();
     updateUI();
     m_ui->tableView->scrollToBottom();
@@ -377,9 +359,8 @@ void OVOrvanePref::setToastInstalled()
     m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
 }
 
-void OVOrvanePref::showRestore(QObject *sender)
+void OVOrvanePref::showRestore(QObject *)
 {
-    Q_UNUSED(sender)
     // Restoring reads as the user and changes no setting: no unlock needed.
     m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder());
 }
@@ -397,9 +378,8 @@ bool OVOrvanePref::addAutoConnectPassword()
     return m_autoConnect->storePassword({remote.address, remote.account, remote.volume}, remote.password);
 }
 
-void OVOrvanePref::connectToServer(QObject *sender)
+void OVOrvanePref::connectToServer(QObject *)
 {
-    Q_UNUSED(sender)
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
     if (remote.isComplete()) {
         m_autoConnect->connectToServer({remote.address, remote.account, remote.volume}, remote.password);

@@ -453,3 +453,8 @@ QByteArray OVOptionsSheet::manualScript(const QVector<OVBackupItem> &items, cons
     shared.toastApplication = toast;
     return OVScriptBuilder::buildManualScript(items, frequencyOptions(OVFrequency::Manual), shared);
 }
+
+void OVOptionsSheet::fillSoundPopUp(const QString &home)
+{
+    OVSoundMenu::fill(soundPopUp(), OVSoundMenu::soundFolders(home), QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
+}

@@ -79,6 +79,8 @@ public:
 
     void setVersionText(const QString &text);
     void selectSoundTitled(const QString &title);
+    // The sound menu from the system's, the machine's and the user's sounds.
+    void fillSoundPopUp(const QString &home);
     // While anacron runs the schedule, its times are not the pane's to set.
     void setAnacronInControl(bool inControl);
 
