@@ -1,5 +1,7 @@
 #include "OVBackupItemModel.h"
 
+#include "OVItemArchive.h"
+
 #include "OVLocalizedStrings.h"
 
 #include <QFileIconProvider>
@@ -80,6 +82,15 @@ bool OVBackupItemModel::hasBackupType(OVFrequency frequency) const
     return std::any_of(m_items.cbegin(), m_items.cend(), [frequency](const OVBackupItem &item) {
         return item.qualifiesFor(frequency);
     });
+}
+
+std::array<bool, 3> OVBackupItemModel::scheduledTypes() const
+{
+    std::array<bool, 3> types{};
+    for (std::size_t i = 0; i < OVFixedPaths::ScheduledCount; ++i) {
+        types[i] = hasBackupType(OVFixedPaths::Scheduled[i].frequency);
+    }
+    return types;
 }
 
 bool OVBackupItemModel::validateBackupItems(bool toastInstalled) const
@@ -335,4 +346,11 @@ QVariant OVBackupItemModel::headerData(int section, Qt::Orientation orientation,
         return OVLocalized("DestinationHeader");
     }
     return QVariant();
+}
+
+bool OVBackupItemModel::loadArchive()
+{
+    const auto items = OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive));
+    setItems(items ? *items : QVector<OVBackupItem>());
+    return items.has_value();
 }

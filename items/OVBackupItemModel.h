@@ -6,6 +6,7 @@
 #include <QIcon>
 #include <QStringList>
 #include <QVector>
+#include <array>
 
 // Owns the pane's item list in table order, answers the whole-list
 // questions the scripts, schedules and the backup button ask, and gives the
@@ -44,6 +45,12 @@ public:
     // source and a destination or the Toast flag.
     bool hasBackupType(const QString &type) const;
     bool hasBackupType(OVFrequency frequency) const;
+    // hasBackupType for daily, weekly and monthly, in that order.
+    std::array<bool, 3> scheduledTypes() const;
+    // Takes the items of the installed archive; false, with no items, when
+    // there is none or it cannot be decoded (archive_table keeps such a
+    // file beside the next one saved, so it is not lost).
+    bool loadArchive();
     // At least one complete, ticked and enabled manual item, and no ticked
     // and enabled item incomplete.
     bool validateBackupItems(bool toastInstalled) const;

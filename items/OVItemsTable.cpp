@@ -47,6 +47,16 @@ int OVItemsTable::selectedRow() const
     return rows.isEmpty() ? -1 : rows.first().row();
 }
 
+QString OVItemsTable::restoreFolder() const
+{
+    const int row = selectedRow();
+    QString path = row >= 0 && row < m_model->items().size() ? m_model->item(row).sourcePath() : QString();
+    for (int i = 0; path.isEmpty() && i < m_model->items().size(); ++i) {
+        path = m_model->item(i).sourcePath();
+    }
+    return path;
+}
+
 void OVItemsTable::menuEntryChosen(int row, int column, int tag)
 {
     Q_UNUSED(row)

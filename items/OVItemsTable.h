@@ -18,6 +18,9 @@ public:
     OVItemsTable(QTableView *view, QComboBox *frequencyMenu, OVBackupItemModel *model, QObject *parent = nullptr);
 
     int selectedRow() const;
+    // What "Restore…" opens: the selected item's source folder, else the
+    // first item's that has one; empty when none has.
+    QString restoreFolder() const;
     // The folder dialog for the selected row: tag 1 source, 2 destination.
     void chooseFolder(int tag);
     // The dialog ended: OK (1) takes the folder for the selected row.

@@ -1,41 +1,30 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
 #include "OVOrvanePref.h"
 
-#include "OVBackupItemModel.h"
+#include "OVAlert.h"
+#include "OVAutoConnect.h"
 #include "OVBundle.h"
 #include "OVCredits.h"
-#include "OVFolderLabel.h"
 #include "OVHelpSheet.h"
-#include "OVItemDelegate.h"
 #include "OVItemArchive.h"
-#include "OVItemsTable.h"
 #include "OVLocalizedStrings.h"
-#include "OVLock.h"
-#include "OVLogSheet.h"
 #include "OVOptionsSheet.h"
-#include "OVRemoteServer.h"
 #include "OVRestoreWindow.h"
-#include "OVSafetyNet.h"
-#include "OVScheduleTables.h"
-#include "OVScriptBuilder.h"
 #include "OVSettingsDomain.h"
 #include "OVSettingsTable.h"
-#include "OVSoundMenu.h"
 #include "OVStartupFiles.h"
-#include "OVStatusMonitor.h"
 #include "OVToolLauncher.h"
+#include "OVToolReport.h"
 #include "OVUpdateNotice.h"
 #include "ovfixedpaths.h"
 #include "ui_orvanepref.h"
 
-#include <QApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QMessageBox>
 #include <QTabWidget>
 #include <QTextBrowser>
 #include <QTimer>
-
-#include <sys/stat.h>
 
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     : KCModule(parent, args)
@@ -49,20 +38,20 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     // Changes are saved by the pane itself, never by the host's buttons.
     setButtons(NoAdditionalButton);
     m_ui->setupUi(this);
-    m_statusMonitor = new OVStatusMonitor({{{m_ui->lastDailyBackup, m_ui->dailyStatusImage},
-                                            {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage},
-                                            {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
-                                          [this] {
-                                              return m_isAuthorized;
-                                          },
-                                          this);
+    const auto authorized = [this] {
+        return m_isAuthorized;
+    };
+    m_statusMonitor = new OVStatusMonitor(
+        {{{m_ui->lastDailyBackup, m_ui->dailyStatusImage}, {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage}, {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
+        authorized,
+        this);
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     m_updateNotice = new OVUpdateNotice(this);
     m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);
-    m_credits = new OVCredits(m_optionsSheet->creditsTextView(),
-                              m_optionsSheet->tabView(),
-                              OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html")),
-                              this);
+    const QString credits = OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html"));
+    m_credits = new OVCredits(m_optionsSheet->creditsTextView(), m_optionsSheet->tabView(), credits, this);
+    m_toolReport = new OVToolReport(m_ui->toolMessage, this);
+    m_autoConnect = new OVAutoConnect(this);
     connectControls();
     mainViewDidLoad();
 }
@@ -84,9 +73,9 @@ void OVOrvanePref::connectControls()
     });
     action(m_ui->backupButton, &OVOrvanePref::performBackup);
     action(m_ui->restoreButton, &OVOrvanePref::showRestore);
-    action(m_ui->lastDailyBackup, &OVOrvanePref::viewLog);
-    action(m_ui->lastWeeklyBackup, &OVOrvanePref::viewLog);
-    action(m_ui->lastMonthlyBackup, &OVOrvanePref::viewLog);
+    for (QAbstractButton *status : {m_ui->lastDailyBackup, m_ui->lastWeeklyBackup, m_ui->lastMonthlyBackup}) {
+        action(status, &OVOrvanePref::viewLog);
+    }
     connect(m_optionsSheet, &OVOptionsSheet::chooseSafetyNetFolderRequested, this, &OVOrvanePref::chooseSafetyNetFolder);
     connect(m_optionsSheet, &OVOptionsSheet::openSafetyNetFolderRequested, this, &OVOrvanePref::openSafetyNetFolder);
     connect(m_itemsTable, &OVItemsTable::changed, this, &OVOrvanePref::updateUI);
@@ -117,9 +106,7 @@ void OVOrvanePref::mainViewDidLoad()
     const QString home = QDir::homePath();
 
     OVStartupFiles::installAlertSound(home);
-    OVSoundMenu::fill(m_optionsSheet->soundPopUp(),
-                      OVSoundMenu::soundFolders(home),
-                      QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
+    m_optionsSheet->fillSoundPopUp(home);
 
     OVStartupFiles::createSupportFolders();
     loadBackupItems();
@@ -149,21 +136,6 @@ void OVOrvanePref::mainViewDidLoad()
     OVStartupFiles::removeLeftoverScripts();
 }
 
-bool OVOrvanePref::isAdminUser() const
-{
-    return OVLock::isAdminUser();
-}
-
-void OVOrvanePref::initPrivilege()
-{
-    m_lock->initPrivilege();
-}
-
-void OVOrvanePref::authorizationChanged(bool authorized)
-{
-    m_isAuthorized = authorized;
-}
-
 void OVOrvanePref::showLockLook(bool unlocked)
 {
     m_ui->lockLabel->setText(OVLocalized(unlocked ? "PreventChanges" : "MakeChanges"));
@@ -171,9 +143,8 @@ void OVOrvanePref::showLockLook(bool unlocked)
     m_ui->lockButton->setChecked(!unlocked);
 }
 
-void OVOrvanePref::authenticate(QObject *sender)
+void OVOrvanePref::authenticate(QObject *)
 {
-    Q_UNUSED(sender)
     if (m_isAuthorized) {
         saveChanges(nullptr, nullptr);
         removePrivilege();
@@ -209,9 +180,8 @@ bool OVOrvanePref::backupsOn() const
     return m_ui->masterPopUp->currentIndex() == 0;
 }
 
-void OVOrvanePref::masterToggle(QObject *sender)
+void OVOrvanePref::masterToggle(QObject *)
 {
-    Q_UNUSED(sender)
     const bool on = backupsOn();
     if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 1) {
         OVToolLauncher::launch(OVFixedPaths::RemoveScriptsTool);
@@ -245,38 +215,14 @@ void OVOrvanePref::updateUI()
     m_ui->backupButton->setEnabled(on && validateBackupItems() && m_isAuthorized && !isBackupRunning());
 }
 
-bool OVOrvanePref::isBackupRunning()
-{
-    return m_statusMonitor->isBackupRunning();
-}
-
-void OVOrvanePref::updateLogButtons()
-{
-    m_statusMonitor->updateLogButtons();
-}
-
-std::array<bool, 3> OVOrvanePref::scheduledTypes() const
-{
-    std::array<bool, 3> types{};
-    for (std::size_t i = 0; i < OVFixedPaths::ScheduledCount; ++i) {
-        types[i] = m_backupItems->hasBackupType(OVFixedPaths::Scheduled[i].frequency);
-    }
-    return types;
-}
-
 void OVOrvanePref::buildCrontab()
 {
-    OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), scheduledTypes());
-}
-
-void OVOrvanePref::restoreCrontab()
-{
-    OVScheduleTables::restoreCrontab();
+    OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
 }
 
 bool OVOrvanePref::buildAnacrontab()
 {
-    if (!OVScheduleTables::buildAnacrontab(scheduledTypes())) {
+    if (!OVScheduleTables::buildAnacrontab(m_backupItems->scheduledTypes())) {
         // Anacron is gone: cron takes the schedule back.
         m_useAnacron = false;
         return false;
@@ -284,44 +230,24 @@ bool OVOrvanePref::buildAnacrontab()
     return true;
 }
 
-bool OVOrvanePref::restoreAnacrontab()
-{
-    return OVScheduleTables::restoreAnacrontab();
-}
-
-void OVOrvanePref::installCrontab()
-{
-    OVScheduleTables::installCrontab();
-}
-
 void OVOrvanePref::buildScheduledScripts()
 {
-    OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
-    shared.toastApplication = m_toast.applicationName;
-    m_scheduledScripts = OVScriptBuilder::buildScheduledScripts(
-        m_backupItems->items(),
-        [this](OVFrequency frequency) {
-            return m_optionsSheet->frequencyOptions(frequency);
-        },
-        shared);
+    m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName);
 }
 
 void OVOrvanePref::buildManualScript()
 {
-    OVScriptBuilder::SharedOptions shared = m_optionsSheet->sharedOptions();
-    shared.toastApplication = m_toast.applicationName;
-    m_manualScript = OVScriptBuilder::buildManualScript(m_backupItems->items(), m_optionsSheet->frequencyOptions(OVFrequency::Manual), shared);
+    m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName);
 }
 
-void OVOrvanePref::performBackup(QObject *sender)
+void OVOrvanePref::performBackup(QObject *)
 {
-    Q_UNUSED(sender)
     if (!backupsOn()) {
         return;
     }
     buildManualScript();
     OVToolLauncher::launch(OVFixedPaths::ManualBackupTool, m_manualScript);
-    showAlertSheet(QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
+    OVAlert::show(this, QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
 }
 
 void OVOrvanePref::viewLog(QObject *sender)
@@ -331,22 +257,16 @@ void OVOrvanePref::viewLog(QObject *sender)
     }
 }
 
-void OVOrvanePref::hideLogSheet(QObject *sender)
+void OVOrvanePref::hideLogSheet(QObject *)
 {
-    Q_UNUSED(sender)
     saveChanges(nullptr, nullptr);
     m_logSheet->done(QDialog::Accepted);
 }
 
 void OVOrvanePref::loadBackupItems()
 {
-    m_backupItems->setItems({});
-    // An archive that cannot be decoded counts as absent; archive_table
-    // keeps it beside the next one saved, so it is not lost.
-    const auto items = OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive));
-    if (items) {
-        m_backupItems->setItems(*items);
-    } else {
+    // An archive that cannot be decoded counts as absent.
+    if (!m_backupItems->loadArchive()) {
         addBackupItem(this);
     }
 }
@@ -354,14 +274,8 @@ void OVOrvanePref::loadBackupItems()
 void OVOrvanePref::restoreSavedOptions()
 {
     const auto domain = OVSettingsDomain::read();
-    if (!OVBundle::infoDictionary().isEmpty()) {
-        m_optionsSheet->setVersionText(OVLocalized("Version") + OVBundle::shortVersion());
-    }
-    m_optionsSheet->selectSoundTitled(QStringLiteral("Magic Bell"));
+    m_optionsSheet->restoreSaved(domain);
     if (domain) {
-        m_optionsSheet->restore(*domain);
-        const QString folder = OVSettingsTable::value(*domain, "SafetyNetFolder").toString();
-        m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
         m_logSheet->setShowOnlyErrors(OVSettingsTable::value(*domain, "ShowOnlyErrors").toBool());
         m_useAnacron = OVSettingsTable::value(*domain, "UseAnacron").toBool();
     }
@@ -370,9 +284,8 @@ void OVOrvanePref::restoreSavedOptions()
     m_optionsSheet->updatePrefsUI();
 }
 
-bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
+bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 {
-    Q_UNUSED(notification)
     QVariantMap domain = m_optionsSheet->values();
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
@@ -382,7 +295,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     OVSettingsDomain::replace(domain);
 
     if (m_isAuthorized && backupsOn()) {
-        OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), scheduledTypes());
+        OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
     }
 
     // Only the options' OK touches the keychain.
@@ -402,9 +315,8 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
     return result;
 }
 
-void OVOrvanePref::showOptions(QObject *sender)
+void OVOrvanePref::showOptions(QObject *)
 {
-    Q_UNUSED(sender)
     m_credits->loadCredits();
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
@@ -427,44 +339,15 @@ void OVOrvanePref::hideOptions(QObject *sender)
     m_statusMonitor->startTimer(false);
 }
 
-void OVOrvanePref::createSafetyNetFolder(QObject *sender)
+void OVOrvanePref::chooseSafetyNetFolder(QObject *)
 {
-    Q_UNUSED(sender)
-    m_safetyNet->createSafetyNetFolder();
-}
-
-void OVOrvanePref::openSafetyNetFolder(QObject *sender)
-{
-    Q_UNUSED(sender)
-    m_safetyNet->openSafetyNetFolder();
-}
-
-void OVOrvanePref::chooseSafetyNetFolder(QObject *sender)
-{
-    Q_UNUSED(sender)
     if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
         m_optionsSheet->updatePrefsUI();
     }
 }
 
-bool OVOrvanePref::hasBackupType(const QString &type) const
+void OVOrvanePref::addBackupItem(QObject *)
 {
-    return m_backupItems->hasBackupType(type);
-}
-
-bool OVOrvanePref::validateBackupItems() const
-{
-    return m_backupItems->validateBackupItems(m_toast.installed);
-}
-
-void OVOrvanePref::createNewBackupItem()
-{
-    m_backupItems->createNewBackupItem();
-}
-
-void OVOrvanePref::addBackupItem(QObject *sender)
-{
-    Q_UNUSED(sender)
     createNewBackupItem();
     updateUI();
     m_ui->tableView->scrollToBottom();
@@ -476,107 +359,31 @@ void OVOrvanePref::setToastInstalled()
     m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
 }
 
-void OVOrvanePref::showRestore(QObject *sender)
+void OVOrvanePref::showRestore(QObject *)
 {
-    Q_UNUSED(sender)
     // Restoring reads as the user and changes no setting: no unlock needed.
-    QString path;
-    const int row = m_itemsTable->selectedRow();
-    if (row >= 0 && row < m_backupItems->items().size()) {
-        path = m_backupItems->item(row).sourcePath();
-    }
-    for (int i = 0; path.isEmpty() && i < m_backupItems->items().size(); ++i) {
-        path = m_backupItems->item(i).sourcePath();
-    }
-    if (path.isEmpty()) {
-        path = QDir::homePath();
-    }
-    if (!m_restoreWindow) {
-        m_restoreWindow = new OVRestoreWindow;
-        m_restoreWindow->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    m_restoreWindow->openAt(path);
-    m_restoreWindow->show();
-    m_restoreWindow->raise();
-    m_restoreWindow->activateWindow();
-}
-
-void OVOrvanePref::chooseFolder(int tag)
-{
-    m_itemsTable->chooseFolder(tag);
-}
-
-void OVOrvanePref::openPanelDidEnd(int returnCode, const QString &path)
-{
-    m_itemsTable->openPanelDidEnd(returnCode, path);
-}
-
-void OVOrvanePref::setToastFlag(int tag)
-{
-    m_itemsTable->setToastFlag(tag);
-}
-
-void OVOrvanePref::deleteBackupItem(QObject *sender)
-{
-    Q_UNUSED(sender)
-    m_itemsTable->deleteSelected();
+    m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder());
 }
 
 void OVOrvanePref::verifyToolPermissions()
 {
-    struct stat st;
-    if (::stat(OVFixedPaths::ManualBackupToolPath, &st) == 0 && (st.st_mode & S_ISUID)) {
-        return;
+    if (!OVStartupFiles::manualBackupIsSetUserId()) {
+        OVAlert::show(this, QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
     }
-    showAlertSheet(QMessageBox::Critical, "InstallationProblem", "NeedToReinstall", QStringLiteral("installationProblemAlert"));
 }
 
 bool OVOrvanePref::addAutoConnectPassword()
 {
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
-    QString error;
-    switch (OVRemoteServer::addAutoConnectPassword({remote.address, remote.account, remote.volume}, remote.password, &error)) {
-    case OVRemoteServer::StoreResult::Stored:
-        return true;
-    case OVRemoteServer::StoreResult::InvalidAddress:
-        QApplication::beep();
-        showAlertSheet(QMessageBox::Warning, "InvalidServerAddress", "InvalidServerAddressExplanation", QStringLiteral("invalidServerAddressAlert"));
-        return false;
-    case OVRemoteServer::StoreResult::Failed:
-        break;
-    }
-    showAlertSheet(QMessageBox::Warning, "PasswordNotStored", "PasswordNotStoredExplanation", QStringLiteral("passwordNotStoredAlert"))->setInformativeText(error);
-    return false;
+    return m_autoConnect->storePassword({remote.address, remote.account, remote.volume}, remote.password);
 }
 
-void OVOrvanePref::connectToServer(QObject *sender)
+void OVOrvanePref::connectToServer(QObject *)
 {
-    Q_UNUSED(sender)
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
-    if (!remote.isComplete() || !addAutoConnectPassword()) {
-        return;
+    if (remote.isComplete()) {
+        m_autoConnect->connectToServer({remote.address, remote.account, remote.volume}, remote.password);
     }
-    if (!m_remoteConnection) {
-        m_remoteConnection = new OVRemoteConnection(this);
-        connect(m_remoteConnection, &OVRemoteConnection::finished, this, [this](bool ok, const QString &, const QString &message) {
-            if (!ok) {
-                showAlertSheet(QMessageBox::Warning, "ConnectFailed", "ConnectFailedExplanation", QStringLiteral("connectFailedAlert"))
-                    ->setInformativeText(message);
-            }
-        });
-    }
-    m_remoteConnection->connectToServer({remote.address, remote.account, remote.volume});
-}
-
-QMessageBox *OVOrvanePref::showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name)
-{
-    auto *alert = new QMessageBox(QMessageBox::Icon(icon), OVLocalized(titleKey), OVLocalized(messageKey), QMessageBox::NoButton, this);
-    alert->setObjectName(name);
-    alert->addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
-    alert->setWindowModality(Qt::WindowModal);
-    alert->setAttribute(Qt::WA_DeleteOnClose);
-    alert->open();
-    return alert;
 }
 
 void OVOrvanePref::showEvent(QShowEvent *event)
@@ -597,10 +404,11 @@ bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
             m_savedForClose = false;
         } else if (!m_savedForClose && (event->type() == QEvent::Close || (event->type() == QEvent::Hide && !m_hostWindow->isMinimized()))) {
             m_savedForClose = true;
+            const int mark = m_toolReport->failureCount();
             saveChanges(event, nullptr);
             // The host goes next: its helpers finish first (an agent's
-            // password dialog included).
-            OVToolLauncher::instance()->waitForAll(120000);
+            // password dialog included), and what failed is shown.
+            m_toolReport->finishBeforeClose(m_hostWindow, mark, 120000);
         }
     }
     return KCModule::eventFilter(watched, event);

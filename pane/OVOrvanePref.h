@@ -1,10 +1,17 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "OVBackupItemModel.h"
+#include "OVItemsTable.h"
+#include "OVLock.h"
+#include "OVLogSheet.h"
+#include "OVSafetyNet.h"
+#include "OVScheduleTables.h"
+#include "OVStatusMonitor.h"
 #include "OVToast.h"
 
 #include <KCModule>
-
-class OVRestoreWindow;
 
 #include <QPointer>
 #include <QVariantMap>
@@ -12,17 +19,12 @@ class OVRestoreWindow;
 #include <memory>
 #include <optional>
 
-class OVBackupItemModel;
-class OVItemsTable;
+class OVAutoConnect;
 class OVCredits;
 class OVHelpSheet;
-class OVLock;
-class QMessageBox;
-class OVLogSheet;
 class OVOptionsSheet;
-class OVRemoteConnection;
-class OVSafetyNet;
-class OVStatusMonitor;
+class OVRestoreWindow;
+class OVToolReport;
 class OVUpdateNotice;
 
 namespace Ui
@@ -50,9 +52,9 @@ public:
     bool saveChanges(QEvent *notification, QObject *sender);
 
     OVBackupItemModel *backupItems() const { return m_backupItems; }
-    bool hasBackupType(const QString &type) const;
-    bool validateBackupItems() const;
-    void createNewBackupItem();
+    bool hasBackupType(const QString &type) const { return m_backupItems->hasBackupType(type); }
+    bool validateBackupItems() const { return m_backupItems->validateBackupItems(m_toast.installed); }
+    void createNewBackupItem() { m_backupItems->createNewBackupItem(); }
     bool isAuthorized() const { return m_isAuthorized; }
     bool isToastInstalled() const { return m_toast.installed; }
     QString fullPathToToast() const { return m_toast.fullPath; }
@@ -72,24 +74,24 @@ public:
     void restoreSavedOptions();
 
     // The lock.
-    bool isAdminUser() const;
-    void initPrivilege();
+    bool isAdminUser() const { return OVLock::isAdminUser(); }
+    void initPrivilege() { m_lock->initPrivilege(); }
     void removePrivilege();
-    void authorizationChanged(bool authorized);
+    void authorizationChanged(bool authorized) { m_isAuthorized = authorized; }
     // Lets the table's rows be selected and edited, or not.
     void setTableEnabled(bool enabled);
 
     // Refreshes the enabled states after the items or their validity change.
     void updateUI();
-    bool isBackupRunning();
-    void updateLogButtons();
+    bool isBackupRunning() { return m_statusMonitor->isBackupRunning(); }
+    void updateLogButtons() { m_statusMonitor->updateLogButtons(); }
 
     // The schedule: the pane's lines in the crontab or the anacron table.
     void buildCrontab();
-    void restoreCrontab();
+    void restoreCrontab() { OVScheduleTables::restoreCrontab(); }
     bool buildAnacrontab();
-    bool restoreAnacrontab();
-    void installCrontab();
+    bool restoreAnacrontab() { return OVScheduleTables::restoreAnacrontab(); }
+    void installCrontab() { OVScheduleTables::installCrontab(); }
 
     // The backup scripts: the three scheduled ones into /tmp for
     // install_scripts, and the manual one for manual_backup.
@@ -103,13 +105,13 @@ public Q_SLOTS:
     // The master switch; also re-applies every enabled state.
     void masterToggle(QObject *sender);
     void addBackupItem(QObject *sender);
-    void deleteBackupItem(QObject *sender);
+    void deleteBackupItem(QObject *) { m_itemsTable->deleteSelected(); }
     // The folder dialog for the selected row: tag 1 source, 2 destination.
-    void chooseFolder(int tag);
+    void chooseFolder(int tag) { m_itemsTable->chooseFolder(tag); }
     // The dialog ended: OK (1) takes the folder for the selected row.
-    void openPanelDidEnd(int returnCode, const QString &path);
+    void openPanelDidEnd(int returnCode, const QString &path) { m_itemsTable->openPanelDidEnd(returnCode, path); }
     // Tag 6 (the Toast entry) sets the selected row's Toast flag; any other clears it.
-    void setToastFlag(int tag);
+    void setToastFlag(int tag) { m_itemsTable->setToastFlag(tag); }
     // Backs up the manual items now.
     void performBackup(QObject *sender);
     void viewLog(QObject *sender);
@@ -119,8 +121,8 @@ public Q_SLOTS:
     // OK (tag 0) stores and applies the settings; anything else throws the
     // edits away.
     void hideOptions(QObject *sender);
-    void createSafetyNetFolder(QObject *sender);
-    void openSafetyNetFolder(QObject *sender);
+    void createSafetyNetFolder(QObject *) { m_safetyNet->createSafetyNetFolder(); }
+    void openSafetyNetFolder(QObject *) { m_safetyNet->openSafetyNetFolder(); }
     void chooseSafetyNetFolder(QObject *sender);
     // Connect: stores the server's password and mounts its volume now.
     void connectToServer(QObject *sender);
@@ -135,11 +137,8 @@ private:
     void loadBackupItems();
     void connectControls();
     bool backupsOn() const;
-    // An alert on the pane's window with one OK button; icon is a QMessageBox::Icon.
-    QMessageBox *showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name);
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
-    std::array<bool, 3> scheduledTypes() const;
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
     QPointer<OVRestoreWindow> m_restoreWindow;
@@ -153,6 +152,8 @@ private:
     OVUpdateNotice *m_updateNotice;
     OVHelpSheet *m_helpSheet;
     OVCredits *m_credits;
+    OVToolReport *m_toolReport;
+    OVAutoConnect *m_autoConnect;
     std::optional<QVariantMap> m_savedSettings;
     bool m_isAuthorized = false;
     OVToast::Detection m_toast;
@@ -164,7 +165,6 @@ private:
     // destroys the module before the application quits).
     QPointer<QWidget> m_hostWindow;
     bool m_savedForClose = false;
-    OVRemoteConnection *m_remoteConnection = nullptr;
     // Stores the auto-connect password from the options' fields; false (with
     // an alert) when the address is invalid or the store refused it.
     bool addAutoConnectPassword();

@@ -41,6 +41,12 @@ void createSupportFolders()
     }
 }
 
+bool manualBackupIsSetUserId()
+{
+    struct stat st;
+    return ::stat(OVFixedPaths::ManualBackupToolPath, &st) == 0 && (st.st_mode & S_ISUID);
+}
+
 void removeLeftoverScripts()
 {
     for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {

@@ -14,4 +14,6 @@ void installAlertSound(const QString &home);
 void createSupportFolders();
 // Temporary scripts a previous session left in /tmp.
 void removeLeftoverScripts();
+// manual_backup carries its set-user-ID bit (false when it cannot be read).
+bool manualBackupIsSetUserId();
 }

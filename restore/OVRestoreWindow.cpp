@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 
 #include "OVRestoreWindow.h"
+
+#include <QDir>
 #include "ui_restorewindow.h"
 
 #include "OVLocalizedStrings.h"
@@ -466,4 +468,17 @@ void OVRestoreWindow::closeEvent(QCloseEvent *event)
         m_thread->wait();
     }
     QWidget::closeEvent(event);
+}
+
+OVRestoreWindow *OVRestoreWindow::showAt(OVRestoreWindow *window, const QString &path)
+{
+    if (!window) {
+        window = new OVRestoreWindow;
+        window->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    window->openAt(path.isEmpty() ? QDir::homePath() : path);
+    window->show();
+    window->raise();
+    window->activateWindow();
+    return window;
 }

@@ -36,6 +36,9 @@ public:
     // Shows the backups of the source folder holding the path, with the
     // path selected.
     void openAt(const QString &path);
+    // Shows window (made when null) at path, or at the home folder when path
+    // is empty, in front; returns it. It deletes itself when closed.
+    static OVRestoreWindow *showAt(OVRestoreWindow *window, const QString &path);
 
     // What the window shows, for those who drive it.
     QString sourceRoot() const { return m_sources.sourceRoot; }

@@ -1,5 +1,6 @@
 #include "OVOptionsSheet.h"
 
+#include "OVBundle.h"
 #include "OVLocalizedStrings.h"
 #include "OVSafetyNet.h"
 #include "OVSoundMenu.h"
@@ -419,4 +420,41 @@ void OVOptionsSheet::showEvent(QShowEvent *event)
         bar->setPalette(barPalette);
     }
     fitToCurrentTab();
+}
+
+void OVOptionsSheet::restoreSaved(const std::optional<QVariantMap> &domain)
+{
+    if (!OVBundle::infoDictionary().isEmpty()) {
+        setVersionText(OVLocalized("Version") + OVBundle::shortVersion());
+    }
+    selectSoundTitled(QStringLiteral("Magic Bell"));
+    if (domain) {
+        restore(*domain);
+        const QString folder = OVSettingsTable::value(*domain, "SafetyNetFolder").toString();
+        m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
+    }
+}
+
+QList<QPair<QByteArray, QByteArray>> OVOptionsSheet::scheduledScripts(const QVector<OVBackupItem> &items, const QString &toast) const
+{
+    OVScriptBuilder::SharedOptions shared = sharedOptions();
+    shared.toastApplication = toast;
+    return OVScriptBuilder::buildScheduledScripts(
+        items,
+        [this](OVFrequency frequency) {
+            return frequencyOptions(frequency);
+        },
+        shared);
+}
+
+QByteArray OVOptionsSheet::manualScript(const QVector<OVBackupItem> &items, const QString &toast) const
+{
+    OVScriptBuilder::SharedOptions shared = sharedOptions();
+    shared.toastApplication = toast;
+    return OVScriptBuilder::buildManualScript(items, frequencyOptions(OVFrequency::Manual), shared);
+}
+
+void OVOptionsSheet::fillSoundPopUp(const QString &home)
+{
+    OVSoundMenu::fill(soundPopUp(), OVSoundMenu::soundFolders(home), QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
 }

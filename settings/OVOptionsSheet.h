@@ -3,6 +3,7 @@
 #include <QDialog>
 #include <QVariantMap>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "OVScheduleTables.h"
@@ -53,6 +54,9 @@ public:
     // their absent values (OVSettingsTable), and an index beyond its pop-up
     // is ignored.
     void restore(const QVariantMap &domain);
+    // What start-up and Cancel put back: the version, the bell selected,
+    // then the stored domain when there is one, with its Safety Net folder.
+    void restoreSaved(const std::optional<QVariantMap> &domain);
     // The settings held by the sheet's controls: every key of the settings
     // table but the pane's own five.
     QVariantMap values() const;
@@ -61,6 +65,11 @@ public:
     // and the options all scripts share (the Safety Net folder included).
     OVScriptBuilder::FrequencyOptions frequencyOptions(OVFrequency frequency) const;
     OVScriptBuilder::SharedOptions sharedOptions() const;
+    // The save's scripts from items with these options (toast: the Toast
+    // application's name, or empty): the scheduled ones for install_scripts,
+    // the manual one for manual_backup.
+    QList<QPair<QByteArray, QByteArray>> scheduledScripts(const QVector<OVBackupItem> &items, const QString &toast) const;
+    QByteArray manualScript(const QVector<OVBackupItem> &items, const QString &toast) const;
     // Opens the sheet on its first tab.
     void openOnFirstTab();
 
@@ -70,6 +79,8 @@ public:
 
     void setVersionText(const QString &text);
     void selectSoundTitled(const QString &title);
+    // The sound menu from the system's, the machine's and the user's sounds.
+    void fillSoundPopUp(const QString &home);
     // While anacron runs the schedule, its times are not the pane's to set.
     void setAnacronInControl(bool inControl);
 

@@ -4,9 +4,17 @@
 #include "OVBackupItemModel.h"
 #include "OVLock.h"
 #include "OVOrvanePref.h"
+#include "OVItemArchive.h"
 #include "OVSettingsDomain.h"
+#include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
-#include "ui_orvanepref.h"
+
+#include <KMessageWidget>
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QTimer>
+#include <QVBoxLayout>
 
 #include <QComboBox>
 #include <QDir>
@@ -17,6 +25,7 @@
 #include <QTest>
 #include <QToolButton>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 class TestLock : public QObject
@@ -29,11 +38,13 @@ class TestLock : public QObject
         return pane.findChild<T *>(QString::fromLatin1(name));
     }
 
-    static void touch(const QString &path, const QByteArray &contents = QByteArray("x"))
+    static QString ownerAndMode(const char *file)
     {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(contents);
+        struct stat st;
+        if (::lstat(file, &st) != 0) {
+            return QStringLiteral("missing");
+        }
+        return QStringLiteral("%1:%2 %3").arg(st.st_uid).arg(st.st_gid).arg(st.st_mode & 07777, 0, 8);
     }
 
     // Each control named by the master switch's rules, enabled or not.
@@ -67,20 +78,6 @@ private Q_SLOTS:
         QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
         QVERIFY2(getuid() != 0, "polkitd allows root anything: run as an administrator who is not root");
         OVSettingsDomain::remove();
-        QDir(QString::fromUtf8(OVFixedPaths::SupportFolder)).removeRecursively();
-        QFile::remove(QString::fromUtf8(OVFixedPaths::TmpItemsArchive));
-    }
-
-    void adminGroups()
-    {
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann lpadmin\n")));
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann admin")));
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann cdrom sudo\n")));
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("wheel")));
-        QVERIFY(!OVLock::isAdminGroupList(QStringLiteral("ann sudoers wheelchair\n")));
-        QVERIFY(!OVLock::isAdminGroupList(QString()));
-        // This test runs as a member of sudo.
-        QVERIFY(OVLock::isAdminUser());
     }
 
     void grantedUnlockThenLock()
@@ -106,7 +103,9 @@ private Q_SLOTS:
         QCOMPARE(label->text(), QStringLiteral("Click the lock to make changes."));
         QVERIFY(OVSettingsDomain::read());
         QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("Locked")).toBool());
-        QVERIFY(QFile::exists(QString::fromUtf8(OVFixedPaths::TmpItemsArchive)));
+        // The save's items went into place through archive_table, as root's.
+        QTRY_COMPARE_WITH_TIMEOUT(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"), 10000);
+        QVERIFY(OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive)));
         QVERIFY(!control<QPushButton>(pane, "optionsButton")->isEnabled());
 
         // A second unlock goes to polkit again.
@@ -150,12 +149,12 @@ private Q_SLOTS:
     void enablingFollowsLockAndMaster()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}, {QStringLiteral("Master"), 0}}));
-        OVOrvanePref pane(nullptr, {});
-        // Every frequency has finished a backup, so its button may be used.
+        // Every frequency has finished a backup (run_lock_test.sh wrote the
+        // markers as root), so its button may be used.
         for (const char *folder : {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
-            touch(QString::fromUtf8(folder) + QStringLiteral("/.lastbackup"), "12/31/05\n");
+            QVERIFY(QFile::exists(QString::fromUtf8(folder) + QStringLiteral("/.lastbackup")));
         }
-        pane.masterToggle(&pane);
+        OVOrvanePref pane(nullptr, {});
 
         // One item: it cannot be deleted.
         QCOMPARE(enabledStates(pane), expect(true, true, false, true, true, true));
@@ -181,26 +180,110 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         const QStringList installed{QString::fromUtf8(OVFixedPaths::DailyScript), QString::fromUtf8(OVFixedPaths::WeeklyScript),
                                     QString::fromUtf8(OVFixedPaths::MonthlyScript)};
-        for (const QString &script : installed) {
-            touch(script, "#!/usr/bin/ruby\n");
-        }
+        auto saveThreeSchedules = [&] {
+            QVector<OVBackupItem> items;
+            for (OVFrequency frequency : {OVFrequency::Daily, OVFrequency::Weekly, OVFrequency::Monthly}) {
+                OVBackupItem item;
+                item.setFrequencyColumn(int(frequency));
+                item.setCheckColumn(true);
+                item.setSourcePath(QDir::homePath());
+                item.setDestPath(QStringLiteral("/tmp"));
+                items.append(item);
+            }
+            pane.backupItems()->setItems(items);
+            pane.saveChanges(nullptr, nullptr);
+            QVERIFY(OVToolLauncher::instance()->waitForAll(10000));
+            for (const QString &script : installed) {
+                QVERIFY2(QFile::exists(script), qPrintable(control<KMessageWidget>(pane, "toolMessage")->text()));
+            }
+        };
+        saveThreeSchedules();
         auto *master = control<QComboBox>(pane, "masterPopUp");
         master->setCurrentIndex(1);
         pane.masterToggle(master);
         for (const QString &script : installed) {
-            QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(script), 5000);
+            QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(script), 10000);
         }
         // Repeatable: switching off again runs the removal again.
-        touch(installed.first(), "#!/usr/bin/ruby\n");
+        master->setCurrentIndex(0);
         pane.masterToggle(master);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(installed.first()), 5000);
+        saveThreeSchedules();
+        master->setCurrentIndex(1);
+        pane.masterToggle(master);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(installed.first()), 10000);
 
         // Locked, the switch changes nothing on disk.
-        pane.removePrivilege();
-        touch(installed.first(), "#!/usr/bin/ruby\n");
+        master->setCurrentIndex(0);
         pane.masterToggle(master);
-        QTest::qWait(500);
+        saveThreeSchedules();
+        pane.removePrivilege();
+        master->setCurrentIndex(1);
+        pane.masterToggle(master);
+        QVERIFY(OVToolLauncher::instance()->waitForAll(10000));
         QVERIFY(QFile::exists(installed.first()));
+    }
+
+    // What root runs or reads stays root's alone through an administrator's
+    // start-up: the pane, not being root, can neither make nor loosen them.
+    void foldersStayRootsAlone()
+    {
+        auto check = [] {
+            QCOMPARE(ownerAndMode(OVFixedPaths::ApplicationSupportFolder), QStringLiteral("0:0 755"));
+            for (const char *folder : {OVFixedPaths::SupportFolder, OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
+                QCOMPARE(ownerAndMode(folder), QStringLiteral("0:0 775"));
+                QVERIFY2(::access(folder, W_OK) != 0, folder);
+            }
+        };
+        check();
+        QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
+        {
+            OVOrvanePref pane(nullptr, {});
+            QVERIFY(pane.isAuthorized());
+            pane.saveChanges(nullptr, nullptr);
+            QVERIFY(OVToolLauncher::instance()->waitForAll(10000));
+        }
+        check();
+        for (const char *script : {OVFixedPaths::DailyScript, OVFixedPaths::WeeklyScript, OVFixedPaths::MonthlyScript}) {
+            if (QFile::exists(QString::fromUtf8(script))) {
+                QCOMPARE(ownerAndMode(script), QStringLiteral("0:0 700"));
+            }
+        }
+    }
+
+    // Polkit says no (the unlock kept from earlier has run out): the helper's
+    // refusal reaches the module, naming what was not done.
+    void refusedHelperShowsItsMessage()
+    {
+        QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
+        OVOrvanePref pane(nullptr, {});
+        QVERIFY(pane.isAuthorized());
+        auto *message = control<KMessageWidget>(pane, "toolMessage");
+        QVERIFY(message);
+        QVERIFY(!message->isVisibleTo(&pane));
+        pane.saveChanges(nullptr, nullptr);
+        QVERIFY(OVToolLauncher::instance()->waitForAll(10000));
+        QTRY_VERIFY(message->isVisibleTo(&pane));
+        QCOMPARE(message->messageType(), KMessageWidget::Error);
+        QVERIFY2(message->text().contains(QStringLiteral("The backup list was not saved: ")), qPrintable(message->text()));
+        QVERIFY2(message->text().contains(QStringLiteral("does not hold Orvane's unlock")), qPrintable(message->text()));
+        QVERIFY(message->text().contains(QStringLiteral("The schedule was not installed: ")));
+
+        // Closing the host: the failure is shown before the host goes.
+        QWidget host;
+        auto *hosted = new OVOrvanePref(&host, {});
+        (new QVBoxLayout(&host))->addWidget(hosted);
+        host.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&host));
+        QString shown;
+        QTimer::singleShot(0, [&] {
+            QTRY_VERIFY(QApplication::activeModalWidget());
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            QVERIFY(box);
+            shown = box->text() + box->informativeText();
+            box->accept();
+        });
+        host.close();
+        QVERIFY2(shown.contains(QStringLiteral("does not hold Orvane's unlock")), qPrintable(shown));
     }
 };
 

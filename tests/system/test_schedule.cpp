@@ -5,6 +5,8 @@
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
 #include "OVScheduleTables.h"
+#include "OVScriptBuilder.h"
+#include "OVToolLauncher.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
 #include "ovsheetchild.h"
@@ -12,6 +14,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
 
@@ -60,10 +63,19 @@ void write(const QString &file, const QByteArray &contents)
     out.write(contents);
 }
 
-int runTool(const char *tool)
+// Hands what the edits made to install_crontab, as the pane does, and
+// waits for its answer (root needs no unlock).
+bool installed()
 {
-    return QProcess::execute(QStringLiteral("/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/") + QString::fromLatin1(tool),
-                             {QStringLiteral("--Orvane")});
+    QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
+    installCrontab();
+    if (!OVToolLauncher::instance()->waitForAll(30000) || finished.size() != 1) {
+        return false;
+    }
+    if (!finished.first().at(1).toBool()) {
+        qWarning() << finished.first();
+    }
+    return finished.first().at(1).toBool();
 }
 
 OVBackupItem item(int frequency)
@@ -102,46 +114,14 @@ private Q_SLOTS:
         write(path(OVFixedPaths::Crontab), DebianCrontab);
         write(path(OVFixedPaths::Anacrontab), DebianAnacrontab);
         QFile::remove(path(OVFixedPaths::SavedCrontab));
-        QFile::remove(path(OVFixedPaths::TmpCrontab));
-        QFile::remove(path(OVFixedPaths::TmpAnacrontab));
         OVSettingsDomain::remove();
-    }
-
-    void lineFormats()
-    {
-        QCOMPARE(cronLine(OVFrequency::Daily, m_times), QByteArray("30\t15\t*\t*\t*\troot\t\"/Library/Application Support/Orvane/.daily/orvane_daily.rb\"\n"));
-        QCOMPARE(cronLine(OVFrequency::Weekly, m_times), QByteArray("5\t0\t*\t*\t6\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
-        QCOMPARE(cronLine(OVFrequency::Monthly, m_times), QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
-        QCOMPARE(anacronLine(OVFrequency::Weekly), QByteArray("7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
-    }
-
-    void edits()
-    {
-        const QByteArray daily = cronLine(OVFrequency::Daily, m_times);
-        const QByteArray old = "0\t2\t*\t*\t*\troot\t\"" + scriptPath(OVFrequency::Daily) + "\"\n";
-        // Replaced where it stands; everything around it kept.
-        QCOMPARE(edit("A=1\n" + old + "B=2\n", {daily, {}, {}}), "A=1\n" + daily + "B=2\n");
-        // Appended at the end; with no final line end it joins the last line.
-        QCOMPARE(edit("A=1\n", {daily, {}, {}}), "A=1\n" + daily);
-        QCOMPARE(edit("A=1", {daily, {}, {}}), "A=1" + daily);
-        // Deleted when its schedule has no item, also as the unterminated last line.
-        QCOMPARE(edit("A=1\n" + old + "B=2\n", {}), QByteArray("A=1\nB=2\n"));
-        QCOMPARE(edit("A=1\n" + old.chopped(1), {}), QByteArray("A=1\n"));
-        // Only the first line holding the path is the pane's.
-        const QByteArray mention = "# runs " + scriptPath(OVFrequency::Daily) + " daily\n";
-        QCOMPARE(edit(mention + old, {daily, {}, {}}), daily + old);
-        QCOMPARE(edit(old + old, {}), old);
-        // The three schedules, in order, each on its own.
-        QCOMPARE(edit(QByteArray(), {daily, cronLine(OVFrequency::Weekly, m_times), cronLine(OVFrequency::Monthly, m_times)}),
-                 daily + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
     }
 
     void helperInstallsTheEditedTablesByteForByte()
     {
         buildCrontab(m_times, {true, true, true});
-        QCOMPARE(read(OVFixedPaths::TmpCrontab), DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QVERIFY(buildAnacrontab({false, false, true}));
-        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QVERIFY(installed());
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QCOMPARE(read(OVFixedPaths::SavedCrontab), DebianCrontab);
         QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
@@ -150,11 +130,11 @@ private Q_SLOTS:
         Times later = m_times;
         later.dailyHour = 4;
         buildCrontab(later, {true, false, true});
-        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QVERIFY(installed());
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
         restoreCrontab();
         QVERIFY(restoreAnacrontab());
-        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QVERIFY(installed());
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
         QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab);
     }
@@ -165,37 +145,52 @@ private Q_SLOTS:
         QFile::remove(path(OVFixedPaths::Crontab));
         write(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
         buildCrontab(m_times, {true, false, false});
-        QCOMPARE(read(OVFixedPaths::TmpCrontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
+        QVERIFY(installed());
+        QCOMPARE(read(OVFixedPaths::Crontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
 
-        // Neither readable: nothing is written, what was there stays.
+        // An unterminated last line is never joined by the line installed.
+        write(path(OVFixedPaths::Crontab), "A=1");
+        buildCrontab(m_times, {false, true, false});
+        QVERIFY(installed());
+        QCOMPARE(read(OVFixedPaths::Crontab), "A=1\n" + cronLine(OVFrequency::Weekly, m_times));
+
+        // Neither readable: nothing is handed over, nothing changes.
+        QFile::remove(path(OVFixedPaths::Crontab));
         QFile::remove(path(OVFixedPaths::SavedCrontab));
-        write(path(OVFixedPaths::TmpCrontab), "earlier\n");
         buildCrontab(m_times, {true, true, true});
-        QCOMPARE(read(OVFixedPaths::TmpCrontab), QByteArray("earlier\n"));
+        installed();
+        QVERIFY(!QFile::exists(path(OVFixedPaths::Crontab)));
 
+        // No anacron: no anacron table is made.
         QFile::remove(path(OVFixedPaths::Anacrontab));
         QVERIFY(!buildAnacrontab({true, true, true}));
         QVERIFY(!restoreAnacrontab());
-        QVERIFY(!QFile::exists(path(OVFixedPaths::TmpAnacrontab)));
+        installed();
+        QVERIFY(!QFile::exists(path(OVFixedPaths::Anacrontab)));
     }
 
     void anacronAcceptsAndRunsTheTable()
     {
         QVERIFY(buildAnacrontab({true, true, true}));
-        QCOMPARE(runTool(OVFixedPaths::InstallCrontabTool), 0);
+        QVERIFY(installed());
         QProcess check;
         check.start(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)});
         QVERIFY(check.waitForFinished());
         QCOMPARE(check.exitCode(), 0);
 
-        // A daily script that marks its run as the backup scripts do.
-        for (const char *folder : {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
-            QDir().mkpath(path(folder));
-        }
+        // A real daily script, installed by install_scripts, backs up one folder.
         const QString marker = path(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup");
         QFile::remove(marker);
-        write(path(OVFixedPaths::TmpDailyScript), "#!/usr/bin/ruby\nFile.write(File.join(File.dirname(__FILE__), '.lastbackup'), Time.now.strftime('%m/%d/%y'))\n");
-        QCOMPARE(runTool(OVFixedPaths::InstallScriptsTool), 0);
+        write(QStringLiteral("/root/source/file"), "daily");
+        QDir().mkpath(QStringLiteral("/root/destination"));
+        QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
+        const auto scripts = OVScriptBuilder::buildScheduledScripts({item(int(OVFrequency::Daily))}, [](OVFrequency) {
+            return OVScriptBuilder::FrequencyOptions();
+        }, OVScriptBuilder::SharedOptions());
+        OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(scripts));
+        QVERIFY(OVToolLauncher::instance()->waitForAll(30000));
+        QCOMPARE(finished.size(), 1);
+        QVERIFY2(finished.first().at(1).toBool(), qPrintable(finished.first().at(2).toString()));
 
         const QString spool = QStringLiteral("/tmp/anacron-spool");
         QDir(spool).removeRecursively();
@@ -209,6 +204,7 @@ private Q_SLOTS:
         QVERIFY2(markerFile.open(QIODevice::ReadOnly), anacron.readAllStandardError().constData());
         QCOMPARE(markerFile.readAll(), QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
         QVERIFY(QFile::exists(spool + QStringLiteral("/orvane.daily")));
+        QCOMPARE(read("/root/destination/file"), QByteArray("daily"));
     }
 
     void paneSavesAndSwitchesTheSchedule()

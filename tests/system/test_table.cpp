@@ -128,16 +128,6 @@ private Q_SLOTS:
         QCOMPARE(model.destMenu(1).size(), 3);
     }
 
-    void folderLabels()
-    {
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
-        QVERIFY(!OVFolderLabel::startupDiskName().isEmpty());
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup")), QStringLiteral("Backup"));
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos")), QStringLiteral("Backup: Photos"));
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos/2024")), QStringLiteral("Backup: 2024"));
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/home/ann/Fotos \"x\"")), QStringLiteral("Fotos \"x\""));
-    }
-
     void stripesAndGrid()
     {
         // A clip starting in row 3 stripes from row 4; in row 2, from row 2.

@@ -8,9 +8,13 @@ run() {
     as_admin env OV_IN_SANDBOX=1 QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=/tmp/ovadmin-runtime "$test_binary" "$@"
 }
 mkdir -p /tmp/ovadmin-runtime && chown ovadmin: /tmp/ovadmin-runtime && chmod 700 /tmp/ovadmin-runtime
+# Each frequency has run once: the markers the scripts leave, as root.
+for folder in daily weekly monthly; do
+    echo 12/31/05 > "/Library/Application Support/Orvane/.$folder/.lastbackup"
+done
 status=0
 polkit_rule grant || exit 1
-run adminGroups grantedUnlockThenLock startsUnlockedOnlyForAdminWhoLeftItOpen enablingFollowsLockAndMaster masterOffRemovesScripts || status=1
+run grantedUnlockThenLock startsUnlockedOnlyForAdminWhoLeftItOpen enablingFollowsLockAndMaster masterOffRemovesScripts foldersStayRootsAlone || status=1
 polkit_rule deny || exit 1
-run deniedUnlockStaysLocked || status=1
+run deniedUnlockStaysLocked refusedHelperShowsItsMessage || status=1
 exit $status

@@ -1,0 +1,51 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Small rules the user meets: who counts as an administrator (the unlock is
+// offered to them), the last-backup marker's date (a misread one shows a
+// wrong status), and the labels of chosen folders. Any user.
+#include "OVFolderLabel.h"
+#include "OVLock.h"
+#include "OVStatusMonitor.h"
+
+#include <QLocale>
+#include <QTest>
+
+class TestPaneRules : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void adminGroups()
+    {
+        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann lpadmin\n")));
+        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann admin")));
+        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann cdrom sudo\n")));
+        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("wheel")));
+        QVERIFY(!OVLock::isAdminGroupList(QStringLiteral("ann sudoers wheelchair\n")));
+        QVERIFY(!OVLock::isAdminGroupList(QString()));
+    }
+
+    void markerDates()
+    {
+        QCOMPARE(OVStatusMonitor::parseMarker("07/04/06"), QDate(2006, 7, 4));
+        QCOMPARE(OVStatusMonitor::parseMarker("  12/31/05\n\n"), QDate(2005, 12, 31));
+        QCOMPARE(OVStatusMonitor::parseMarker("1/2/99"), QDate(1999, 1, 2));
+        QCOMPARE(OVStatusMonitor::parseMarker("01/02/68"), QDate(2068, 1, 2));
+        for (const char *bad : {"", "yesterday", "13/01/05", "02/30/05", "12/31/2005", "12-31-05", "12/31/05/1", "1a/01/05", "+1/01/05"}) {
+            QVERIFY2(!OVStatusMonitor::parseMarker(bad), bad);
+        }
+        QCOMPARE(OVStatusMonitor::displayDate("12/31/05"), QLocale::system().toString(QDate(2005, 12, 31), QLocale::ShortFormat));
+    }
+
+    void folderLabels()
+    {
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
+        QVERIFY(!OVFolderLabel::startupDiskName().isEmpty());
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup")), QStringLiteral("Backup"));
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos")), QStringLiteral("Backup: Photos"));
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos/2024")), QStringLiteral("Backup: 2024"));
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/home/ann/Fotos \"x\"")), QStringLiteral("Fotos \"x\""));
+    }
+};
+
+QTEST_MAIN(TestPaneRules)
+#include "test_panerules.moc"
