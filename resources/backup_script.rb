@@ -194,6 +194,7 @@ class OrvaneBackup
     close_archive if @archive
     prune_archives if @s[:shouldArchive]
     save_disks
+    unmount_remote_volume
     begin
       OrvaneBackup.write_fresh(@s[:lastBackup], @started.strftime("%m/%d/%y"))
     rescue StandardError => e
@@ -264,12 +265,23 @@ class OrvaneBackup
 
     command = @s[:backupCommand].split(" ")
     command = [command.first, *options, *command[1..], source, destination]
+    @pair = "#{source} -> #{destination}"
+    @left_out = 0
+    @skipped = 0
     status = run_copy(command, index)
+    if @skipped.positive?
+      log("#{@pair}: #{@skipped} links, devices or special files not copied: the volume cannot hold them")
+    end
+    error("#{@pair}: #{@left_out - 20} more names left out (see the log)") if @left_out > 20
     case status
     when 0
       log("#{source} -> #{destination}: done")
     when 1
-      error("#{source} -> #{destination}: done, but some files vanished or could not be read (see the log)")
+      if @left_out.positive?
+        log("#{source} -> #{destination}: done, #{OrvaneBackup.plural(@left_out, 'name')} left out")
+      else
+        error("#{source} -> #{destination}: done, but some files vanished or could not be read (see the log)")
+      end
     else
       full = @copy_output_full
       error("#{source} -> #{destination}: " + (full ? "the destination became full" : "the copy failed") +
@@ -318,6 +330,13 @@ class OrvaneBackup
     else
       @copy_output_full ||= line.include?("No space left on device")
       log("  #{line}")
+      # A remote volume cannot hold two names that differ only in case:
+      # each one psync left out is an error the user must see.
+      if line.start_with?("psync: not copied: ")
+        @left_out += 1
+        error("#{@pair}: #{line.delete_prefix('psync: ')}") if @left_out <= 20
+      end
+      @skipped += 1 if line.start_with?("psync: skipped ")
     end
   end
 
@@ -540,14 +559,36 @@ class OrvaneBackup
     net.start_with?(root) ? net.delete_prefix(root) : nil
   end
 
+  # Mounts the remote volume as the user's stored password allows; the
+  # volume is unmounted at the end only when this run mounted it.
   def mount_remote_volume
     server = @s[:remoteServerName]
+    volume = @s[:remoteVolumeName]
     unless File.executable?(AUTOMOUNT)
-      return error("auto-connect: the volume #{@s[:remoteVolumeName]} on #{server} was not mounted: this installation has no automount tool")
+      return error("auto-connect: the volume #{volume} on #{server} was not mounted: this installation has no automount tool")
     end
-    output, status = Open3.capture2e(AUTOMOUNT, server, @s[:remoteAccountName], @s[:remoteVolumeName], binmode: true)
-    output.each_line { |l| log("  #{l.chomp}") }
-    error("auto-connect: could not mount the volume #{@s[:remoteVolumeName]} from #{server}") unless status.success?
+    # Its own arguments, no shell: the address goes as the user typed it.
+    output, problem, status = Open3.capture3(AUTOMOUNT, "--user", @s[:username], server, @s[:remoteAccountName], volume,
+                                             stdin_data: "", binmode: true)
+    output.each_line { |l| log("  automount: #{l.chomp}") }
+    if status.success?
+      @mounted_volume = volume
+    else
+      reason = problem.each_line.map(&:strip).reject(&:empty?).last ||
+               "automount ended with status #{(status.exitstatus || status.termsig).inspect}"
+      error("auto-connect: could not mount the volume #{volume} from #{server}: #{reason}")
+    end
+  rescue SystemCallError => e
+    error("auto-connect: could not mount the volume #{volume} from #{server}: #{OrvaneBackup.bytes(e.message)}")
+  end
+
+  def unmount_remote_volume
+    return unless @mounted_volume
+    output, status = Open3.capture2e(AUTOMOUNT, "--unmount", @mounted_volume, stdin_data: "", binmode: true)
+    output.each_line { |l| log("  automount: #{l.chomp}") }
+    log("auto-connect: the volume #{@mounted_volume} could not be unmounted") unless status.success?
+  rescue StandardError => e
+    log("auto-connect: the volume #{@mounted_volume} could not be unmounted (#{OrvaneBackup.bytes(e.message)})")
   end
 
   # --- The user's desktop ------------------------------------------------
@@ -589,7 +630,7 @@ class OrvaneBackup
   end
 
   def user_agrees?
-    status = notice("--prompt", @frequency)
+    status = notice("--prompt", @frequency, *kind_argument)
     status.nil? || status.zero?
   end
 

@@ -249,5 +249,21 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
         }
     }
     result.index = OVVersionIndex(result.sourceRoot, snapshots);
+    // The Safety Net folder may lie inside the source (by default it lies
+    // in ~/Documents); the backups never hold it, and it is no part of it.
+    const auto inside = [&result](const QString &folder) {
+        const QString root = withoutTrailingSlash(result.sourceRoot);
+        const QString prefix = root == QLatin1String("/") ? root : root + QLatin1Char('/');
+        return folder.startsWith(prefix) && folder.size() > prefix.size() ? folder.mid(prefix.size()) : QString();
+    };
+    QString leftOut = inside(safetyNet);
+    if (leftOut.isEmpty()) {
+        const QString real = QFileInfo(safetyNet).canonicalFilePath();
+        const QString realRoot = QFileInfo(result.sourceRoot).canonicalFilePath();
+        if (!real.isEmpty() && !realRoot.isEmpty() && real.startsWith(realRoot + QLatin1Char('/'))) {
+            leftOut = real.mid(realRoot.size() + 1);
+        }
+    }
+    result.index.setLeftOut(leftOut);
     return result;
 }

@@ -132,6 +132,9 @@ bool OVVersionIndex::stat(int snapshot, const QString &relativePath, OVVersion *
 QVector<OVVersion> OVVersionIndex::versionsOf(const QString &relativePath) const
 {
     QVector<OVVersion> versions;
+    if (isLeftOut(relativePath)) {
+        return versions;
+    }
     for (int snapshot : m_order) {
         OVVersion version;
         if (stat(snapshot, relativePath, &version)) {
@@ -186,9 +189,18 @@ bool OVVersionIndex::chooseAt(const QString &relativePath, const Found &found, c
     return false;
 }
 
+bool OVVersionIndex::isLeftOut(const QString &relativePath) const
+{
+    return !m_leftOut.isEmpty()
+        && (relativePath == m_leftOut || (relativePath.startsWith(m_leftOut) && relativePath.at(m_leftOut.size()) == QLatin1Char('/')));
+}
+
 QVector<OVEntry> OVVersionIndex::list(const QString &relativePath, const QDateTime &asOf, int onlyChain) const
 {
     QHash<QByteArray, Found> names;
+    if (isLeftOut(relativePath)) {
+        return {};
+    }
     readFolder(QFile::encodeName(joined(m_sourceRoot, relativePath)), [&names](const QByteArray &name, bool isDir) {
         Found &found = names[name];
         found.inSource = true;
@@ -223,6 +235,9 @@ QVector<OVEntry> OVVersionIndex::list(const QString &relativePath, const QDateTi
         entry.isDir = it->isDir;
         entry.inSource = it->inSource;
         const QString path = relativePath.isEmpty() ? entry.name : relativePath + QLatin1Char('/') + entry.name;
+        if (isLeftOut(path)) {
+            continue;
+        }
         entry.hasVersion = !it->snapshots.isEmpty() && chooseAt(path, *it, asOf, onlyChain, &entry.version);
         if (asOf.isValid() && !entry.hasVersion) {
             continue;

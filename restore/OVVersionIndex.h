@@ -100,6 +100,11 @@ public:
     // Newest first: copies before the archives of their chain.
     bool isNewer(int snapshotA, int snapshotB) const;
 
+    // A folder inside the source that is no part of it (the Safety Net
+    // folder, which the backups never hold): never listed, no versions.
+    void setLeftOut(const QString &relativePath) { m_leftOut = relativePath; }
+    bool isLeftOut(const QString &relativePath) const;
+
     // Snapshots found so far that the user may not read.
     QSet<int> unreadable() const { return m_unreadable; }
 
@@ -116,6 +121,7 @@ private:
     void collectSnapshot(int snapshot, const QString &relativePath, QVector<OVVersion> *out) const;
 
     QString m_sourceRoot;
+    QString m_leftOut;
     QVector<OVSnapshot> m_snapshots;
     // Snapshot indexes, newest first.
     QVector<int> m_order;

@@ -18,7 +18,7 @@ const char *const Settings[] = {
     "frequency",          "backupCommand",     "sourceFolders",      "destFolders",         "logfile",       "lastBackup",
     "toastApplicationName", "username",        "remoteBackup",       "showProgress",        "repairPermissions", "promptBeforeBackup",
     "shouldWaitUntilAway", "autoConnect",      "remoteServerName",   "remoteAccountName",   "remoteVolumeName", "shouldArchive",
-    "maxArchives",        "safetyNetFolder",   "archiveContents",
+    "maxArchives",        "safetyNetFolder",   "archiveContents",    "runKind",
 };
 
 class Reader

@@ -58,8 +58,8 @@ void OVBackupJob::poll()
     setTotalAmount(KJob::Bytes, progress->bytesTotal);
     setProcessedAmount(KJob::Bytes, progress->bytesDone);
     setPercent(progress->percent());
-    if (progress->sourceCount > 1) {
-        const qulonglong folder = qMin(progress->sourceIndex + 1, progress->sourceCount);
-        Q_EMIT description(this, m_title, {QStringLiteral("Folder"), QStringLiteral("%1 of %2").arg(folder).arg(progress->sourceCount)});
+    const QString folder = progress->folderText();
+    if (!folder.isEmpty()) {
+        Q_EMIT description(this, m_title, {QStringLiteral("Folder"), folder});
     }
 }

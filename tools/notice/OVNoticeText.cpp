@@ -72,6 +72,16 @@ unsigned long Progress::percent() const
     return 0;
 }
 
+QString Progress::folderText() const
+{
+    if (sourceCount < 2) {
+        return QString();
+    }
+    // A line still at 0 (before the first folder) shows the first.
+    const qulonglong folder = qBound<qulonglong>(1, sourceIndex, sourceCount);
+    return QStringLiteral("%1 of %2").arg(folder).arg(sourceCount);
+}
+
 std::optional<Progress> parseProgress(const QByteArray &line)
 {
     const QByteArray trimmed = line.endsWith('\n') ? line.left(line.size() - 1) : line;

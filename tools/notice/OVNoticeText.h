@@ -35,10 +35,13 @@ struct Progress {
     qulonglong filesTotal = 0;
     qulonglong bytesDone = 0;
     qulonglong bytesTotal = 0;
-    qulonglong sourceIndex = 0; // counts from 0
+    qulonglong sourceIndex = 0; // counts from 1, as the script writes it
     qulonglong sourceCount = 0;
     // Of the whole run, by bytes when their total is known, else by files.
     unsigned long percent() const;
+    // "2 of 3": the folder being copied, within the count; empty for a run
+    // of one folder.
+    QString folderText() const;
 };
 std::optional<Progress> parseProgress(const QByteArray &line);
 }

@@ -302,6 +302,44 @@ class Helpers(unittest.TestCase):
         self.logged("the manual backup ended")
         self.assertEqual([n for n in os.listdir("/tmp") if n.startswith("orvane-manual.")], [])
 
+    def test_every_script_the_builder_makes_is_accepted(self):
+        """Scripts filled by the pane's own builder, with every setting it
+        writes and names that hold quotes, "#", backslashes, a newline,
+        placeholders and bytes that are not UTF-8."""
+        fill = os.environ.get("OV_FILL_SCRIPT")
+        if not fill:
+            self.skipTest("OV_FILL_SCRIPT names no script builder")
+        self.rule("YES")
+        names = [b'/home/a"b', b"/home/#{x}", b"/home/back\\slash\\", b"/home/new\nline", b"/home/#ov_logfile",
+                 b"/home/caf\xe9 \xff\xfe", b'/home/"; File.write("/tmp/pwned", "x") #']
+        pairs = []
+        for name in names:
+            pairs += [name, name + b" backup"]
+        everything = ["--mirror", "--remote", "--progress", "--repair", "--prompt", "--wait", "--user", "ovadmin",
+                      "--toast", 'Toast "11" #{x}', "--autoconnect", 'smb://file"server#1', "o'brien\\x",
+                      "vol #{1}", "--safetynet", "/home/Safety \"Net\" #", "7", "Changed"]
+        builds = {"plain daily": [], "every setting, weekly": ["--frequency", "Weekly"] + everything,
+                  "monthly": ["--frequency", "Monthly", "--safetynet", "/home/net", "3", "Everything"],
+                  "manual": ["--manual", "--progress", "--safetynet", "/home/net", "3", "Deleted"]}
+        for case, options in builds.items():
+            with self.subTest(case=case):
+                script = subprocess.run([fill] + options + pairs, capture_output=True, check=True).stdout
+                self.assertIn(b"runKind = \"manual\"" if "--manual" in options else b"runKind = \"scheduled\"", script)
+                result = self.run_tool(self.admin, "install_scripts", parts(daily=script))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertEqual(read(INSTALLED["daily"]), script)
+                if "--manual" in options:
+                    result = self.run_tool(self.admin, "manual_backup", script)
+                    self.assertEqual(result.returncode, 0, result.stderr)
+                    self.logged("the manual backup ended")
+                # One byte of code changed, or one more line, and it is refused.
+                for bad in (script.replace(b"runKind = ", b"runKind = File.read(\"/etc/shadow\") || "),
+                            script.replace(b"\nshowProgress = ", b"\n$stdout.sync = true\nshowProgress = "),
+                            script.replace(b"def log(message)", b"def log(message) ")):
+                    self.refused(self.run_tool(self.admin, "install_scripts", parts(daily=bad)), "refused")
+                    self.refused(self.run_tool(self.admin, "manual_backup", bad), "refused")
+        self.assertFalse(os.path.exists("/tmp/pwned"))
+
     def test_crontab_lines_never_joined(self):
         self.rule("YES")
         with open("/etc/crontab", "w") as f:

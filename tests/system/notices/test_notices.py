@@ -287,14 +287,14 @@ class Progress(unittest.TestCase):
             os.chmod(progress + ".new", 0o644)
             os.rename(progress + ".new", progress)
 
-        write("10 60000 1048576 734003200 0 2\n")
+        write("10 60000 1048576 734003200 1 2\n")
         since = mark()
         job = notice("--progress", progress, "Daily", "manual", background=True)
         self.assertTrue(wait_for(lambda: events(since, "job-update"), 10), "no job reached the desktop")
         time.sleep(1)
         write("not a progress line\n")
         time.sleep(1)
-        write("60000 60000 734003200 734003200 1 2\n")
+        write("60000 60000 734003200 734003200 2 2\n")
         time.sleep(1.5)
         os.unlink(progress)
         out, err = job.communicate(timeout=10)
@@ -317,6 +317,67 @@ class Progress(unittest.TestCase):
         self.assertEqual((state["descriptionLabel1"], state["descriptionValue1"]), ("Folder", "2 of 2"))
         terminated = events(since, "job-terminate")
         self.assertEqual([(e["code"], e["message"]) for e in terminated], [(0, "")])
+
+
+class ScriptRun(unittest.TestCase):
+    """A real scheduled script, filled by the pane's builder from the
+    installed template and run by its path as root, as cron runs it: it
+    finds the user's desktop, asks first, shows its progress folder by
+    folder, and ends with its notice."""
+
+    def test_a_run_asks_shows_its_progress_and_ends_with_its_notice(self):
+        fill = os.environ.get("OV_FILL_SCRIPT")
+        if not fill:
+            self.skipTest("OV_FILL_SCRIPT names no script builder")
+        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
+        answer(action="Back Up Now")
+        # The user's logged-in desktop: a process with a display and the bus.
+        desktop = subprocess.Popen(daemon_as_user(["env", "DISPLAY=:78", "DBUS_SESSION_BUS_ADDRESS=" + address,
+                                                   "XDG_RUNTIME_DIR=" + runtime, "sleep", "600"]))
+        self.addCleanup(desktop.wait)
+        self.addCleanup(desktop.kill)
+        root = tempfile.mkdtemp(prefix="ov-run-")
+        self.addCleanup(shutil.rmtree, root, True)
+        pairs = []
+        # Each folder takes long enough for the job to show it.
+        for name in ("first", "second"):
+            source, destination = os.path.join(root, name), os.path.join(root, name + "-backup")
+            os.makedirs(source)
+            os.makedirs(destination)
+            with open(os.path.join(source, "data.bin"), "wb") as f:
+                for _ in range(250):
+                    f.write(os.urandom(1 << 20))
+            pairs += [source, destination]
+        script = os.path.join(root, "daily.rb")
+        with open(script, "wb") as f:
+            f.write(subprocess.run([fill, "--progress", "--prompt", "--user", USER] + pairs,
+                                   capture_output=True, check=True).stdout)
+        os.chmod(script, 0o700)
+        since = mark()
+        run = subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
+                             capture_output=True, timeout=300)
+        self.assertEqual(run.returncode, 0, run.stderr)
+        for i in (0, 2):
+            self.assertEqual(subprocess.run(["cmp", pairs[i] + "/data.bin", pairs[i + 1] + "/data.bin"]).returncode, 0)
+
+        prompts = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "promptBeforeBackup"]
+        self.assertEqual(len(prompts), 1, "the run asked once")
+        self.assertIn("scheduled daily backup", prompts[0]["body"])
+        self.assertTrue(wait_for(lambda: events(since, "job-terminate"), 20), "the progress job did not end")
+        requests = events(since, "job-request")
+        self.assertEqual(len(requests), 1, "one job for the whole run")
+        state = dict(requests[0]["hints"])
+        folders = set()
+        for update in events(since, "job-update"):
+            state.update(update["properties"])
+            if state.get("descriptionLabel1") == "Folder":
+                folders.add(state["descriptionValue1"])
+        self.assertEqual(state["title"], "Daily backup")
+        self.assertEqual(folders, {"1 of 2", "2 of 2"}, "each folder shown as the one it is")
+        self.assertTrue(wait_for(lambda: any(e["hints"]["x-kde-eventId"] == "backupComplete"
+                                             for e in events(since, "notify")), 20), "no end notice")
+        finished = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "backupComplete"]
+        self.assertEqual(finished[0]["body"], "The daily backup is complete.")
 
 
 class NoDesktop(unittest.TestCase):

@@ -14,7 +14,7 @@ test_binary=$1
 pane_binary=$2
 . "$here/remote-env.sh"
 AUTOMOUNT=/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/automount
-PSYNC=$(realpath "$here/../../../tools/psync/psync")
+PSYNC=/usr/local/bin/psync
 POINT=/Volumes/$VOLUME
 # What psync -r must run onto such a volume: no sparse writes (they seek, and
 # kill rclone's mount), no hard links, links, devices or specials (EIO, or a
@@ -110,8 +110,8 @@ check "a second run changes nothing" \
 mkdir -p /root/odd "$POINT/Odd" && printf 'x\n' > '/root/odd/odd "name" #{x}?.txt'
 "${R_SYNC[@]}" /root/odd/ "$POINT/Odd/"
 check "a name SMB forbids reads back as it was" cmp '/root/odd/odd "name" #{x}?.txt' "$POINT/Odd/odd \"name\" #{x}?.txt"
-# psync -r as it is: small files (no 32 KiB block ends in zeros, so
-# --sparse never seeks) land, with owner and mode in its side store.
+# psync -r as the scripts run it: small files land,
+# with owner and mode in its side store.
 mkdir -p /root/small "$POINT/Small" && echo "kept" > /root/small/note && chmod 640 /root/small/note
 check "psync -r as it is copies small files" "$PSYNC" -r /root/small "$POINT/Small"
 check "... keeping owner and mode beside them" \
@@ -127,6 +127,56 @@ kill "$other"; wait "$other" 2>/dev/null
 out=$("$AUTOMOUNT" --unmount "$VOLUME" 2>&1)
 check "the last backup unmounts what automount mounted" contains "$out" "unmounted $POINT"
 check "... and removes the mount point it made" test ! -e "$POINT"
+
+# --- the pane's scheduled script, run as cron runs it ------------------------
+echo "# a scheduled script with auto-connect"
+SCRIPT=/root/daily-remote.rb
+ERRORS=/var/log/.orvane_daily.err
+LOG=/var/log/orvane_daily.log
+rm -rf /root/rsrc && mkdir -p "/root/rsrc/Lettres été" && echo "chère madame" > "/root/rsrc/Lettres été/à la banque.txt"
+head -c 2000000 /dev/urandom > /root/rsrc/photo.bin
+chown -R "$TEST_USER:" /root/rsrc && chmod 640 /root/rsrc/photo.bin
+mkdir -p "$SHARE_DIR/Scheduled" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Scheduled"
+"$OV_FILL_SCRIPT" --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" --user "$TEST_USER" \
+    /root/rsrc "$POINT/Scheduled" > "$SCRIPT" && chmod 700 "$SCRIPT"
+check "the builder fills the auto-connect settings" grep -qx "autoConnect = true" "$SCRIPT"
+run_script() { env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin "$SCRIPT" >/dev/null 2>&1; }
+shares_copy_equals_source() {
+    rm -rf /root/fetched && fetch_share Scheduled /root/fetched
+    diff <(cd /root/fetched && find . -type f ! -name .psync-attributes -exec sha256sum {} + | sort) \
+         <(cd /root/rsrc && find . -type f -exec sha256sum {} + | sort)
+}
+run_script; status=$?
+check "the script mounts, copies and ends without errors" test "$status" -eq 0 -a ! -e "$ERRORS"
+check "... through automount as the user asked" grep -q "automount: mounted $VOLUME from fileserver" "$LOG"
+check "... and the server holds exactly the source's files" shares_copy_equals_source
+check "... their owners and modes in the side store" \
+    bash -c "tr '\0' '\n' < '$SHARE_DIR/Scheduled/.psync-attributes' | grep -qx '640 $(id -u "$TEST_USER") $(id -g "$TEST_USER") photo.bin'"
+check "... and unmounts what it mounted" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null && test ! -e /run/orvane-automount/$VOLUME"
+
+# What the volume cannot hold: links, a FIFO, names that differ only in case.
+ln -s photo.bin /root/rsrc/link-to-photo && mkfifo /root/rsrc/pipe
+echo "upper" > /root/rsrc/Notes.txt && echo "lower" > /root/rsrc/notes.txt
+run_script; status=$?
+check "names that differ only in case end in an error" test "$status" -eq 1
+check "... which names them" grep -q "/root/rsrc/notes.txt: its name differs only in case from \"Notes.txt\"" "$ERRORS"
+first_kept_whole() {
+    rm -rf /root/fetched && fetch_share Scheduled /root/fetched
+    [ "$(cat /root/fetched/Notes.txt)" = upper ] && [ ! -e /root/fetched/link-to-photo ] && [ ! -e /root/fetched/pipe ]
+}
+check "... and the first is copied whole, not merged" first_kept_whole
+check "the link and the FIFO are named as skipped" bash -c "grep -q 'skipped /root/rsrc/link-to-photo (a symbolic link)' '$LOG' && grep -q 'skipped /root/rsrc/pipe (a special file)' '$LOG'"
+check "... and the mount is gone again" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null"
+rm -f /root/rsrc/link-to-photo /root/rsrc/pipe /root/rsrc/notes.txt
+
+# A refused password: one line, and nothing written where the volume was.
+store_password "not-the-password"
+run_script
+check "a refused password is one line in the error file" \
+    grep -q "auto-connect: could not mount the volume $VOLUME from $SERVER: .*refused the password" "$ERRORS"
+check "... and the backup onto the missing volume is reported, nothing written" \
+    grep -q "$POINT/Scheduled: the destination folder is missing" "$ERRORS"
+store_password "$SMB_PASSWORD"
 
 # --- failures: each a clear line, quick, nothing mounted, nothing lost -------
 echo "# failures"

@@ -3,33 +3,41 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
 # make-backups.sh USER: four daily backups of ~USER/Documents onto
-# "/Volumes/Backup Disk/Documents" at faked dates, laid out as the backup
-# script lays them out (rsync as psync runs it, the Safety Net through
-# --backup-dir, the daily last-backup marker), with files changed, deleted
-# and re-created between the runs. Pristine copies of what each run saw go
-# to /tmp/restore-fixture/<run>. Sandbox only: it writes /Volumes, /Library
-# and /home.
+# "/Volumes/Backup Disk/Documents" made by the installed backup script
+# itself (filled by the pane's builder, OV_FILL_SCRIPT, and run by its path
+# as cron runs it, with the clock set to each run's date by faketime), with
+# the Safety Net on ("Everything") in its default folder inside Documents,
+# and files changed, deleted and re-created between the runs. Pristine
+# copies of what each run saw go to /tmp/restore-fixture/<run>. Sandbox
+# only: it writes /Volumes, /Library and /home.
 set -euo pipefail
 user=$1
 home=/home/$user
 src=$home/Documents
 dest="/Volumes/Backup Disk/Documents"
-sn="$home/Safety Net Archives"
-support="/Library/Application Support/Orvane"
+sn="$src/Safety Net Archives"
 fixture=/tmp/restore-fixture
+script=/tmp/restore-daily.rb
+: "${OV_FILL_SCRIPT:?must name the script builder}"
 
-mkdir -p "$src" "$dest" "$sn" "$support/.daily" "$fixture"
+mkdir -p "$src" "$dest" "$sn" "$fixture"
 chown "$user:" "$src" "$sn"
+"$OV_FILL_SCRIPT" --mirror --user "$user" --safetynet "$sn" 30 Everything "$src" "$dest" > "$script"
+chmod 700 "$script"
 
 # run STAMP: one daily run at that moment ("2026-01-06 20.00.00").
 run() {
-    local stamp=$1 archive="$sn/$1 Daily"
-    rsync --archive --hard-links --one-file-system --delete \
-        --backup --backup-dir="$archive$dest" "$src/" "$dest/"
-    [ -d "$archive" ] && chown -R "$user:" "$archive"
-    local day=${stamp%% *}
-    date -d "$day" +%m/%d/%y > "$support/.daily/.lastbackup"
+    local stamp=$1 day=${1%% *}
+    local clock="$day ${stamp#* }"
+    # Only the script's own clock: stat and rsync see the real file times.
+    if ! env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin FAKETIME_DONT_FAKE_MONOTONIC=1 NO_FAKE_STAT=1 FAKETIME_ONLY_CMDS=ruby \
+        faketime "${clock//./:}" "$script"; then
+        echo "the backup at $stamp failed:" >&2
+        cat /var/log/.orvane_daily.err /var/log/orvane_daily.log >&2 || true
+        exit 1
+    fi
     cp -a "$src" "$fixture/$day"
+    rm -rf "$fixture/$day/Safety Net Archives"
 }
 
 # as USER: the user's own files, with their times.

@@ -30,6 +30,8 @@ const QString User = QStringLiteral("ovrestore");
 const QString Home = QStringLiteral("/home/ovrestore");
 const QString Source = QStringLiteral("/home/ovrestore/Documents");
 const QString Fixture = QStringLiteral("/tmp/restore-fixture");
+// The Safety Net at its default place, inside the source.
+const QString SafetyNet = QStringLiteral("/home/ovrestore/Documents/Safety Net Archives");
 
 QByteArray read(const QString &path)
 {
@@ -97,7 +99,7 @@ private Q_SLOTS:
         qunsetenv("XDG_CONFIG_HOME");
         QVariantMap settings;
         settings.insert(QStringLiteral("SafetyNet"), true);
-        settings.insert(QStringLiteral("SafetyNetFolder"), QString(Home + QStringLiteral("/Safety Net Archives")));
+        settings.insert(QStringLiteral("SafetyNetFolder"), SafetyNet);
         QVERIFY(OVSettingsDomain::replace(settings));
 
         m_sources = OVRestoreSources::forPath(Source + QStringLiteral("/report.txt"), OVRestoreSources::installed());
@@ -126,6 +128,23 @@ private Q_SLOTS:
             QCOMPARE(QFileInfo(target + QStringLiteral("/report.txt")).lastModified(), QFileInfo(original).lastModified());
             QCOMPARE(QFileInfo(target + QStringLiteral("/report.txt")).ownerId(), geteuid());
         }
+    }
+
+    // The Safety Net folder lies in the source but is no part of it: the
+    // backups never hold it, and the window never shows it.
+    void safetyNetIsNoPartOfTheSource()
+    {
+        const OVVersionIndex &index = m_sources.index;
+        QVERIFY(QFileInfo(SafetyNet + QStringLiteral("/2026-01-06 20.00.00 Daily")).isDir());
+        QStringList names;
+        for (const OVEntry &entry : index.listFolder(QString())) {
+            names.append(entry.name);
+        }
+        QVERIFY2(!names.contains(QStringLiteral("Safety Net Archives")), qPrintable(names.join(QLatin1Char(','))));
+        QVERIFY(names.contains(QStringLiteral("Ünïcødé")));
+        QVERIFY(index.versionsOf(QStringLiteral("Safety Net Archives")).isEmpty());
+        QVERIFY(index.listFolder(QStringLiteral("Safety Net Archives")).isEmpty());
+        QVERIFY(!QFileInfo::exists(QStringLiteral("/Volumes/Backup Disk/Documents/Safety Net Archives")));
     }
 
     // A deleted file and a deleted folder come back at their places; an
@@ -204,7 +223,7 @@ private Q_SLOTS:
         QVERIFY2(window.message().contains(QStringLiteral("is in no backup item's source folder")), qPrintable(window.message()));
 
         // An archive the user has shut: named, and the rest still shown.
-        const QString archive = Home + QStringLiteral("/Safety Net Archives/2026-01-07 20.00.00 Daily");
+        const QString archive = SafetyNet + QStringLiteral("/2026-01-07 20.00.00 Daily");
         QVERIFY(QFile::setPermissions(archive, {}));
         window.setSetup(OVRestoreSources::installed());
         window.openAt(Source + QStringLiteral("/report.txt"));

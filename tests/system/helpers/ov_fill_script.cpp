@@ -1,0 +1,98 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// Writes to standard output the script the pane's builder fills from the
+// installed template, for tests that run or install real scripts:
+//
+//   ov_fill_script [--manual] [--frequency Daily|Weekly|Monthly] [--mirror]
+//                  [--remote] [--progress] [--repair] [--prompt] [--wait]
+//                  [--user NAME] [--toast NAME]
+//                  [--autoconnect SERVER ACCOUNT VOLUME]
+//                  [--safetynet FOLDER COUNT Everything|Changed|Deleted]
+//                  SOURCE DESTINATION [SOURCE DESTINATION]...
+//
+// Paths are taken as the bytes given, so any name a folder can have works.
+
+#include "OVScriptBuilder.h"
+
+#include <cstdio>
+#include <cstring>
+
+using namespace OVScriptBuilder;
+
+int main(int argc, char **argv)
+{
+    SharedOptions shared;
+    FrequencyOptions options;
+    OVFrequency frequency = OVFrequency::Daily;
+    QList<QByteArray> paths;
+    const auto usage = [] {
+        std::fputs("usage: ov_fill_script [options] SOURCE DESTINATION...\n", stderr);
+        return 2;
+    };
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray a(argv[i]);
+        const int left = argc - i - 1;
+        if (a == "--manual") {
+            frequency = OVFrequency::Manual;
+        } else if (a == "--frequency" && left >= 1) {
+            const QByteArray f(argv[++i]);
+            frequency = f == "Weekly" ? OVFrequency::Weekly : f == "Monthly" ? OVFrequency::Monthly : OVFrequency::Daily;
+        } else if (a == "--mirror") {
+            options.mirror = true;
+        } else if (a == "--remote") {
+            options.remote = true;
+        } else if (a == "--progress") {
+            options.showProgress = true;
+        } else if (a == "--repair") {
+            options.repairPermissions = true;
+        } else if (a == "--prompt") {
+            shared.promptBeforeBackup = true;
+        } else if (a == "--wait") {
+            shared.waitUntilAway = true;
+        } else if (a == "--user" && left >= 1) {
+            shared.username = QString::fromLocal8Bit(argv[++i]);
+        } else if (a == "--toast" && left >= 1) {
+            shared.toastApplication = QString::fromLocal8Bit(argv[++i]);
+        } else if (a == "--autoconnect" && left >= 3) {
+            shared.autoConnect = true;
+            shared.server = QString::fromLocal8Bit(argv[++i]);
+            shared.account = QString::fromLocal8Bit(argv[++i]);
+            shared.volume = QString::fromLocal8Bit(argv[++i]);
+        } else if (a == "--safetynet" && left >= 3) {
+            shared.safetyNet = true;
+            shared.safetyNetFolder = QString::fromLocal8Bit(argv[++i]);
+            shared.maxArchives = QString::fromLocal8Bit(argv[++i]);
+            const QByteArray contents(argv[++i]);
+            shared.archiveIndex = contents == "Everything" ? 0 : contents == "Changed" ? 1 : contents == "Deleted" ? 2 : -1;
+        } else if (a.startsWith("--")) {
+            return usage();
+        } else {
+            paths.append(a);
+        }
+    }
+    if (paths.isEmpty() || paths.size() % 2 != 0) {
+        return usage();
+    }
+    const QByteArray templateText = readTemplate();
+    if (templateText.isEmpty()) {
+        std::fputs("ov_fill_script: the installed template cannot be read\n", stderr);
+        return 1;
+    }
+    const OVFixedPaths::FrequencyFiles &files = OVFixedPaths::files(frequency);
+    Script script;
+    script.frequency = files.name;
+    script.logfile = files.log;
+    script.lastBackup = files.lastBackup;
+    script.options = options;
+    for (int i = 0; i < paths.size(); i += 2) {
+        script.sources.append(paths.at(i));
+        script.destinations.append(paths.at(i + 1));
+    }
+    shared.scheduled = frequency != OVFrequency::Manual;
+    if (shared.username.isEmpty()) {
+        shared.username = QStringLiteral("root");
+    }
+    const QByteArray text = fill(templateText, script, shared);
+    return std::fwrite(text.constData(), 1, text.size(), stdout) == static_cast<size_t>(text.size()) ? 0 : 1;
+}
