@@ -7,7 +7,10 @@
 #include "ui_restorewindow.h"
 
 #include "OVLocalizedStrings.h"
+#include "OVRemoteServer.h"
 #include "OVRestoreJob.h"
+#include "OVSettingsDomain.h"
+#include "OVSettingsTable.h"
 
 #include <KMessageWidget>
 
@@ -470,11 +473,28 @@ void OVRestoreWindow::closeEvent(QCloseEvent *event)
     QWidget::closeEvent(event);
 }
 
+void OVRestoreWindow::offerConnect()
+{
+    auto *connection = new OVRemoteConnection(this);
+    connect(this, &OVRestoreWindow::connectRequested, connection, [connection](const QString &server, const QString &volume) {
+        const QVariantMap settings = OVSettingsDomain::read().value_or(QVariantMap());
+        connection->connectToServer({server, OVSettingsTable::value(settings, "RemoteUserName").toString(), volume});
+    });
+    connect(connection, &OVRemoteConnection::finished, this, [this](bool ok, const QString &, const QString &message) {
+        if (ok) {
+            reload();
+        } else {
+            showProblems(message);
+        }
+    });
+}
+
 OVRestoreWindow *OVRestoreWindow::showAt(OVRestoreWindow *window, const QString &path)
 {
     if (!window) {
         window = new OVRestoreWindow;
         window->setAttribute(Qt::WA_DeleteOnClose);
+        window->offerConnect();
     }
     window->openAt(path.isEmpty() ? QDir::homePath() : path);
     window->show();

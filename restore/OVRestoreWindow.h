@@ -39,6 +39,9 @@ public:
     // Shows window (made when null) at path, or at the home folder when path
     // is empty, in front; returns it. It deletes itself when closed.
     static OVRestoreWindow *showAt(OVRestoreWindow *window, const QString &path);
+    // Offers Connect when the backup lies on the remote volume: mounts it
+    // as the user (the password comes from the keyring) and reads again.
+    void offerConnect();
 
     // What the window shows, for those who drive it.
     QString sourceRoot() const { return m_sources.sourceRoot; }

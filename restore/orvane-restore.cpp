@@ -39,6 +39,7 @@ int main(int argc, char **argv)
 
     OVRestoreWindow window;
     window.setSetup(setup);
+    window.offerConnect();
     window.openAt(path);
     window.show();
     return app.exec();
