@@ -106,6 +106,7 @@ void OVOrvanePref::connectControls()
 
 OVOrvanePref::~OVOrvanePref()
 {
+    saveOnLeaving();
     // The window's code lives in this module: it goes with the module (a
     // running restore stops between two whole files).
     delete m_restoreWindow.data();
@@ -358,13 +359,14 @@ void OVOrvanePref::restoreSavedOptions()
         m_optionsSheet->setVersionText(OVLocalized("Version") + OVBundle::shortVersion());
     }
     m_optionsSheet->selectSoundTitled(QStringLiteral("Magic Bell"));
-    if (domain) {
-        m_optionsSheet->restore(*domain);
-        const QString folder = OVSettingsTable::value(*domain, "SafetyNetFolder").toString();
-        m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
-        m_logSheet->setShowOnlyErrors(OVSettingsTable::value(*domain, "ShowOnlyErrors").toBool());
-        m_useAnacron = OVSettingsTable::value(*domain, "UseAnacron").toBool();
-    }
+    // Nothing stored yet: the controls go back to their design, so that a
+    // Cancel throws the edits away then too.
+    const QVariantMap stored = domain ? *domain : m_optionsSheet->designedValues();
+    m_optionsSheet->restore(stored);
+    const QString folder = OVSettingsTable::value(stored, "SafetyNetFolder").toString();
+    m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
+    m_logSheet->setShowOnlyErrors(OVSettingsTable::value(stored, "ShowOnlyErrors").toBool());
+    m_useAnacron = m_optionsSheet->useAnacron();
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
     m_optionsSheet->setRemotePassword(OVRemoteServer::autoConnectPassword({remote.address, remote.account, remote.volume}));
     m_optionsSheet->updatePrefsUI();
@@ -373,6 +375,7 @@ void OVOrvanePref::restoreSavedOptions()
 bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 {
     Q_UNUSED(notification)
+    m_useAnacron = m_optionsSheet->useAnacron();
     QVariantMap domain = m_optionsSheet->values();
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
@@ -383,6 +386,7 @@ bool OVOrvanePref::saveChanges(QEvent *notification, QObject *sender)
 
     if (m_isAuthorized && backupsOn()) {
         OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), scheduledTypes());
+        keepAnacronChoice(domain);
     }
 
     // Only the options' OK touches the keychain.
@@ -590,8 +594,9 @@ void OVOrvanePref::showEvent(QShowEvent *event)
 
 bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
 {
-    // Leaving for another module saves nothing; closing the host does.
-    // A close is followed by a hide: one save serves both.
+    // Closing the host saves (leaving for another module saves as the
+    // module goes, saveOnLeaving). A close is followed by a hide: one save
+    // serves both.
     if (watched == m_hostWindow && isVisibleTo(m_hostWindow)) {
         if (event->type() == QEvent::Show) {
             m_savedForClose = false;
@@ -604,4 +609,30 @@ bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
         }
     }
     return KCModule::eventFilter(watched, event);
+}
+
+void OVOrvanePref::saveOnLeaving()
+{
+    // System Settings destroys the module when the user picks another one:
+    // that is a close of this module, and saves as the host's close does,
+    // helpers finished before the module goes. A module never shown, or
+    // already saved by the close, saves nothing more.
+    if (!m_hostWindow || m_savedForClose) {
+        return;
+    }
+    m_savedForClose = true;
+    saveChanges(nullptr, nullptr);
+    OVToolLauncher::instance()->waitForAll(120000);
+}
+
+void OVOrvanePref::keepAnacronChoice(QVariantMap &domain)
+{
+    // Anacron went away: the schedule is cron's again, and the box and the
+    // store say so.
+    if (m_useAnacron == domain.value(QStringLiteral("UseAnacron")).toBool()) {
+        return;
+    }
+    m_optionsSheet->setUseAnacron(m_useAnacron);
+    domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
+    OVSettingsDomain::replace(domain);
 }

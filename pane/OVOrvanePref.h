@@ -168,4 +168,8 @@ private:
     // Stores the auto-connect password from the options' fields; false (with
     // an alert) when the address is invalid or the store refused it.
     bool addAutoConnectPassword();
+    // Leaving the module saves as closing its window does.
+    void saveOnLeaving();
+    // Stores the anacron choice again when the save's schedule had to drop it.
+    void keepAnacronChoice(QVariantMap &domain);
 };

@@ -7,6 +7,7 @@
 #include "ui_optionssheet.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QScrollBar>
 
 namespace
@@ -93,6 +94,8 @@ OVOptionsSheet::OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent)
             Q_EMIT closeRequested(button);
         });
     }
+    connect(m_ui->useAnacronCheck, &QCheckBox::clicked, this, &OVOptionsSheet::applyAnacronRule);
+    m_designed = values();
 }
 
 OVOptionsSheet::~OVOptionsSheet() = default;
@@ -150,6 +153,7 @@ OVOptionsSheet::Bindings OVOptionsSheet::bindings() const
     };
     b.checks = {
         {key("WaitUntilAway"), m_ui->waitUntilAwayCheck},
+        {key("UseAnacron"), m_ui->useAnacronCheck},
         {key("AutoConnect"), m_ui->autoConnectCheck},
         {key("SafetyNet"), m_ui->useSafetyNetCheck},
         {key("DisplayAlert"), m_ui->displayAlertCheck},
@@ -298,9 +302,30 @@ void OVOptionsSheet::setAnacronInControl(bool inControl)
     m_ui->anacronTextField->setText(inControl ? OVLocalized("AnacronInControl") : QString());
 }
 
+bool OVOptionsSheet::useAnacron() const
+{
+    return m_ui->useAnacronCheck->isChecked();
+}
+
+void OVOptionsSheet::setUseAnacron(bool useAnacron)
+{
+    m_ui->useAnacronCheck->setChecked(useAnacron);
+    applyAnacronRule();
+}
+
+void OVOptionsSheet::applyAnacronRule()
+{
+    const bool anacron = QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab));
+    const bool chosen = m_ui->useAnacronCheck->isChecked();
+    // Without anacron the box can only be turned off.
+    m_ui->useAnacronCheck->setEnabled(anacron || chosen);
+    setAnacronInControl(anacron && chosen);
+}
+
 void OVOptionsSheet::updatePrefsUI(QObject *sender)
 {
     Q_UNUSED(sender)
+    applyAnacronRule();
     const bool alert = m_ui->displayAlertCheck->isChecked();
     const bool dismiss = alert && m_ui->autoDismissCheck->isChecked();
     m_ui->autoDismissCheck->setEnabled(alert);

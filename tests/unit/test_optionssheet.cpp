@@ -95,7 +95,7 @@ private Q_SLOTS:
         for (auto it = values.constBegin(); it != values.constEnd(); ++it) {
             QVERIFY2(OVSettingsTable::find(it.key()), qPrintable(it.key()));
         }
-        QCOMPARE(values.size() + 5, OVSettingsTable::count());
+        QCOMPARE(values.size() + 4, OVSettingsTable::count());
     }
 };
 
