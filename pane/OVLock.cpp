@@ -20,8 +20,25 @@ OVLock::OVLock(QObject *parent)
             return;
         }
         m_pending = false;
+        Authority *authority = Authority::instance();
+        const Failure failure = failureFor(result, authority->hasError());
+        if (failure != Failure::None) {
+            const QString details = authority->errorDetails();
+            authority->clearError();
+            Q_EMIT authorizationUnavailable(failure, details);
+        }
         Q_EMIT authorizationFinished(result == Authority::Yes);
     });
+}
+
+OVLock::Failure OVLock::failureFor(int result, bool authorityError)
+{
+    // Unknown comes with an error when polkitd is not there to answer;
+    // Challenge means a password would do, but no agent is there to ask.
+    if (authorityError || result == Authority::Unknown) {
+        return Failure::NoAuthority;
+    }
+    return result == Authority::Challenge ? Failure::NoAgent : Failure::None;
 }
 
 bool OVLock::isAdminGroupList(const QString &groups)
@@ -59,9 +76,16 @@ void OVLock::requestAuthorization()
     }
     Authority *authority = Authority::instance();
     if (authority->hasError()) {
-        // No polkit: the lock cannot open. Answer as polkit would have.
+        // No polkit: the lock cannot open. Say so, and answer as polkit would have.
+        const QString details = authority->errorDetails();
         authority->clearError();
-        QMetaObject::invokeMethod(this, [this] { Q_EMIT authorizationFinished(false); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this,
+            [this, details] {
+                Q_EMIT authorizationUnavailable(Failure::NoAuthority, details);
+                Q_EMIT authorizationFinished(false);
+            },
+            Qt::QueuedConnection);
         return;
     }
     m_pending = true;

@@ -101,6 +101,7 @@ void OVOrvanePref::connectControls()
         hideLogSheet(m_logSheet);
     });
     connect(m_lock, &OVLock::authorizationFinished, this, &OVOrvanePref::authorizationFinished);
+    connect(m_lock, &OVLock::authorizationUnavailable, this, &OVOrvanePref::showLockUnavailable);
     connect(m_statusMonitor, &OVStatusMonitor::updated, this, &OVOrvanePref::updateUI);
 }
 
@@ -194,6 +195,16 @@ void OVOrvanePref::authorizationFinished(bool granted)
     showLockLook(true);
     authorizationChanged(true);
     masterToggle(this);
+}
+
+void OVOrvanePref::showLockUnavailable(OVLock::Failure failure, const QString &details)
+{
+    const bool noAgent = failure == OVLock::Failure::NoAgent;
+    QMessageBox *alert = showAlertSheet(QMessageBox::Warning,
+                                        "LockUnavailable",
+                                        noAgent ? "NoPolkitAgentExplanation" : "NoPolkitExplanation",
+                                        QStringLiteral("lockUnavailableAlert"));
+    alert->setInformativeText(details);
 }
 
 void OVOrvanePref::removePrivilege()

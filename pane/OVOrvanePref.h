@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OVLock.h"
 #include "OVToast.h"
 
 #include <KCModule>
@@ -16,7 +17,6 @@ class OVBackupItemModel;
 class OVItemsTable;
 class OVCredits;
 class OVHelpSheet;
-class OVLock;
 class QMessageBox;
 class OVLogSheet;
 class OVOptionsSheet;
@@ -139,6 +139,8 @@ private:
     QMessageBox *showAlertSheet(int icon, const char *titleKey, const char *messageKey, const QString &name);
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
+    // The lock cannot open because nobody can ask for the password.
+    void showLockUnavailable(OVLock::Failure failure, const QString &details);
     std::array<bool, 3> scheduledTypes() const;
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
