@@ -5,6 +5,9 @@
 #include <PolkitQt1/TemporaryAuthorization>
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
 #include <QProcess>
 #include <QRegularExpression>
 
@@ -29,6 +32,22 @@ OVLock::OVLock(QObject *parent)
         }
         Q_EMIT authorizationFinished(result == Authority::Yes);
     });
+}
+
+bool OVLock::authorityOnBus()
+{
+    // Running, or started by the bus on the first call.
+    const QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.isConnected()) {
+        return false;
+    }
+    const QString name = QStringLiteral("org.freedesktop.PolicyKit1");
+    QDBusConnectionInterface *daemon = bus.interface();
+    if (daemon->isServiceRegistered(name).value()) {
+        return true;
+    }
+    const QDBusReply<QStringList> activatable = daemon->call(QStringLiteral("ListActivatableNames"));
+    return activatable.isValid() && activatable.value().contains(name);
 }
 
 OVLock::Failure OVLock::failureFor(int result, bool authorityError)
@@ -75,7 +94,7 @@ void OVLock::requestAuthorization()
         return;
     }
     Authority *authority = Authority::instance();
-    if (authority->hasError()) {
+    if (authority->hasError() || !authorityOnBus()) {
         // No polkit: the lock cannot open. Say so, and answer as polkit would have.
         const QString details = authority->errorDetails();
         authority->clearError();

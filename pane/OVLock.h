@@ -31,6 +31,8 @@ public:
     // asked and answered).
     enum class Failure { None, NoAuthority, NoAgent };
     static Failure failureFor(int result, bool authorityError);
+    // Whether polkit's authority runs on the system bus, or the bus can start it.
+    static bool authorityOnBus();
 
 Q_SIGNALS:
     void authorizationFinished(bool granted);
