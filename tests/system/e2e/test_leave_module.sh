@@ -25,8 +25,7 @@ user() { # user COMMAND...: as ovadmin in the test's desktop session
     as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"
 }
 
-# systemsettings MODULE: the first call opens System Settings, a later one
-# asks the running one to show MODULE, as picking it in the sidebar does.
+# systemsettings_on MODULE: opens System Settings on MODULE.
 systemsettings_on() {
     user systemsettings "$1" >>/tmp/systemsettings.log 2>&1 &
 }
@@ -73,9 +72,12 @@ xdotool mousemove --window "$window" 600 300
 screenshot "$out/leave-before.png"
 check "nothing is saved before leaving" sh -c "! grep -q Fotos '$archive' 2>/dev/null"
 
-# Another module: System Settings destroys Orvane.
-systemsettings_on kcm_netpref
-check "System Settings shows the other module" wait_for_title "$window" '^Connection' 20
+# Another module from the sidebar ("Applications"): System Settings destroys Orvane.
+xdotool mousemove --window "$window" 77 126 click 1
+left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; }
+for _ in $(seq 40); do left_orvane && break; sleep 0.25; done
+check "System Settings shows the other module" left_orvane
+sleep 1
 screenshot "$out/leave-other-module.png"
 check "leaving saved the item list in place" grep -q Fotos "$archive"
 check "leaving installed the daily script" test -f "$support/.daily/orvane_daily.rb"
@@ -85,7 +87,7 @@ check "leaving put the daily line in the crontab" grep -q "$support/.daily/orvan
 printf '%s\n' "07/04/26" >"$support/.daily/.lastbackup"
 for i in $(seq 300); do echo "line $i: copied Fotos/picture-$i.jpg to Backups, a line long enough to wrap in the log window when it is not too wide"; done >/var/log/orvane_daily.log
 echo "newest line: the daily backup is complete" >>/var/log/orvane_daily.log
-systemsettings_on kcm_orvane
+xdotool mousemove --window "$window" 61 252 click 1
 check "System Settings shows Orvane again" wait_for_title "$window" '^Orvane' 20
 sleep 3
 screenshot "$out/leave-back.png"
@@ -104,7 +106,7 @@ assert text(new['OVDestPath']) == '/home/ovadmin/Backups'
 PY
 
 # The daily status button: the log opens, at its newest line.
-xdotool mousemove --window "$window" 236 520 click 1
+xdotool mousemove --window "$window" 485 489 click 1
 log=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Backup Log' | head -1)
 check "the daily log opens" test -n "$log"
 sleep 1
