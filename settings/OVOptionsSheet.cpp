@@ -96,6 +96,8 @@ OVOptionsSheet::OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent)
     }
     connect(m_ui->useAnacronCheck, &QCheckBox::clicked, this, &OVOptionsSheet::applyAnacronRule);
     m_designed = values();
+    // The sound menu is filled later; its absent value names the bell.
+    m_designed.remove(QStringLiteral("Sound"));
 }
 
 OVOptionsSheet::~OVOptionsSheet() = default;
