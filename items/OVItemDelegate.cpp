@@ -57,6 +57,14 @@ QWidget *OVItemDelegate::createEditor(QWidget *parent, const QStyleOptionViewIte
     return popUp;
 }
 
+void OVItemDelegate::initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const
+{
+    QStyledItemDelegate::initStyleOption(option, index);
+    if (index.column() == OVBackupItemModel::CheckColumn && !(index.flags() & Qt::ItemIsUserCheckable)) {
+        option->state &= ~QStyle::State_Enabled;
+    }
+}
+
 void OVItemDelegate::setEditorData(QWidget *editor, const QModelIndex &index) const
 {
     auto *popUp = qobject_cast<QComboBox *>(editor);

@@ -14,6 +14,8 @@ public:
     QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &option, const QModelIndex &index) const override;
     void setEditorData(QWidget *editor, const QModelIndex &index) const override;
     void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override;
+    // A tick box that cannot be used is drawn disabled.
+    void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override;
 
 Q_SIGNALS:
     // After the chosen entry's index is stored in the item.

@@ -122,5 +122,11 @@ void OVItemsTable::deleteSelected()
         return;
     }
     m_model->removeItem(row);
+    // The row that took its place is selected, ready for the next "−";
+    // its menus stay closed until asked for.
+    const int next = qMin(row, m_model->rowCount() - 1);
+    if (next >= 0) {
+        m_view->selectRow(next);
+    }
     Q_EMIT changed();
 }

@@ -12,7 +12,9 @@ OVTableView::OVTableView(QWidget *parent)
 {
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setEditTriggers(QAbstractItemView::CurrentChanged | QAbstractItemView::SelectedClicked | QAbstractItemView::DoubleClicked);
+    // A click selects a row (for "−"); a cell's menu opens on a deliberate
+    // act: a double-click, a click on the selected row's cell, or F2.
+    setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::SelectedClicked | QAbstractItemView::EditKeyPressed);
     setShowGrid(false);
     verticalHeader()->hide();
 }

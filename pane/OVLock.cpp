@@ -5,6 +5,9 @@
 #include <PolkitQt1/TemporaryAuthorization>
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
 #include <QProcess>
 #include <QRegularExpression>
 
@@ -20,8 +23,41 @@ OVLock::OVLock(QObject *parent)
             return;
         }
         m_pending = false;
+        Authority *authority = Authority::instance();
+        const Failure failure = failureFor(result, authority->hasError());
+        if (failure != Failure::None) {
+            const QString details = authority->errorDetails();
+            authority->clearError();
+            Q_EMIT authorizationUnavailable(failure, details);
+        }
         Q_EMIT authorizationFinished(result == Authority::Yes);
     });
+}
+
+bool OVLock::authorityOnBus()
+{
+    // Running, or started by the bus on the first call.
+    const QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.isConnected()) {
+        return false;
+    }
+    const QString name = QStringLiteral("org.freedesktop.PolicyKit1");
+    QDBusConnectionInterface *daemon = bus.interface();
+    if (daemon->isServiceRegistered(name).value()) {
+        return true;
+    }
+    const QDBusReply<QStringList> activatable = daemon->call(QStringLiteral("ListActivatableNames"));
+    return activatable.isValid() && activatable.value().contains(name);
+}
+
+OVLock::Failure OVLock::failureFor(int result, bool authorityError)
+{
+    // Unknown comes with an error when polkitd is not there to answer;
+    // Challenge means a password would do, but no agent is there to ask.
+    if (authorityError || result == Authority::Unknown) {
+        return Failure::NoAuthority;
+    }
+    return result == Authority::Challenge ? Failure::NoAgent : Failure::None;
 }
 
 bool OVLock::isAdminGroupList(const QString &groups)
@@ -58,10 +94,17 @@ void OVLock::requestAuthorization()
         return;
     }
     Authority *authority = Authority::instance();
-    if (authority->hasError()) {
-        // No polkit: the lock cannot open. Answer as polkit would have.
+    if (authority->hasError() || !authorityOnBus()) {
+        // No polkit: the lock cannot open. Say so, and answer as polkit would have.
+        const QString details = authority->errorDetails();
         authority->clearError();
-        QMetaObject::invokeMethod(this, [this] { Q_EMIT authorizationFinished(false); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this,
+            [this, details] {
+                Q_EMIT authorizationUnavailable(Failure::NoAuthority, details);
+                Q_EMIT authorizationFinished(false);
+            },
+            Qt::QueuedConnection);
         return;
     }
     m_pending = true;

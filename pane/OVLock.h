@@ -27,8 +27,19 @@ public:
     // unlock asks again.
     void removePrivilege();
 
+    // Why polkit could not be asked at all, for the user (empty when it was
+    // asked and answered).
+    enum class Failure { None, NoAuthority, NoAgent };
+    static Failure failureFor(int result, bool authorityError);
+    // Whether polkit's authority runs on the system bus, or the bus can start it.
+    static bool authorityOnBus();
+
 Q_SIGNALS:
     void authorizationFinished(bool granted);
+    // Before a refusal that is no answer of an administrator's: no polkit
+    // authority runs, or no agent could ask for the password. details:
+    // polkit's own words, when it gave any.
+    void authorizationUnavailable(OVLock::Failure failure, const QString &details);
 
 private:
     bool m_pending = false;

@@ -90,11 +90,13 @@ void OVOrvanePref::connectControls()
         hideLogSheet(m_logSheet);
     });
     connect(m_lock, &OVLock::authorizationFinished, this, &OVOrvanePref::authorizationFinished);
+    connect(m_lock, &OVLock::authorizationUnavailable, this, &OVOrvanePref::showLockUnavailable);
     connect(m_statusMonitor, &OVStatusMonitor::updated, this, &OVOrvanePref::updateUI);
 }
 
 OVOrvanePref::~OVOrvanePref()
 {
+    saveOnLeaving();
     // The window's code lives in this module: it goes with the module (a
     // running restore stops between two whole files).
     delete m_restoreWindow.data();
@@ -164,6 +166,17 @@ void OVOrvanePref::authorizationFinished(bool granted)
     showLockLook(true);
     authorizationChanged(true);
     masterToggle(this);
+}
+
+void OVOrvanePref::showLockUnavailable(OVLock::Failure failure, const QString &details)
+{
+    const bool noAgent = failure == OVLock::Failure::NoAgent;
+    QMessageBox *alert = OVAlert::show(this,
+                                       QMessageBox::Warning,
+                                       "LockUnavailable",
+                                       noAgent ? "NoPolkitAgentExplanation" : "NoPolkitExplanation",
+                                       QStringLiteral("lockUnavailableAlert"));
+    alert->setInformativeText(details);
 }
 
 void OVOrvanePref::removePrivilege()
@@ -277,8 +290,8 @@ void OVOrvanePref::restoreSavedOptions()
     m_optionsSheet->restoreSaved(domain);
     if (domain) {
         m_logSheet->setShowOnlyErrors(OVSettingsTable::value(*domain, "ShowOnlyErrors").toBool());
-        m_useAnacron = OVSettingsTable::value(*domain, "UseAnacron").toBool();
     }
+    m_useAnacron = m_optionsSheet->useAnacron();
     const OVOptionsSheet::RemoteFields remote = m_optionsSheet->remoteFields();
     m_optionsSheet->setRemotePassword(OVRemoteServer::autoConnectPassword({remote.address, remote.account, remote.volume}));
     m_optionsSheet->updatePrefsUI();
@@ -286,6 +299,7 @@ void OVOrvanePref::restoreSavedOptions()
 
 bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 {
+    m_useAnacron = m_optionsSheet->useAnacron();
     QVariantMap domain = m_optionsSheet->values();
     domain.insert(QStringLiteral("Master"), m_ui->masterPopUp->currentIndex());
     domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
@@ -296,6 +310,7 @@ bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 
     if (m_isAuthorized && backupsOn()) {
         OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
+        keepAnacronChoice(domain);
     }
 
     // Only the options' OK touches the keychain.
@@ -397,8 +412,9 @@ void OVOrvanePref::showEvent(QShowEvent *event)
 
 bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
 {
-    // Leaving for another module saves nothing; closing the host does.
-    // A close is followed by a hide: one save serves both.
+    // Closing the host saves (leaving for another module saves as the
+    // module goes, saveOnLeaving). A close is followed by a hide: one save
+    // serves both.
     if (watched == m_hostWindow && isVisibleTo(m_hostWindow)) {
         if (event->type() == QEvent::Show) {
             m_savedForClose = false;
@@ -412,4 +428,30 @@ bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
         }
     }
     return KCModule::eventFilter(watched, event);
+}
+
+void OVOrvanePref::saveOnLeaving()
+{
+    // System Settings destroys the module when the user picks another one:
+    // that is a close of this module, and saves as the host's close does,
+    // helpers finished before the module goes. A module never shown, or
+    // already saved by the close, saves nothing more.
+    if (!m_hostWindow || m_savedForClose) {
+        return;
+    }
+    m_savedForClose = true;
+    saveChanges(nullptr, nullptr);
+    OVToolLauncher::instance()->waitForAll(120000);
+}
+
+void OVOrvanePref::keepAnacronChoice(QVariantMap &domain)
+{
+    // Anacron went away: the schedule is cron's again, and the box and the
+    // store say so.
+    if (m_useAnacron == domain.value(QStringLiteral("UseAnacron")).toBool()) {
+        return;
+    }
+    m_optionsSheet->setUseAnacron(m_useAnacron);
+    domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
+    OVSettingsDomain::replace(domain);
 }

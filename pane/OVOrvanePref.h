@@ -22,6 +22,7 @@
 class OVAutoConnect;
 class OVCredits;
 class OVHelpSheet;
+class QMessageBox;
 class OVOptionsSheet;
 class OVRestoreWindow;
 class OVToolReport;
@@ -139,6 +140,8 @@ private:
     bool backupsOn() const;
     void showLockLook(bool unlocked);
     void authorizationFinished(bool granted);
+    // The lock cannot open because nobody can ask for the password.
+    void showLockUnavailable(OVLock::Failure failure, const QString &details);
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
     QPointer<OVRestoreWindow> m_restoreWindow;
@@ -168,4 +171,8 @@ private:
     // Stores the auto-connect password from the options' fields; false (with
     // an alert) when the address is invalid or the store refused it.
     bool addAutoConnectPassword();
+    // Leaving the module saves as closing its window does.
+    void saveOnLeaving();
+    // Stores the anacron choice again when the save's schedule had to drop it.
+    void keepAnacronChoice(QVariantMap &domain);
 };

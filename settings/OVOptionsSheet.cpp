@@ -8,6 +8,7 @@
 #include "ui_optionssheet.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QScrollBar>
 
 namespace
@@ -94,6 +95,10 @@ OVOptionsSheet::OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent)
             Q_EMIT closeRequested(button);
         });
     }
+    connect(m_ui->useAnacronCheck, &QCheckBox::clicked, this, &OVOptionsSheet::applyAnacronRule);
+    m_designed = values();
+    // The sound menu is filled later; its absent value names the bell.
+    m_designed.remove(QStringLiteral("Sound"));
 }
 
 OVOptionsSheet::~OVOptionsSheet() = default;
@@ -151,6 +156,7 @@ OVOptionsSheet::Bindings OVOptionsSheet::bindings() const
     };
     b.checks = {
         {key("WaitUntilAway"), m_ui->waitUntilAwayCheck},
+        {key("UseAnacron"), m_ui->useAnacronCheck},
         {key("AutoConnect"), m_ui->autoConnectCheck},
         {key("SafetyNet"), m_ui->useSafetyNetCheck},
         {key("DisplayAlert"), m_ui->displayAlertCheck},
@@ -299,9 +305,30 @@ void OVOptionsSheet::setAnacronInControl(bool inControl)
     m_ui->anacronTextField->setText(inControl ? OVLocalized("AnacronInControl") : QString());
 }
 
+bool OVOptionsSheet::useAnacron() const
+{
+    return m_ui->useAnacronCheck->isChecked();
+}
+
+void OVOptionsSheet::setUseAnacron(bool useAnacron)
+{
+    m_ui->useAnacronCheck->setChecked(useAnacron);
+    applyAnacronRule();
+}
+
+void OVOptionsSheet::applyAnacronRule()
+{
+    const bool anacron = QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab));
+    const bool chosen = m_ui->useAnacronCheck->isChecked();
+    // Without anacron the box can only be turned off.
+    m_ui->useAnacronCheck->setEnabled(anacron || chosen);
+    setAnacronInControl(anacron && chosen);
+}
+
 void OVOptionsSheet::updatePrefsUI(QObject *sender)
 {
     Q_UNUSED(sender)
+    applyAnacronRule();
     const bool alert = m_ui->displayAlertCheck->isChecked();
     const bool dismiss = alert && m_ui->autoDismissCheck->isChecked();
     m_ui->autoDismissCheck->setEnabled(alert);
@@ -428,11 +455,12 @@ void OVOptionsSheet::restoreSaved(const std::optional<QVariantMap> &domain)
         setVersionText(OVLocalized("Version") + OVBundle::shortVersion());
     }
     selectSoundTitled(QStringLiteral("Magic Bell"));
-    if (domain) {
-        restore(*domain);
-        const QString folder = OVSettingsTable::value(*domain, "SafetyNetFolder").toString();
-        m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
-    }
+    // Nothing stored yet: the controls go back to their design, so that a
+    // Cancel throws the edits away then too.
+    const QVariantMap stored = domain ? *domain : designedValues();
+    restore(stored);
+    const QString folder = OVSettingsTable::value(stored, "SafetyNetFolder").toString();
+    m_safetyNet->setSafetyNetFolder(folder.isEmpty() ? OVSafetyNet::defaultFolder() : folder);
 }
 
 QList<QPair<QByteArray, QByteArray>> OVOptionsSheet::scheduledScripts(const QVector<OVBackupItem> &items, const QString &toast) const

@@ -58,8 +58,16 @@ public:
     // then the stored domain when there is one, with its Safety Net folder.
     void restoreSaved(const std::optional<QVariantMap> &domain);
     // The settings held by the sheet's controls: every key of the settings
-    // table but the pane's own five.
+    // table but the pane's own four.
     QVariantMap values() const;
+    // The controls' settings as the interface file made them: what Cancel
+    // goes back to while nothing is stored yet.
+    QVariantMap designedValues() const { return m_designed; }
+
+    // Anacron, not cron, runs the schedule (and so catches up on runs missed
+    // while the computer was off).
+    bool useAnacron() const;
+    void setUseAnacron(bool useAnacron);
 
     // What the scripts take from the sheet: one frequency's check boxes,
     // and the options all scripts share (the Safety Net folder included).
@@ -83,6 +91,8 @@ public:
     void fillSoundPopUp(const QString &home);
     // While anacron runs the schedule, its times are not the pane's to set.
     void setAnacronInControl(bool inControl);
+    // The box's choice counts while /etc/anacrontab exists.
+    void applyAnacronRule();
 
     // The tab's identifier ("1" to "6") and the factor by which its content
     // box's height gives the sheet's height.
@@ -123,4 +133,5 @@ private:
 
     std::unique_ptr<Ui::OVOptionsSheet> m_ui;
     OVSafetyNet *m_safetyNet;
+    QVariantMap m_designed;
 };

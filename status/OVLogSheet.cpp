@@ -8,6 +8,7 @@
 #include <QFontDatabase>
 #include <QSettings>
 #include <QTextCodec>
+#include <QTimer>
 
 namespace
 {
@@ -44,14 +45,13 @@ void OVLogSheet::setShowOnlyErrors(bool onlyErrors)
 
 void OVLogSheet::viewLog(QPushButton *sender)
 {
-    if (sender->text() == OVLocalized("None")) {
+    if (QString(sender->text()).remove(QLatin1Char('&')) == OVLocalized("None")) {
         return;
     }
     m_ui->logTextView->setPlainText(QString());
     m_ui->showOnlyErrorsCheck->setProperty("tag", sender->property("tag"));
     loadLog();
-    m_ui->logTextView->moveCursor(QTextCursor::Start);
-    m_ui->logTextView->ensureCursorVisible();
+    scrollToNewest();
     const QByteArray frame = QSettings(QStringLiteral("orvane"), QStringLiteral("sheets")).value(FrameKey).toByteArray();
     if (!frame.isEmpty()) {
         restoreGeometry(frame);
@@ -84,11 +84,25 @@ void OVLogSheet::loadLog()
         const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
         // Text that is not UTF-8 shows as nothing rather than as garbage.
         m_ui->logTextView->setPlainText(state.invalidChars > 0 ? QString() : text);
+        scrollToNewest();
     } else if (errors) {
         // No error file: the last run had no errors.
         m_ui->logTextView->setPlainText(QString());
     }
     m_ui->logTextView->viewport()->update();
+}
+
+void OVLogSheet::scrollToNewest()
+{
+    m_ui->logTextView->moveCursor(QTextCursor::End);
+    m_ui->logTextView->ensureCursorVisible();
+}
+
+void OVLogSheet::showEvent(QShowEvent *event)
+{
+    QDialog::showEvent(event);
+    // Once laid out at its real size.
+    QTimer::singleShot(0, this, &OVLogSheet::scrollToNewest);
 }
 
 void OVLogSheet::reject()

@@ -36,7 +36,10 @@ Q_SIGNALS:
 protected:
     void reject() override;
     void hideEvent(QHideEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
+    // Shows the log's end: the newest lines are what the user came for.
+    void scrollToNewest();
     std::unique_ptr<Ui::OVLogSheet> m_ui;
 };

@@ -4,6 +4,8 @@
 #include "OVLocalizedStrings.h"
 #include "ovfixedpaths.h"
 
+#include <KAcceleratorManager>
+
 #include <QFile>
 #include <QLabel>
 #include <QLocale>
@@ -38,6 +40,11 @@ OVStatusMonitor::OVStatusMonitor(const std::array<Row, 3> &rows, std::function<b
     , m_timer(new QTimer(this))
 {
     m_timer->setInterval(5000);
+    // The titles are values (a date, "None"), not commands: the desktop's
+    // accelerator manager must not underline a letter of them.
+    for (const Row &row : m_rows) {
+        KAcceleratorManager::setNoAccel(row.button);
+    }
     connect(m_timer, &QTimer::timeout, this, &OVStatusMonitor::updateLogButtons);
 }
 

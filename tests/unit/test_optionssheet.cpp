@@ -65,7 +65,7 @@ private Q_SLOTS:
         QCOMPARE(values.value(QStringLiteral("ArchiveItems")).toInt(), sheet.findChild<QComboBox *>(QStringLiteral("archivePopUp"))->currentIndex());
         QCOMPARE(popUps, 9);
         QCOMPARE(values.value(QStringLiteral("AutoDismissAlert")).toBool(), sheet.findChild<QCheckBox *>(QStringLiteral("autoDismissCheck"))->isChecked());
-        QCOMPARE(checks, 23);
+        QCOMPARE(checks, 24);
 
         // And back: a fresh sheet shows what the first one held.
         OVOptionsSheet restored(&safetyNet);
@@ -95,7 +95,7 @@ private Q_SLOTS:
         for (auto it = values.constBegin(); it != values.constEnd(); ++it) {
             QVERIFY2(OVSettingsTable::find(it.key()), qPrintable(it.key()));
         }
-        QCOMPARE(values.size() + 5, OVSettingsTable::count());
+        QCOMPARE(values.size() + 4, OVSettingsTable::count());
     }
 };
 

@@ -14,9 +14,10 @@ open_orvane() {
     window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
     sleep 3
 }
-# choose_folder X PATH: the row's menu at column X, its "Choose Folder…", the dialog.
+# choose_folder X PATH: the row's menu at column X (a double-click opens it),
+# its "Choose Folder…", the dialog.
 choose_folder() {
-    xdotool mousemove --window "$window" "$1" 157 click 1
+    xdotool mousemove --window "$window" "$1" 157 click --repeat 2 --delay 80 1
     sleep 1.5
     xdotool key End Return
     timeout 10 xdotool search --sync --onlyvisible --name 'Find Directory' >/dev/null
@@ -34,7 +35,7 @@ sleep 1
 choose_folder 508 /root/Documents/Fotos
 choose_folder 775 /root/Backups
 # The frequency menu: from "Manually" up past its separator to "Weekly".
-xdotool mousemove --window "$window" 334 157 click 1
+xdotool mousemove --window "$window" 334 157 click --repeat 2 --delay 80 1
 sleep 1.5
 xdotool key Up Up Return
 sleep 1

@@ -1,0 +1,116 @@
+#!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
+# In System Settings under Xvfb, as an administrator who is not root, with
+# polkit granting the unlock (a rule, no agent): unlock, add a daily item
+# with both folders, then pick another module. Leaving saved as closing
+# does: by the time the other module shows, the polkit-gated helpers have
+# put the item list, the daily script and its crontab line in place. Back
+# in Orvane the item is there; the daily log opens at its end. Screenshots
+# go to $1.
+set -u
+out=${1:?output folder}
+mkdir -p "$out"
+. "$(dirname "$0")/desktop.sh"
+. "$(dirname "$0")/polkit.sh"
+polkit_rule grant || exit 1
+
+support="/Library/Application Support/Orvane"
+archive="$support/BackupItems.plist"
+runtime=/tmp/ovadmin-runtime
+mkdir -p "$runtime" && chown ovadmin: "$runtime" && chmod 700 "$runtime"
+as_admin mkdir -p /home/ovadmin/Fotos /home/ovadmin/Backups
+bus=$(as_admin env XDG_RUNTIME_DIR=$runtime dbus-daemon --session --fork --print-address=1 --address="unix:path=$runtime/bus")
+user() { # user COMMAND...: as ovadmin in the test's desktop session
+    as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"
+}
+
+# systemsettings_on MODULE: opens System Settings on MODULE.
+systemsettings_on() {
+    user systemsettings "$1" >>/tmp/systemsettings.log 2>&1 &
+}
+double_click() { # double_click X Y
+    xdotool mousemove --window "$window" "$1" "$2" click --repeat 2 --delay 80 1
+}
+choose_folder() { # choose_folder X PATH: the new row's menu at column X, "Choose Folder…", the dialog
+    double_click "$1" 157
+    sleep 1.5
+    xdotool key End Return
+    timeout 10 xdotool search --sync --onlyvisible --name 'Find Directory' >/dev/null
+    sleep 0.5
+    xdotool type --delay 20 "$2"
+    xdotool key Return
+    sleep 1.5
+}
+
+systemsettings_on kcm_orvane
+window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
+check "System Settings shows Orvane" test -n "$window" || { finish; exit 1; }
+sleep 3
+check "nothing is scheduled yet" sh -c "! grep -q orvane_daily /etc/crontab"
+
+# Unlock (polkit's rule grants it), add an item, give it both folders, make it daily.
+xdotool mousemove --window "$window" 284 601 click 1
+sleep 2
+xdotool mousemove --window "$window" 305 426 click 1
+sleep 1
+# A plain click only selects the new row: no menu, no folder dialog.
+xdotool mousemove --window "$window" 508 157 click 1
+sleep 1.5
+check "a plain click opens no folder dialog" sh -c "! xdotool search --onlyvisible --name 'Find Directory' >/dev/null 2>&1"
+screenshot "$out/leave-selected-row.png"
+xdotool key Escape
+sleep 0.5
+choose_folder 508 /home/ovadmin/Fotos
+choose_folder 775 /home/ovadmin/Backups
+# The frequency menu: from "Manually" up past its separator to "Daily".
+double_click 334 157
+sleep 1.5
+xdotool key Up Up Up Return
+sleep 1
+xdotool mousemove --window "$window" 600 300
+screenshot "$out/leave-before.png"
+check "nothing is saved before leaving" sh -c "! grep -q Fotos '$archive' 2>/dev/null"
+
+# Another module from the sidebar ("Applications"): System Settings destroys Orvane.
+xdotool mousemove --window "$window" 77 126 click 1
+left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; }
+for _ in $(seq 40); do left_orvane && break; sleep 0.25; done
+check "System Settings shows the other module" left_orvane
+sleep 1
+screenshot "$out/leave-other-module.png"
+check "leaving saved the item list in place" grep -q Fotos "$archive"
+check "leaving installed the daily script" test -f "$support/.daily/orvane_daily.rb"
+check "leaving put the daily line in the crontab" grep -q "$support/.daily/orvane_daily.rb" /etc/crontab
+
+# Back: the item is there, as saved.
+printf '%s\n' "07/04/26" >"$support/.daily/.lastbackup"
+for i in $(seq 300); do echo "line $i: copied Fotos/picture-$i.jpg to Backups, a line long enough to wrap in the log window when it is not too wide"; done >/var/log/orvane_daily.log
+echo "newest line: the daily backup is complete" >>/var/log/orvane_daily.log
+xdotool mousemove --window "$window" 61 252 click 1
+check "System Settings shows Orvane again" wait_for_title "$window" '^Orvane' 20
+sleep 3
+screenshot "$out/leave-back.png"
+check "the list holds the default item and the new one" python3 - "$archive" <<'PY'
+import plistlib, sys
+archive = plistlib.load(open(sys.argv[1], 'rb'))
+objects = archive['$objects']
+items = [o for o in objects if isinstance(o, dict) and 'OVFrequencyColumn' in o]
+def text(uid):
+    return objects[uid.data] if uid.data else None
+assert len(items) == 2, items
+new = items[1]
+assert new['OVFrequencyColumn'] == 0, new
+assert text(new['OVSourcePath']) == '/home/ovadmin/Fotos', text(new['OVSourcePath'])
+assert text(new['OVDestPath']) == '/home/ovadmin/Backups'
+PY
+
+# The daily status button: the log opens, at its newest line.
+xdotool mousemove --window "$window" 485 489 click 1
+log=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Backup Log' | head -1)
+check "the daily log opens" test -n "$log"
+sleep 1
+screenshot "$out/leave-log-at-end.png"
+
+xdotool key --window "$window" ctrl+q
+finish

@@ -1,0 +1,168 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The items table as a user meets it, offscreen: folder labels on the
+// desktop's disks, a plain click that only selects, menus on a deliberate
+// act, tick boxes that cannot be used drawn disabled, and a delete that
+// leaves the next row selected with its menus closed.
+#include "OVBackupItemModel.h"
+#include "OVFolderLabel.h"
+#include "OVItemDelegate.h"
+#include "OVItemsTable.h"
+#include "OVTableView.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QHeaderView>
+#include <QStyleOptionViewItem>
+#include <QTest>
+
+class TestItemsTable : public QObject
+{
+    Q_OBJECT
+
+    struct Table {
+        QComboBox frequencyMenu;
+        OVBackupItemModel model;
+        OVTableView view;
+        OVItemsTable table;
+        explicit Table(int rows)
+            : table(&view, prepared(&frequencyMenu), &model)
+        {
+            for (int i = 0; i < rows; ++i) {
+                model.createNewBackupItem();
+            }
+            model.setFolder(0, OVBackupItemModel::ChooseSourceTag, QStringLiteral("/home/ann"), QStringLiteral("ann"));
+            model.setFolder(0, OVBackupItemModel::ChooseDestinationTag, QStringLiteral("/media/ann/Disk/ann"), QStringLiteral("Disk: ann"));
+            model.setEditable(true);
+            view.resize(600, 300);
+            view.show();
+        }
+        static QComboBox *prepared(QComboBox *menu)
+        {
+            menu->addItems({QStringLiteral("Daily"), QStringLiteral("Weekly"), QStringLiteral("Monthly"), QString(), QStringLiteral("Manually")});
+            return menu;
+        }
+        QPoint cell(int row, int column) const
+        {
+            return view.visualRect(model.index(row, column)).center();
+        }
+        // An editor is a pop-up open in the table.
+        bool menuOpen() const
+        {
+            return view.viewport()->findChild<QComboBox *>(QStringLiteral("cellPopUp")) != nullptr;
+        }
+    };
+
+private Q_SLOTS:
+    void foldersOnDisksAreLabelledWithTheirDisk()
+    {
+        const struct {
+            const char *path;
+            const char *label;
+        } rows[] = {
+            {"/Volumes/Backup/Photos", "Backup: Photos"},
+            {"/Volumes/Backup/Photos/2024", "Backup: 2024"},
+            {"/Volumes/Backup", "Backup"},
+            {"/media/ann/USB STICK/Photos", "USB STICK: Photos"},
+            {"/media/ann/USB STICK/Photos/2024/", "USB STICK: 2024"},
+            {"/run/media/ann/Backup/Work", "Backup: Work"},
+            {"/run/media/ann/Backup/Work/../Play", "Backup: Play"},
+            // A disk itself, and the folders above disks, keep their names.
+            {"/media/ann/USB STICK", "USB STICK"},
+            {"/media/ann", "ann"},
+            {"/run/media/ann/Backup", "Backup"},
+            {"/run/media", "media"},
+            // Look-alikes are plain folders.
+            {"/mediafiles/ann/Disk/Folder", "Folder"},
+            {"/home/ann/media/x/Disk/Folder", "Folder"},
+            {"/run/user/1000/Disk/Folder", "Folder"},
+        };
+        for (const auto &row : rows) {
+            QCOMPARE(OVFolderLabel::labelForPath(QString::fromUtf8(row.path)), QString::fromUtf8(row.label));
+        }
+        QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/media/ann/Disk")), 2);
+        QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/run/media/ann/Disk/x")), 3);
+        QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/Volumes/Disk")), 1);
+        QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("media/ann/Disk")), -1);
+        QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/media/ann")), -1);
+    }
+
+    void aPlainClickSelectsWithoutAMenu()
+    {
+        Table t(3);
+        QVERIFY(QTest::qWaitForWindowExposed(&t.view));
+        QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::SourceColumn));
+        QCOMPARE(t.table.selectedRow(), 1);
+        QTest::qWait(QApplication::doubleClickInterval() + 200);
+        QVERIFY(!t.menuOpen());
+
+        // Another row, another plain click: still no menu.
+        QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(2, OVBackupItemModel::FrequencyColumn));
+        QCOMPARE(t.table.selectedRow(), 2);
+        QTest::qWait(QApplication::doubleClickInterval() + 200);
+        QVERIFY(!t.menuOpen());
+
+        // A click on the selected row's cell opens its menu.
+        QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(2, OVBackupItemModel::FrequencyColumn));
+        QTRY_VERIFY(t.menuOpen());
+        // Escape closes the menu, a second one the cell's editor.
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QTest::qWait(100);
+        QTest::keyClick(t.view.viewport()->findChild<QComboBox *>(QStringLiteral("cellPopUp")), Qt::Key_Escape);
+        QTRY_VERIFY(!t.menuOpen());
+
+        // A double-click on another row selects it and opens its menu.
+        // (A real double-click: press, release, then the double press.)
+        QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(0, OVBackupItemModel::DestColumn));
+        QTest::mouseDClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(0, OVBackupItemModel::DestColumn));
+        QCOMPARE(t.table.selectedRow(), 0);
+        QTRY_VERIFY(t.menuOpen());
+    }
+
+    void aDeleteLeavesTheNextRowSelectedAndClosed()
+    {
+        Table t(3);
+        QVERIFY(QTest::qWaitForWindowExposed(&t.view));
+        QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::SourceColumn));
+        t.table.deleteSelected();
+        QCOMPARE(t.model.rowCount(), 2);
+        QCOMPARE(t.table.selectedRow(), 1);
+        QTest::qWait(QApplication::doubleClickInterval() + 200);
+        QVERIFY(!t.menuOpen());
+        // The last row gone: the one above it is selected.
+        t.table.deleteSelected();
+        QCOMPARE(t.table.selectedRow(), 0);
+        QVERIFY(!t.menuOpen());
+    }
+
+    void tickBoxesThatCannotBeUsedLookDisabled()
+    {
+        Table t(2);
+        auto *delegate = qobject_cast<OVItemDelegate *>(t.view.itemDelegate());
+        QVERIFY(delegate);
+        auto stateOf = [&](int row, int column) {
+            QStyleOptionViewItem option;
+            option.state = QStyle::State_Enabled;
+            delegate->initStyleOption(&option, t.model.index(row, column));
+            return option.state;
+        };
+        // Row 0 has both folders: its box can be used; row 1 has none.
+        QVERIFY(stateOf(0, OVBackupItemModel::CheckColumn) & QStyle::State_Enabled);
+        QVERIFY(!(stateOf(1, OVBackupItemModel::CheckColumn) & QStyle::State_Enabled));
+        // The other cells of the row stay as they are.
+        QVERIFY(stateOf(1, OVBackupItemModel::SourceColumn) & QStyle::State_Enabled);
+        // Locked: no box can be used.
+        t.model.setEditable(false);
+        QVERIFY(!(stateOf(0, OVBackupItemModel::CheckColumn) & QStyle::State_Enabled));
+
+        // Clicking the unusable box changes nothing.
+        t.model.setEditable(true);
+        QVERIFY(QTest::qWaitForWindowExposed(&t.view));
+        const bool before = t.model.item(1).checkColumn();
+        QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::CheckColumn));
+        QCOMPARE(t.model.item(1).checkColumn(), before);
+    }
+};
+
+QTEST_MAIN(TestItemsTable)
+#include "test_itemstable.moc"
