@@ -3,6 +3,7 @@
 #include "OVBundle.h"
 #include "OVLocalizedStrings.h"
 #include "OVSafetyNet.h"
+#include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 #include "OVTint.h"
 #include "ui_optionssheet.h"
@@ -254,6 +255,7 @@ void OVOptionsSheet::openOnFirstTab()
 {
     m_ui->optionsTabView->setCurrentIndex(0);
     open();
+    setAnacronInControl(useAnacron() && QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab)));
 }
 
 OVScheduleTables::Times OVOptionsSheet::scheduleTimes() const
@@ -314,6 +316,16 @@ void OVOptionsSheet::setUseAnacron(bool useAnacron)
 {
     m_ui->useAnacronCheck->setChecked(useAnacron);
     applyAnacronRule();
+}
+
+void OVOptionsSheet::keepAnacronChoice(bool useAnacron, QVariantMap &domain)
+{
+    if (useAnacron == domain.value(QStringLiteral("UseAnacron")).toBool()) {
+        return;
+    }
+    setUseAnacron(useAnacron);
+    domain.insert(QStringLiteral("UseAnacron"), useAnacron);
+    OVSettingsDomain::replace(domain);
 }
 
 void OVOptionsSheet::applyAnacronRule()

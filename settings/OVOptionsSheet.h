@@ -68,6 +68,9 @@ public:
     // while the computer was off).
     bool useAnacron() const;
     void setUseAnacron(bool useAnacron);
+    // A save's schedule had to drop anacron (gone from the system): the box
+    // and the stored domain say so too. Nothing happens when they agree.
+    void keepAnacronChoice(bool useAnacron, QVariantMap &domain);
 
     // What the scripts take from the sheet: one frequency's check boxes,
     // and the options all scripts share (the Safety Net folder included).
@@ -78,7 +81,8 @@ public:
     // the manual one for manual_backup.
     QList<QPair<QByteArray, QByteArray>> scheduledScripts(const QVector<OVBackupItem> &items, const QString &toast) const;
     QByteArray manualScript(const QVector<OVBackupItem> &items, const QString &toast) const;
-    // Opens the sheet on its first tab.
+    // Opens the sheet on its first tab; while anacron runs the schedule,
+    // its times are not the sheet's to set.
     void openOnFirstTab();
 
     // The schedule's times from the pop-ups' tags; the afternoon is read from
