@@ -5,7 +5,6 @@
 #include "OVAlert.h"
 #include "OVAutoConnect.h"
 #include "OVBundle.h"
-#include "OVCredits.h"
 #include "OVHelpSheet.h"
 #include "OVItemArchive.h"
 #include "OVLockView.h"
@@ -20,8 +19,6 @@
 #include "ui_orvanepref.h"
 
 #include <QDir>
-#include <QTabWidget>
-#include <QTextBrowser>
 #include <QTimer>
 
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
@@ -52,8 +49,6 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     m_updateNotice = new OVUpdateNotice(this);
     m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);
-    const QString credits = OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html"));
-    m_credits = new OVCredits(m_optionsSheet->creditsTextView(), m_optionsSheet->tabView(), credits, this);
     m_toolReport = new OVToolReport(m_ui->toolMessage, this);
     m_autoConnect = new OVAutoConnect(this);
     m_lockView = new OVLockView(m_lock, m_ui->lockLabel, m_ui->lockButton, this);
@@ -256,7 +251,6 @@ bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 
 void OVOrvanePref::showOptions(QObject *)
 {
-    m_credits->loadCredits();
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
     restoreSavedOptions();
@@ -273,7 +267,6 @@ void OVOrvanePref::hideOptions(QObject *sender)
         restoreSavedOptions();
     }
     m_optionsSheet->done(QDialog::Accepted);
-    m_credits->stopScrolling();
     m_statusMonitor->startTimer(false);
 }
 

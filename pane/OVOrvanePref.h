@@ -76,7 +76,7 @@ public:
     OVLogSheet *logSheet() const { return m_logSheet; }
     OVLock *lock() const { return m_lock; }
     OVHelpSheet *helpSheet() const { return m_helpSheet; }
-    OVCredits *credits() const { return m_credits; }
+    OVCredits *credits() const { return m_optionsSheet->credits(); }
 
     // Puts the stored settings into the controls.
     void restoreSavedOptions();
@@ -182,7 +182,6 @@ private:
     OVItemsTable *m_itemsTable;
     OVUpdateNotice *m_updateNotice;
     OVHelpSheet *m_helpSheet;
-    OVCredits *m_credits;
     OVToolReport *m_toolReport;
     OVAutoConnect *m_autoConnect;
     OVSaveOnClose *m_saveOnClose;
