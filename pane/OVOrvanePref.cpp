@@ -5,12 +5,10 @@
 #include "OVAlert.h"
 #include "OVAutoConnect.h"
 #include "OVBundle.h"
-#include "OVCredits.h"
 #include "OVHelpSheet.h"
 #include "OVItemArchive.h"
-#include "OVLocalizedStrings.h"
-#include "OVOptionsSheet.h"
-#include "OVRestoreWindow.h"
+#include "OVLockView.h"
+#include "OVSaveOnClose.h"
 #include "OVSettingsDomain.h"
 #include "OVSettingsTable.h"
 #include "OVStartupFiles.h"
@@ -21,9 +19,6 @@
 #include "ui_orvanepref.h"
 
 #include <QDir>
-#include <QFileInfo>
-#include <QTabWidget>
-#include <QTextBrowser>
 #include <QTimer>
 
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
@@ -38,6 +33,12 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     // Changes are saved by the pane itself, never by the host's buttons.
     setButtons(NoAdditionalButton);
     m_ui->setupUi(this);
+    m_controls = {m_ui->masterPopUp,
+                  {m_ui->lastDailyBackup, m_ui->lastWeeklyBackup, m_ui->lastMonthlyBackup},
+                  m_ui->addFolderButton,
+                  m_ui->deleteFolderButton,
+                  m_ui->optionsButton,
+                  m_ui->backupButton};
     const auto authorized = [this] {
         return m_isAuthorized;
     };
@@ -48,10 +49,12 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     m_updateNotice = new OVUpdateNotice(this);
     m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);
-    const QString credits = OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html"));
-    m_credits = new OVCredits(m_optionsSheet->creditsTextView(), m_optionsSheet->tabView(), credits, this);
     m_toolReport = new OVToolReport(m_ui->toolMessage, this);
     m_autoConnect = new OVAutoConnect(this);
+    m_lockView = new OVLockView(m_lock, m_ui->lockLabel, m_ui->lockButton, this);
+    m_saveOnClose = new OVSaveOnClose(this, m_toolReport, [this](QEvent *event) {
+        saveChanges(event, nullptr);
+    });
     connectControls();
     mainViewDidLoad();
 }
@@ -89,14 +92,16 @@ void OVOrvanePref::connectControls()
     connect(m_logSheet, &OVLogSheet::closeRequested, this, [this] {
         hideLogSheet(m_logSheet);
     });
-    connect(m_lock, &OVLock::authorizationFinished, this, &OVOrvanePref::authorizationFinished);
-    connect(m_lock, &OVLock::authorizationUnavailable, this, &OVOrvanePref::showLockUnavailable);
+    connect(m_lockView, &OVLockView::opened, this, [this] {
+        authorizationChanged(true);
+        masterToggle(this);
+    });
     connect(m_statusMonitor, &OVStatusMonitor::updated, this, &OVOrvanePref::updateUI);
 }
 
 OVOrvanePref::~OVOrvanePref()
 {
-    saveOnLeaving();
+    m_saveOnClose->saveOnLeaving();
     // The window's code lives in this module: it goes with the module (a
     // running restore stops between two whole files).
     delete m_restoreWindow.data();
@@ -123,7 +128,7 @@ void OVOrvanePref::mainViewDidLoad()
     // An administrator who left the pane open finds it open, without a
     // password; everyone else starts locked.
     const bool unlocked = isAdminUser() && saved && !OVSettingsTable::value(*saved, "Locked").toBool();
-    showLockLook(unlocked);
+    m_lockView->showLook(unlocked);
     authorizationChanged(unlocked);
     m_ui->masterPopUp->setEnabled(m_isAuthorized);
     initPrivilege();
@@ -138,13 +143,6 @@ void OVOrvanePref::mainViewDidLoad()
     OVStartupFiles::removeLeftoverScripts();
 }
 
-void OVOrvanePref::showLockLook(bool unlocked)
-{
-    m_ui->lockLabel->setText(OVLocalized(unlocked ? "PreventChanges" : "MakeChanges"));
-    m_ui->lockButton->setIcon(QIcon(QPixmap(OVBundle::pathForResource(QLatin1String(unlocked ? "unlock" : "lock"), QStringLiteral("tiff")))));
-    m_ui->lockButton->setChecked(!unlocked);
-}
-
 void OVOrvanePref::authenticate(QObject *)
 {
     if (m_isAuthorized) {
@@ -152,38 +150,13 @@ void OVOrvanePref::authenticate(QObject *)
         removePrivilege();
         return;
     }
-    // The click toggled the button; it shows the closed lock until polkit says yes.
-    m_ui->lockButton->setChecked(true);
-    m_lock->requestAuthorization();
-}
-
-void OVOrvanePref::authorizationFinished(bool granted)
-{
-    if (!granted) {
-        m_ui->lockButton->setChecked(true);
-        return;
-    }
-    showLockLook(true);
-    authorizationChanged(true);
-    masterToggle(this);
-}
-
-void OVOrvanePref::showLockUnavailable(OVLock::Failure failure, const QString &details)
-{
-    const bool noAgent = failure == OVLock::Failure::NoAgent;
-    QMessageBox *alert = OVAlert::show(this,
-                                       QMessageBox::Warning,
-                                       "LockUnavailable",
-                                       noAgent ? "NoPolkitAgentExplanation" : "NoPolkitExplanation",
-                                       QStringLiteral("lockUnavailableAlert"));
-    alert->setInformativeText(details);
+    m_lockView->requestOpen();
 }
 
 void OVOrvanePref::removePrivilege()
 {
-    m_lock->removePrivilege();
+    m_lockView->close();
     authorizationChanged(false);
-    showLockLook(false);
     masterToggle(this);
     initPrivilege();
 }
@@ -195,19 +168,12 @@ bool OVOrvanePref::backupsOn() const
 
 void OVOrvanePref::masterToggle(QObject *)
 {
-    const bool on = backupsOn();
     if (m_isAuthorized && m_ui->masterPopUp->currentIndex() == 1) {
         OVToolLauncher::launch(OVFixedPaths::RemoveScriptsTool);
         OVScheduleTables::removeSchedule(m_useAnacron);
     }
-    m_ui->masterPopUp->setEnabled(m_isAuthorized);
-    setTableEnabled(on && m_isAuthorized);
-    for (QWidget *status : {m_ui->lastDailyBackup, m_ui->lastWeeklyBackup, m_ui->lastMonthlyBackup}) {
-        status->setEnabled(m_isAuthorized);
-    }
-    m_ui->addFolderButton->setEnabled(on && m_isAuthorized);
-    m_ui->deleteFolderButton->setEnabled(on && m_isAuthorized && m_backupItems->rowCount() > 1);
-    m_ui->optionsButton->setEnabled(m_isAuthorized);
+    setTableEnabled(backupsOn() && m_isAuthorized);
+    m_controls.applySwitch(m_isAuthorized, backupsOn(), m_backupItems->rowCount());
     updateLogButtons();
     m_ui->tableView->viewport()->update();
 }
@@ -222,35 +188,9 @@ void OVOrvanePref::setTableEnabled(bool enabled)
 void OVOrvanePref::updateUI()
 {
     m_ui->tableView->viewport()->update();
-    const bool on = backupsOn();
-    m_ui->deleteFolderButton->setEnabled(on && m_isAuthorized && m_backupItems->rowCount() > 1);
-    // In this order: the items are checked whenever backups are on.
-    m_ui->backupButton->setEnabled(on && validateBackupItems() && m_isAuthorized && !isBackupRunning());
-}
-
-void OVOrvanePref::buildCrontab()
-{
-    OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
-}
-
-bool OVOrvanePref::buildAnacrontab()
-{
-    if (!OVScheduleTables::buildAnacrontab(m_backupItems->scheduledTypes())) {
-        // Anacron is gone: cron takes the schedule back.
-        m_useAnacron = false;
-        return false;
-    }
-    return true;
-}
-
-void OVOrvanePref::buildScheduledScripts()
-{
-    m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName);
-}
-
-void OVOrvanePref::buildManualScript()
-{
-    m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName);
+    m_controls.applyItems(m_isAuthorized, backupsOn(), m_backupItems->rowCount(), [this] {
+        return validateBackupItems() && !isBackupRunning();
+    });
 }
 
 void OVOrvanePref::performBackup(QObject *)
@@ -261,27 +201,6 @@ void OVOrvanePref::performBackup(QObject *)
     buildManualScript();
     OVToolLauncher::launch(OVFixedPaths::ManualBackupTool, m_manualScript);
     OVAlert::show(this, QMessageBox::Information, "ManualBackup", "ManualBackupExplanation", QStringLiteral("manualBackupSheet"));
-}
-
-void OVOrvanePref::viewLog(QObject *sender)
-{
-    if (auto *button = qobject_cast<QPushButton *>(sender)) {
-        m_logSheet->viewLog(button);
-    }
-}
-
-void OVOrvanePref::hideLogSheet(QObject *)
-{
-    saveChanges(nullptr, nullptr);
-    m_logSheet->done(QDialog::Accepted);
-}
-
-void OVOrvanePref::loadBackupItems()
-{
-    // An archive that cannot be decoded counts as absent.
-    if (!m_backupItems->loadArchive()) {
-        addBackupItem(this);
-    }
 }
 
 void OVOrvanePref::restoreSavedOptions()
@@ -310,7 +229,7 @@ bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 
     if (m_isAuthorized && backupsOn()) {
         OVScheduleTables::applySchedule(m_useAnacron, m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
-        keepAnacronChoice(domain);
+        m_optionsSheet->keepAnacronChoice(m_useAnacron, domain);
     }
 
     // Only the options' OK touches the keychain.
@@ -332,12 +251,10 @@ bool OVOrvanePref::saveChanges(QEvent *, QObject *sender)
 
 void OVOrvanePref::showOptions(QObject *)
 {
-    m_credits->loadCredits();
     // The status is not refreshed while the dialog is open.
     m_statusMonitor->stopTimer();
     restoreSavedOptions();
     m_optionsSheet->openOnFirstTab();
-    m_optionsSheet->setAnacronInControl(m_useAnacron && QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab)));
 }
 
 void OVOrvanePref::hideOptions(QObject *sender)
@@ -350,15 +267,7 @@ void OVOrvanePref::hideOptions(QObject *sender)
         restoreSavedOptions();
     }
     m_optionsSheet->done(QDialog::Accepted);
-    m_credits->stopScrolling();
     m_statusMonitor->startTimer(false);
-}
-
-void OVOrvanePref::chooseSafetyNetFolder(QObject *)
-{
-    if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
-        m_optionsSheet->updatePrefsUI();
-    }
 }
 
 void OVOrvanePref::addBackupItem(QObject *)
@@ -366,18 +275,6 @@ void OVOrvanePref::addBackupItem(QObject *)
     createNewBackupItem();
     updateUI();
     m_ui->tableView->scrollToBottom();
-}
-
-void OVOrvanePref::setToastInstalled()
-{
-    m_toast = OVToast::detect(OVToast::applicationFolders());
-    m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
-}
-
-void OVOrvanePref::showRestore(QObject *)
-{
-    // Restoring reads as the user and changes no setting: no unlock needed.
-    m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder());
 }
 
 void OVOrvanePref::verifyToolPermissions()
@@ -399,59 +296,4 @@ void OVOrvanePref::connectToServer(QObject *)
     if (remote.isComplete()) {
         m_autoConnect->connectToServer({remote.address, remote.account, remote.volume}, remote.password);
     }
-}
-
-void OVOrvanePref::showEvent(QShowEvent *event)
-{
-    KCModule::showEvent(event);
-    if (!m_hostWindow && window() != this) {
-        m_hostWindow = window();
-        m_hostWindow->installEventFilter(this);
-    }
-}
-
-bool OVOrvanePref::eventFilter(QObject *watched, QEvent *event)
-{
-    // Closing the host saves (leaving for another module saves as the
-    // module goes, saveOnLeaving). A close is followed by a hide: one save
-    // serves both.
-    if (watched == m_hostWindow && isVisibleTo(m_hostWindow)) {
-        if (event->type() == QEvent::Show) {
-            m_savedForClose = false;
-        } else if (!m_savedForClose && (event->type() == QEvent::Close || (event->type() == QEvent::Hide && !m_hostWindow->isMinimized()))) {
-            m_savedForClose = true;
-            const int mark = m_toolReport->failureCount();
-            saveChanges(event, nullptr);
-            // The host goes next: its helpers finish first (an agent's
-            // password dialog included), and what failed is shown.
-            m_toolReport->finishBeforeClose(m_hostWindow, mark, 120000);
-        }
-    }
-    return KCModule::eventFilter(watched, event);
-}
-
-void OVOrvanePref::saveOnLeaving()
-{
-    // System Settings destroys the module when the user picks another one:
-    // that is a close of this module, and saves as the host's close does,
-    // helpers finished before the module goes. A module never shown, or
-    // already saved by the close, saves nothing more.
-    if (!m_hostWindow || m_savedForClose) {
-        return;
-    }
-    m_savedForClose = true;
-    saveChanges(nullptr, nullptr);
-    OVToolLauncher::instance()->waitForAll(120000);
-}
-
-void OVOrvanePref::keepAnacronChoice(QVariantMap &domain)
-{
-    // Anacron went away: the schedule is cron's again, and the box and the
-    // store say so.
-    if (m_useAnacron == domain.value(QStringLiteral("UseAnacron")).toBool()) {
-        return;
-    }
-    m_optionsSheet->setUseAnacron(m_useAnacron);
-    domain.insert(QStringLiteral("UseAnacron"), m_useAnacron);
-    OVSettingsDomain::replace(domain);
 }

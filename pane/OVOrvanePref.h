@@ -6,6 +6,9 @@
 #include "OVItemsTable.h"
 #include "OVLock.h"
 #include "OVLogSheet.h"
+#include "OVOptionsSheet.h"
+#include "OVPaneControls.h"
+#include "OVRestoreWindow.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
 #include "OVStatusMonitor.h"
@@ -14,6 +17,7 @@
 #include <KCModule>
 
 #include <QPointer>
+#include <QPushButton>
 #include <QVariantMap>
 #include <array>
 #include <memory>
@@ -22,9 +26,8 @@
 class OVAutoConnect;
 class OVCredits;
 class OVHelpSheet;
-class QMessageBox;
-class OVOptionsSheet;
-class OVRestoreWindow;
+class OVLockView;
+class OVSaveOnClose;
 class OVToolReport;
 class OVUpdateNotice;
 
@@ -61,7 +64,11 @@ public:
     QString fullPathToToast() const { return m_toast.fullPath; }
     QString toastApplicationName() const { return m_toast.applicationName; }
     // Finds Toast among the applications (at start-up).
-    void setToastInstalled();
+    void setToastInstalled()
+    {
+        m_toast = OVToast::detect(OVToast::applicationFolders());
+        m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
+    }
     bool useAnacron() const { return m_useAnacron; }
     OVOptionsSheet *optionsSheet() const { return m_optionsSheet; }
     OVSafetyNet *safetyNet() const { return m_safetyNet; }
@@ -69,7 +76,7 @@ public:
     OVLogSheet *logSheet() const { return m_logSheet; }
     OVLock *lock() const { return m_lock; }
     OVHelpSheet *helpSheet() const { return m_helpSheet; }
-    OVCredits *credits() const { return m_credits; }
+    OVCredits *credits() const { return m_optionsSheet->credits(); }
 
     // Puts the stored settings into the controls.
     void restoreSavedOptions();
@@ -88,16 +95,22 @@ public:
     void updateLogButtons() { m_statusMonitor->updateLogButtons(); }
 
     // The schedule: the pane's lines in the crontab or the anacron table.
-    void buildCrontab();
+    void buildCrontab() { OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes()); }
     void restoreCrontab() { OVScheduleTables::restoreCrontab(); }
-    bool buildAnacrontab();
+    bool buildAnacrontab()
+    {
+        // Anacron is gone: cron takes the schedule back.
+        const bool built = OVScheduleTables::buildAnacrontab(m_backupItems->scheduledTypes());
+        m_useAnacron = m_useAnacron && built;
+        return built;
+    }
     bool restoreAnacrontab() { return OVScheduleTables::restoreAnacrontab(); }
     void installCrontab() { OVScheduleTables::installCrontab(); }
 
     // The backup scripts: the three scheduled ones into /tmp for
     // install_scripts, and the manual one for manual_backup.
-    void buildScheduledScripts();
-    void buildManualScript();
+    void buildScheduledScripts() { m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName); }
+    void buildManualScript() { m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName); }
 
 public Q_SLOTS:
     // The lock button: opens the lock with an administrator's password, or
@@ -115,8 +128,17 @@ public Q_SLOTS:
     void setToastFlag(int tag) { m_itemsTable->setToastFlag(tag); }
     // Backs up the manual items now.
     void performBackup(QObject *sender);
-    void viewLog(QObject *sender);
-    void hideLogSheet(QObject *sender);
+    void viewLog(QObject *sender)
+    {
+        if (auto *button = qobject_cast<QPushButton *>(sender)) {
+            m_logSheet->viewLog(button);
+        }
+    }
+    void hideLogSheet(QObject *)
+    {
+        saveChanges(nullptr, nullptr);
+        m_logSheet->done(QDialog::Accepted);
+    }
     void verifyToolPermissions();
     void showOptions(QObject *sender);
     // OK (tag 0) stores and applies the settings; anything else throws the
@@ -124,55 +146,52 @@ public Q_SLOTS:
     void hideOptions(QObject *sender);
     void createSafetyNetFolder(QObject *) { m_safetyNet->createSafetyNetFolder(); }
     void openSafetyNetFolder(QObject *) { m_safetyNet->openSafetyNetFolder(); }
-    void chooseSafetyNetFolder(QObject *sender);
+    void chooseSafetyNetFolder(QObject *)
+    {
+        if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
+            m_optionsSheet->updatePrefsUI();
+        }
+    }
     // Connect: stores the server's password and mounts its volume now.
     void connectToServer(QObject *sender);
     // The "Restore…" window, at the selected item's source folder.
-    void showRestore(QObject *sender);
-
-protected:
-    void showEvent(QShowEvent *event) override;
-    bool eventFilter(QObject *watched, QEvent *event) override;
+    // Restoring reads as the user and changes no setting: no unlock needed.
+    void showRestore(QObject *) { m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder()); }
 
 private:
-    void loadBackupItems();
+    // An archive that cannot be decoded counts as absent.
+    void loadBackupItems()
+    {
+        if (!m_backupItems->loadArchive()) {
+            addBackupItem(this);
+        }
+    }
     void connectControls();
     bool backupsOn() const;
-    void showLockLook(bool unlocked);
-    void authorizationFinished(bool granted);
-    // The lock cannot open because nobody can ask for the password.
-    void showLockUnavailable(OVLock::Failure failure, const QString &details);
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
+    OVPaneControls m_controls;
     QPointer<OVRestoreWindow> m_restoreWindow;
     OVSafetyNet *m_safetyNet;
     OVOptionsSheet *m_optionsSheet;
     OVLogSheet *m_logSheet;
     OVBackupItemModel *m_backupItems;
     OVLock *m_lock;
+    OVLockView *m_lockView;
     OVStatusMonitor *m_statusMonitor;
     OVItemsTable *m_itemsTable;
     OVUpdateNotice *m_updateNotice;
     OVHelpSheet *m_helpSheet;
-    OVCredits *m_credits;
     OVToolReport *m_toolReport;
     OVAutoConnect *m_autoConnect;
-    std::optional<QVariantMap> m_savedSettings;
+    OVSaveOnClose *m_saveOnClose;
     bool m_isAuthorized = false;
     OVToast::Detection m_toast;
     bool m_useAnacron = false;
     // What the last build made, handed to the helpers on their standard input.
     QList<QPair<QByteArray, QByteArray>> m_scheduledScripts;
     QByteArray m_manualScript;
-    // The host's window, watched so that closing it saves (the host
-    // destroys the module before the application quits).
-    QPointer<QWidget> m_hostWindow;
-    bool m_savedForClose = false;
     // Stores the auto-connect password from the options' fields; false (with
     // an alert) when the address is invalid or the store refused it.
     bool addAutoConnectPassword();
-    // Leaving the module saves as closing its window does.
-    void saveOnLeaving();
-    // Stores the anacron choice again when the save's schedule had to drop it.
-    void keepAnacronChoice(QVariantMap &domain);
 };

@@ -1,8 +1,10 @@
 #include "OVOptionsSheet.h"
 
 #include "OVBundle.h"
+#include "OVCredits.h"
 #include "OVLocalizedStrings.h"
 #include "OVSafetyNet.h"
+#include "OVSettingsDomain.h"
 #include "OVSoundMenu.h"
 #include "OVTint.h"
 #include "ui_optionssheet.h"
@@ -51,6 +53,8 @@ OVOptionsSheet::OVOptionsSheet(OVSafetyNet *safetyNet, QWidget *parent)
 {
     m_ui->setupUi(this);
     setWindowModality(Qt::WindowModal);
+    const QString credits = OVBundle::pathForResource(QStringLiteral("Credits"), QStringLiteral("html"));
+    m_credits = new OVCredits(m_ui->creditsTextView, m_ui->optionsTabView, credits, this);
 
     pairFieldAndStepper(m_ui->maxArchivesField, m_ui->maxArchivesStepper);
     pairFieldAndStepper(m_ui->timeValueField, m_ui->timeValueStepper);
@@ -116,16 +120,6 @@ OVOptionsSheet::RemoteFields OVOptionsSheet::remoteFields() const
 void OVOptionsSheet::setRemotePassword(const QString &password)
 {
     m_ui->passwordField->setText(password);
-}
-
-QTextBrowser *OVOptionsSheet::creditsTextView() const
-{
-    return m_ui->creditsTextView;
-}
-
-QTabWidget *OVOptionsSheet::tabView() const
-{
-    return m_ui->optionsTabView;
 }
 
 QCheckBox *OVOptionsSheet::optionCheck(OVFrequency frequency, OVSettingsTable::Option option) const
@@ -252,8 +246,10 @@ OVScriptBuilder::SharedOptions OVOptionsSheet::sharedOptions() const
 
 void OVOptionsSheet::openOnFirstTab()
 {
+    m_credits->loadCredits();
     m_ui->optionsTabView->setCurrentIndex(0);
     open();
+    setAnacronInControl(useAnacron() && QFileInfo::exists(QString::fromUtf8(OVFixedPaths::Anacrontab)));
 }
 
 OVScheduleTables::Times OVOptionsSheet::scheduleTimes() const
@@ -314,6 +310,22 @@ void OVOptionsSheet::setUseAnacron(bool useAnacron)
 {
     m_ui->useAnacronCheck->setChecked(useAnacron);
     applyAnacronRule();
+}
+
+void OVOptionsSheet::done(int result)
+{
+    QDialog::done(result);
+    m_credits->stopScrolling();
+}
+
+void OVOptionsSheet::keepAnacronChoice(bool useAnacron, QVariantMap &domain)
+{
+    if (useAnacron == domain.value(QStringLiteral("UseAnacron")).toBool()) {
+        return;
+    }
+    setUseAnacron(useAnacron);
+    domain.insert(QStringLiteral("UseAnacron"), useAnacron);
+    OVSettingsDomain::replace(domain);
 }
 
 void OVOptionsSheet::applyAnacronRule()

@@ -15,8 +15,7 @@ class QCheckBox;
 class QComboBox;
 class QLineEdit;
 class QSpinBox;
-class QTabWidget;
-class QTextBrowser;
+class OVCredits;
 class OVSafetyNet;
 
 namespace Ui
@@ -46,9 +45,9 @@ public:
     };
     RemoteFields remoteFields() const;
     void setRemotePassword(const QString &password);
-    // The About tab's credits, which scroll while that tab is shown.
-    QTextBrowser *creditsTextView() const;
-    QTabWidget *tabView() const;
+    // The About tab's credits: loaded when the sheet opens, they scroll
+    // while that tab is shown and stop when the sheet closes.
+    OVCredits *credits() const { return m_credits; }
 
     // Puts a stored domain into the controls; keys the domain lacks take
     // their absent values (OVSettingsTable), and an index beyond its pop-up
@@ -68,6 +67,9 @@ public:
     // while the computer was off).
     bool useAnacron() const;
     void setUseAnacron(bool useAnacron);
+    // A save's schedule had to drop anacron (gone from the system): the box
+    // and the stored domain say so too. Nothing happens when they agree.
+    void keepAnacronChoice(bool useAnacron, QVariantMap &domain);
 
     // What the scripts take from the sheet: one frequency's check boxes,
     // and the options all scripts share (the Safety Net folder included).
@@ -78,8 +80,10 @@ public:
     // the manual one for manual_backup.
     QList<QPair<QByteArray, QByteArray>> scheduledScripts(const QVector<OVBackupItem> &items, const QString &toast) const;
     QByteArray manualScript(const QVector<OVBackupItem> &items, const QString &toast) const;
-    // Opens the sheet on its first tab.
+    // Opens the sheet on its first tab; while anacron runs the schedule,
+    // its times are not the sheet's to set.
     void openOnFirstTab();
+    void done(int result) override;
 
     // The schedule's times from the pop-ups' tags; the afternoon is read from
     // the minute's title ("... PM").
@@ -133,5 +137,6 @@ private:
 
     std::unique_ptr<Ui::OVOptionsSheet> m_ui;
     OVSafetyNet *m_safetyNet;
+    OVCredits *m_credits;
     QVariantMap m_designed;
 };
