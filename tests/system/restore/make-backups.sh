@@ -29,9 +29,10 @@ chmod 700 "$script"
 run() {
     local stamp=$1 day=${1%% *}
     local clock="$day ${stamp#* }"
-    # Only the script's own clock: stat and rsync see the real file times.
+    # Only the script's own clock, stopped at the run's moment (a busy machine
+    # must not let the archive's second slip): stat and rsync see real times.
     if ! env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin FAKETIME_DONT_FAKE_MONOTONIC=1 NO_FAKE_STAT=1 FAKETIME_ONLY_CMDS=ruby \
-        faketime "${clock//./:}" "$script"; then
+        faketime -f "${clock//./:}" "$script"; then
         echo "the backup at $stamp failed:" >&2
         cat /var/log/.orvane_daily.err /var/log/orvane_daily.log >&2 || true
         exit 1
