@@ -12,6 +12,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QMenu>
 #include <QTableView>
 
 OVItemsTable::OVItemsTable(QTableView *view, QComboBox *frequencyMenu, OVBackupItemModel *model, QObject *parent)
@@ -38,6 +39,32 @@ OVItemsTable::OVItemsTable(QTableView *view, QComboBox *frequencyMenu, OVBackupI
     header->setSectionResizeMode(OVBackupItemModel::FrequencyColumn, QHeaderView::ResizeToContents);
     header->setSectionResizeMode(OVBackupItemModel::SourceColumn, QHeaderView::Stretch);
     header->setSectionResizeMode(OVBackupItemModel::DestColumn, QHeaderView::Stretch);
+
+    m_view->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_view, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
+        const QModelIndex index = m_view->indexAt(position);
+        if (!index.isValid()) {
+            return;
+        }
+        m_view->selectRow(index.row());
+        QMenu *menu = rowMenu(index.row(), m_view);
+        menu->setAttribute(Qt::WA_DeleteOnClose);
+        menu->popup(m_view->viewport()->mapToGlobal(position));
+    });
+}
+
+QMenu *OVItemsTable::rowMenu(int row, QWidget *parent)
+{
+    auto *menu = new QMenu(parent);
+    const QString source = row >= 0 && row < m_model->items().size() ? m_model->item(row).sourcePath() : QString();
+    QAction *restore = menu->addAction(QIcon::fromTheme(QStringLiteral("document-revert")), OVLocalized("RestoreMenuItem"));
+    restore->setObjectName(QStringLiteral("restoreRowAction"));
+    // Nothing to get back for a row without a source folder.
+    restore->setEnabled(!source.isEmpty());
+    connect(restore, &QAction::triggered, this, [this, source] {
+        Q_EMIT restoreRequested(source);
+    });
+    return menu;
 }
 
 int OVItemsTable::selectedRow() const

@@ -5,6 +5,8 @@
 #include <QObject>
 
 class QComboBox;
+class QMenu;
+class QWidget;
 class QTableView;
 class OVBackupItemModel;
 
@@ -29,10 +31,14 @@ public:
     void setToastFlag(int tag);
     // Removes the selected row, if any.
     void deleteSelected();
+    // A row's own menu (the view's context menu): "Restore…" for its source.
+    QMenu *rowMenu(int row, QWidget *parent);
 
 Q_SIGNALS:
     // An item changed: the pane refreshes what depends on the items.
     void changed();
+    // The user asked to get files of this source folder back.
+    void restoreRequested(const QString &sourceFolder);
 
 private:
     void menuEntryChosen(int row, int column, int tag);

@@ -82,6 +82,9 @@ void OVOrvanePref::connectControls()
     connect(m_optionsSheet, &OVOptionsSheet::chooseSafetyNetFolderRequested, this, &OVOrvanePref::chooseSafetyNetFolder);
     connect(m_optionsSheet, &OVOptionsSheet::openSafetyNetFolderRequested, this, &OVOrvanePref::openSafetyNetFolder);
     connect(m_itemsTable, &OVItemsTable::changed, this, &OVOrvanePref::updateUI);
+    connect(m_itemsTable, &OVItemsTable::restoreRequested, this, [this](const QString &source) {
+        m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, source);
+    });
     connect(m_optionsSheet, &OVOptionsSheet::connectRequested, this, [this] {
         connectToServer(m_optionsSheet);
     });

@@ -13,8 +13,12 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QHeaderView>
+#include <QMenu>
+#include <QSignalSpy>
 #include <QStyleOptionViewItem>
 #include <QTest>
+
+#include <memory>
 
 class TestItemsTable : public QObject
 {
@@ -133,6 +137,22 @@ private Q_SLOTS:
         t.table.deleteSelected();
         QCOMPARE(t.table.selectedRow(), 0);
         QVERIFY(!t.menuOpen());
+    }
+
+    // A row's own menu gets that row's source back; a row without a source
+    // has nothing to restore.
+    void aRowsMenuRestoresItsSource()
+    {
+        Table t(2);
+        QSignalSpy asked(&t.table, &OVItemsTable::restoreRequested);
+        std::unique_ptr<QMenu> first(t.table.rowMenu(0, &t.view));
+        auto *restore = first->findChild<QAction *>(QStringLiteral("restoreRowAction"));
+        QVERIFY(restore && restore->isEnabled());
+        restore->trigger();
+        QCOMPARE(asked.count(), 1);
+        QCOMPARE(asked.first().first().toString(), QStringLiteral("/home/ann"));
+        std::unique_ptr<QMenu> second(t.table.rowMenu(1, &t.view));
+        QVERIFY(!second->findChild<QAction *>(QStringLiteral("restoreRowAction"))->isEnabled());
     }
 
     void tickBoxesThatCannotBeUsedLookDisabled()
