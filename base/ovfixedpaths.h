@@ -95,19 +95,63 @@ struct FrequencyFiles {
 
 // The scheduled frequencies, indexed by their OVFrequency value.
 constexpr FrequencyFiles Scheduled[] = {
-    {OVFrequency::Daily, "Daily", "daily", "Daily", DailyFolder, DailyScriptName, DailyScript, TmpDailyScript,
-     DailyRunFlag, DailyLog, DailyErrors, "/Library/Application Support/Orvane/.daily/.lastbackup", "1\t20\torvane.daily\t"},
-    {OVFrequency::Weekly, "Weekly", "weekly", "Weekly", WeeklyFolder, WeeklyScriptName, WeeklyScript, TmpWeeklyScript,
-     WeeklyRunFlag, WeeklyLog, WeeklyErrors, "/Library/Application Support/Orvane/.weekly/.lastbackup", "7\t25\torvane.weekly\t"},
-    {OVFrequency::Monthly, "Monthly", "monthly", "Monthly", MonthlyFolder, MonthlyScriptName, MonthlyScript, TmpMonthlyScript,
-     MonthlyRunFlag, MonthlyLog, MonthlyErrors, "/Library/Application Support/Orvane/.monthly/.lastbackup", "30\t30\torvane.monthly\t"},
+    {OVFrequency::Daily,
+     "Daily",
+     "daily",
+     "Daily",
+     DailyFolder,
+     DailyScriptName,
+     DailyScript,
+     TmpDailyScript,
+     DailyRunFlag,
+     DailyLog,
+     DailyErrors,
+     "/Library/Application Support/Orvane/.daily/.lastbackup",
+     "1\t20\torvane.daily\t"},
+    {OVFrequency::Weekly,
+     "Weekly",
+     "weekly",
+     "Weekly",
+     WeeklyFolder,
+     WeeklyScriptName,
+     WeeklyScript,
+     TmpWeeklyScript,
+     WeeklyRunFlag,
+     WeeklyLog,
+     WeeklyErrors,
+     "/Library/Application Support/Orvane/.weekly/.lastbackup",
+     "7\t25\torvane.weekly\t"},
+    {OVFrequency::Monthly,
+     "Monthly",
+     "monthly",
+     "Monthly",
+     MonthlyFolder,
+     MonthlyScriptName,
+     MonthlyScript,
+     TmpMonthlyScript,
+     MonthlyRunFlag,
+     MonthlyLog,
+     MonthlyErrors,
+     "/Library/Application Support/Orvane/.monthly/.lastbackup",
+     "30\t30\torvane.monthly\t"},
 };
 constexpr std::size_t ScheduledCount = sizeof(Scheduled) / sizeof(Scheduled[0]);
 
 // A manual run has its own script and options, and logs and marks as a
 // daily one; nothing installs it or schedules it.
-constexpr FrequencyFiles Manual = {OVFrequency::Manual, "Daily", "manual", "Manually", DailyFolder, ManualScriptName, nullptr, TmpManualScript,
-                                   DailyRunFlag, DailyLog, DailyErrors, Scheduled[0].lastBackup, nullptr};
+constexpr FrequencyFiles Manual = {OVFrequency::Manual,
+                                   "Daily",
+                                   "manual",
+                                   "Manually",
+                                   DailyFolder,
+                                   ManualScriptName,
+                                   nullptr,
+                                   TmpManualScript,
+                                   DailyRunFlag,
+                                   DailyLog,
+                                   DailyErrors,
+                                   Scheduled[0].lastBackup,
+                                   nullptr};
 
 constexpr const FrequencyFiles &files(OVFrequency frequency)
 {

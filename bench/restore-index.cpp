@@ -28,8 +28,8 @@ int main(int argc, char **argv)
     timer.start();
     const OVRestoreSources sources = OVRestoreSources::forPath(root + QStringLiteral("/source/big/file05000.txt"), setup);
     const QVector<OVVersion> versions = sources.index.versionsOf(sources.relativePath);
-    out << "versions of one file: " << versions.size() << " versions in " << sources.index.snapshots().size() << " snapshots, "
-        << timer.nsecsElapsed() / 1e6 << " ms (archives found, index made, listed)\n";
+    out << "versions of one file: " << versions.size() << " versions in " << sources.index.snapshots().size() << " snapshots, " << timer.nsecsElapsed() / 1e6
+        << " ms (archives found, index made, listed)\n";
 
     timer.restart();
     const QDateTime middle = sources.index.snapshot(15).time;

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <memory>
-#include <vector>
 #include <plist/plist.h>
+#include <vector>
 
 namespace
 {

@@ -41,6 +41,12 @@ QString optionKey(const char *settingPrefix, Option option);
 
 // Range-for over the table.
 struct OVSettingsTableRange {
-    const OVSettingsTable::Setting *begin() const { return OVSettingsTable::begin(); }
-    const OVSettingsTable::Setting *end() const { return OVSettingsTable::end(); }
+    const OVSettingsTable::Setting *begin() const
+    {
+        return OVSettingsTable::begin();
+    }
+    const OVSettingsTable::Setting *end() const
+    {
+        return OVSettingsTable::end();
+    }
 };

@@ -31,8 +31,14 @@ public:
     // The options sheet closed: no more scrolling, back at the top.
     void stopScrolling();
 
-    QTimer *scrollTimer() const { return m_scrollTimer.get(); }
-    float currentPosition() const { return m_currentPosition; }
+    QTimer *scrollTimer() const
+    {
+        return m_scrollTimer.get();
+    }
+    float currentPosition() const
+    {
+        return m_currentPosition;
+    }
 
 public Q_SLOTS:
     // One step: shows the text from currentPosition down, then moves the

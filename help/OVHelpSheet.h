@@ -26,7 +26,10 @@ public:
     ~OVHelpSheet() override;
 
     QTextBrowser *helpWebView() const;
-    QUrl helpPageUrl() const { return m_helpPage; }
+    QUrl helpPageUrl() const
+    {
+        return m_helpPage;
+    }
 
     // Shows the help page from its top, forgetting the pages followed from it.
     void loadHelpPage();

@@ -19,32 +19,98 @@ public:
     // From a settings-style dictionary ("CheckColumn", "FrequencyColumn", ...).
     static OVBackupItem initWithValues(const QVariantMap &values);
 
-    bool checkColumn() const { return m_checkColumn; }
-    void setCheckColumn(bool value) { m_checkColumn = value; }
-    bool checkEnabled() const { return m_checkEnabled; }
-    void setCheckEnabled(bool value) { m_checkEnabled = value; }
-    bool toast() const { return m_toast; }
-    void setToast(bool value) { m_toast = value; }
-    qint32 frequencyColumn() const { return m_frequencyColumn; }
-    bool hasFrequency(OVFrequency frequency) const { return m_frequencyColumn == int(frequency); }
-    void setFrequencyColumn(qint32 value) { m_frequencyColumn = value; }
-    qint32 sourceColumn() const { return m_sourceColumn; }
-    void setSourceColumn(qint32 value) { m_sourceColumn = value; }
-    qint32 destColumn() const { return m_destColumn; }
-    void setDestColumn(qint32 value) { m_destColumn = value; }
-    QString backupSource() const { return m_backupSource; }
-    void setBackupSource(const QString &value) { m_backupSource = value; }
-    QString backupDestination() const { return m_backupDestination; }
-    void setBackupDestination(const QString &value) { m_backupDestination = value; }
-    QString sourcePath() const { return m_sourcePath; }
-    void setSourcePath(const QString &value) { m_sourcePath = value; }
-    QString destPath() const { return m_destPath; }
-    void setDestPath(const QString &value) { m_destPath = value; }
+    bool checkColumn() const
+    {
+        return m_checkColumn;
+    }
+    void setCheckColumn(bool value)
+    {
+        m_checkColumn = value;
+    }
+    bool checkEnabled() const
+    {
+        return m_checkEnabled;
+    }
+    void setCheckEnabled(bool value)
+    {
+        m_checkEnabled = value;
+    }
+    bool toast() const
+    {
+        return m_toast;
+    }
+    void setToast(bool value)
+    {
+        m_toast = value;
+    }
+    qint32 frequencyColumn() const
+    {
+        return m_frequencyColumn;
+    }
+    bool hasFrequency(OVFrequency frequency) const
+    {
+        return m_frequencyColumn == int(frequency);
+    }
+    void setFrequencyColumn(qint32 value)
+    {
+        m_frequencyColumn = value;
+    }
+    qint32 sourceColumn() const
+    {
+        return m_sourceColumn;
+    }
+    void setSourceColumn(qint32 value)
+    {
+        m_sourceColumn = value;
+    }
+    qint32 destColumn() const
+    {
+        return m_destColumn;
+    }
+    void setDestColumn(qint32 value)
+    {
+        m_destColumn = value;
+    }
+    QString backupSource() const
+    {
+        return m_backupSource;
+    }
+    void setBackupSource(const QString &value)
+    {
+        m_backupSource = value;
+    }
+    QString backupDestination() const
+    {
+        return m_backupDestination;
+    }
+    void setBackupDestination(const QString &value)
+    {
+        m_backupDestination = value;
+    }
+    QString sourcePath() const
+    {
+        return m_sourcePath;
+    }
+    void setSourcePath(const QString &value)
+    {
+        m_sourcePath = value;
+    }
+    QString destPath() const
+    {
+        return m_destPath;
+    }
+    void setDestPath(const QString &value)
+    {
+        m_destPath = value;
+    }
 
     // Has a source, and a destination or the Toast flag.
     bool isComplete() const;
     // Ticked, complete and of that frequency: it reaches that script.
-    bool qualifiesFor(OVFrequency frequency) const { return hasFrequency(frequency) && checkColumn() && isComplete(); }
+    bool qualifiesFor(OVFrequency frequency) const
+    {
+        return hasFrequency(frequency) && checkColumn() && isComplete();
+    }
 
     // Field access by column identifier, as the table reaches the four
     // columns ("checkColumn", "frequencyColumn", "sourceColumn", "destColumn").

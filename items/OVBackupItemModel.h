@@ -33,9 +33,15 @@ public:
     static QString columnIdentifier(int column);
     static int columnForIdentifier(const QString &identifier);
 
-    const QVector<OVBackupItem> &items() const { return m_items; }
+    const QVector<OVBackupItem> &items() const
+    {
+        return m_items;
+    }
     void setItems(const QVector<OVBackupItem> &items);
-    const OVBackupItem &item(int row) const { return m_items.at(row); }
+    const OVBackupItem &item(int row) const
+    {
+        return m_items.at(row);
+    }
 
     // Appends the default item: ticked, manual, no labels, paths or Toast.
     void createNewBackupItem();
@@ -58,14 +64,23 @@ public:
     // Rows can be selected and edited only while the pane is unlocked and
     // backups are on.
     void setEditable(bool editable);
-    bool isEditable() const { return m_editable; }
+    bool isEditable() const
+    {
+        return m_editable;
+    }
 
     void setToast(bool installed, const QString &fullPathToToast);
-    bool isToastInstalled() const { return m_toastInstalled; }
+    bool isToastInstalled() const
+    {
+        return m_toastInstalled;
+    }
 
     // The frequency menu's titles by value (index 3 is its separator).
     void setFrequencyTitles(const QStringList &titles);
-    QStringList frequencyTitles() const { return m_frequencyTitles; }
+    QStringList frequencyTitles() const
+    {
+        return m_frequencyTitles;
+    }
 
     // A row's menus: [label, separator,] "Choose Folder…", and for the
     // destination [separator, Toast] while Toast is installed. An item's

@@ -11,7 +11,6 @@ namespace
 const QString ClassKey = QStringLiteral("$class");
 const QString ItemClass = QStringLiteral("OVBackupItem");
 
-
 QVariant uid(quint64 value)
 {
     return QVariant::fromValue(OVPlistUid{value});
@@ -53,7 +52,8 @@ public:
     QVariant classReference(const QString &name, const QStringList &hierarchy)
     {
         if (!m_classes.contains(name)) {
-            m_objects.append(QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), QVariant(QVariantList(hierarchy.cbegin(), hierarchy.cend()))}});
+            m_objects.append(
+                QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), QVariant(QVariantList(hierarchy.cbegin(), hierarchy.cend()))}});
             m_classes.insert(name, static_cast<quint64>(m_objects.size() - 1));
         }
         return uid(m_classes.value(name));

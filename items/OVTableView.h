@@ -25,8 +25,14 @@ public:
     static QVector<double> gridInClipRect(const QRectF &clip, const QVector<int> &columnWidths, int spacing);
 
     // Space between rows and between columns; none by default.
-    QSize intercellSpacing() const { return m_spacing; }
-    void setIntercellSpacing(const QSize &spacing) { m_spacing = spacing; }
+    QSize intercellSpacing() const
+    {
+        return m_spacing;
+    }
+    void setIntercellSpacing(const QSize &spacing)
+    {
+        m_spacing = spacing;
+    }
 
 protected:
     void paintEvent(QPaintEvent *event) override;

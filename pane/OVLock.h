@@ -22,7 +22,10 @@ public:
     // Asks polkit, with the password dialog when needed; the answer comes
     // as authorizationFinished().
     void requestAuthorization();
-    bool isRequestPending() const { return m_pending; }
+    bool isRequestPending() const
+    {
+        return m_pending;
+    }
     // Gives up what polkit may have kept for this process, so the next
     // unlock asks again.
     void removePrivilege();

@@ -42,10 +42,11 @@ OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     const auto authorized = [this] {
         return m_isAuthorized;
     };
-    m_statusMonitor = new OVStatusMonitor(
-        {{{m_ui->lastDailyBackup, m_ui->dailyStatusImage}, {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage}, {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
-        authorized,
-        this);
+    m_statusMonitor = new OVStatusMonitor({{{m_ui->lastDailyBackup, m_ui->dailyStatusImage},
+                                            {m_ui->lastWeeklyBackup, m_ui->weeklyStatusImage},
+                                            {m_ui->lastMonthlyBackup, m_ui->monthlyStatusImage}}},
+                                          authorized,
+                                          this);
     m_itemsTable = new OVItemsTable(m_ui->tableView, m_ui->frequencyMenu, m_backupItems, this);
     m_updateNotice = new OVUpdateNotice(this);
     m_helpSheet = new OVHelpSheet(OVBundle::pathForResource(QStringLiteral("help"), QStringLiteral("html")), this);

@@ -55,48 +55,117 @@ public:
     // sender is the pane itself may touch the keychain.
     bool saveChanges(QEvent *notification, QObject *sender);
 
-    OVBackupItemModel *backupItems() const { return m_backupItems; }
-    bool hasBackupType(const QString &type) const { return m_backupItems->hasBackupType(type); }
-    bool validateBackupItems() const { return m_backupItems->validateBackupItems(m_toast.installed); }
-    void createNewBackupItem() { m_backupItems->createNewBackupItem(); }
-    bool isAuthorized() const { return m_isAuthorized; }
-    bool isToastInstalled() const { return m_toast.installed; }
-    QString fullPathToToast() const { return m_toast.fullPath; }
-    QString toastApplicationName() const { return m_toast.applicationName; }
+    OVBackupItemModel *backupItems() const
+    {
+        return m_backupItems;
+    }
+    bool hasBackupType(const QString &type) const
+    {
+        return m_backupItems->hasBackupType(type);
+    }
+    bool validateBackupItems() const
+    {
+        return m_backupItems->validateBackupItems(m_toast.installed);
+    }
+    void createNewBackupItem()
+    {
+        m_backupItems->createNewBackupItem();
+    }
+    bool isAuthorized() const
+    {
+        return m_isAuthorized;
+    }
+    bool isToastInstalled() const
+    {
+        return m_toast.installed;
+    }
+    QString fullPathToToast() const
+    {
+        return m_toast.fullPath;
+    }
+    QString toastApplicationName() const
+    {
+        return m_toast.applicationName;
+    }
     // Finds Toast among the applications (at start-up).
     void setToastInstalled()
     {
         m_toast = OVToast::detect(OVToast::applicationFolders());
         m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
     }
-    bool useAnacron() const { return m_useAnacron; }
-    OVOptionsSheet *optionsSheet() const { return m_optionsSheet; }
-    OVSafetyNet *safetyNet() const { return m_safetyNet; }
-    OVStatusMonitor *statusMonitor() const { return m_statusMonitor; }
-    OVLogSheet *logSheet() const { return m_logSheet; }
-    OVLock *lock() const { return m_lock; }
-    OVHelpSheet *helpSheet() const { return m_helpSheet; }
-    OVCredits *credits() const { return m_optionsSheet->credits(); }
+    bool useAnacron() const
+    {
+        return m_useAnacron;
+    }
+    OVOptionsSheet *optionsSheet() const
+    {
+        return m_optionsSheet;
+    }
+    OVSafetyNet *safetyNet() const
+    {
+        return m_safetyNet;
+    }
+    OVStatusMonitor *statusMonitor() const
+    {
+        return m_statusMonitor;
+    }
+    OVLogSheet *logSheet() const
+    {
+        return m_logSheet;
+    }
+    OVLock *lock() const
+    {
+        return m_lock;
+    }
+    OVHelpSheet *helpSheet() const
+    {
+        return m_helpSheet;
+    }
+    OVCredits *credits() const
+    {
+        return m_optionsSheet->credits();
+    }
 
     // Puts the stored settings into the controls.
     void restoreSavedOptions();
 
     // The lock.
-    bool isAdminUser() const { return OVLock::isAdminUser(); }
-    void initPrivilege() { m_lock->initPrivilege(); }
+    bool isAdminUser() const
+    {
+        return OVLock::isAdminUser();
+    }
+    void initPrivilege()
+    {
+        m_lock->initPrivilege();
+    }
     void removePrivilege();
-    void authorizationChanged(bool authorized) { m_isAuthorized = authorized; }
+    void authorizationChanged(bool authorized)
+    {
+        m_isAuthorized = authorized;
+    }
     // Lets the table's rows be selected and edited, or not.
     void setTableEnabled(bool enabled);
 
     // Refreshes the enabled states after the items or their validity change.
     void updateUI();
-    bool isBackupRunning() { return m_statusMonitor->isBackupRunning(); }
-    void updateLogButtons() { m_statusMonitor->updateLogButtons(); }
+    bool isBackupRunning()
+    {
+        return m_statusMonitor->isBackupRunning();
+    }
+    void updateLogButtons()
+    {
+        m_statusMonitor->updateLogButtons();
+    }
 
     // The schedule: the pane's lines in the crontab or the anacron table.
-    void buildCrontab() { OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes()); }
-    void restoreCrontab() { OVScheduleTables::restoreCrontab(); }
+    void buildCrontab()
+    {
+        OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
+    }
+    void restoreCrontab()
+    {
+        OVScheduleTables::restoreCrontab();
+    }
     bool buildAnacrontab()
     {
         // Anacron is gone: cron takes the schedule back.
@@ -104,13 +173,25 @@ public:
         m_useAnacron = m_useAnacron && built;
         return built;
     }
-    bool restoreAnacrontab() { return OVScheduleTables::restoreAnacrontab(); }
-    void installCrontab() { OVScheduleTables::installCrontab(); }
+    bool restoreAnacrontab()
+    {
+        return OVScheduleTables::restoreAnacrontab();
+    }
+    void installCrontab()
+    {
+        OVScheduleTables::installCrontab();
+    }
 
     // The backup scripts: the three scheduled ones into /tmp for
     // install_scripts, and the manual one for manual_backup.
-    void buildScheduledScripts() { m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName); }
-    void buildManualScript() { m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName); }
+    void buildScheduledScripts()
+    {
+        m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName);
+    }
+    void buildManualScript()
+    {
+        m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName);
+    }
 
 public Q_SLOTS:
     // The lock button: opens the lock with an administrator's password, or
@@ -119,13 +200,25 @@ public Q_SLOTS:
     // The master switch; also re-applies every enabled state.
     void masterToggle(QObject *sender);
     void addBackupItem(QObject *sender);
-    void deleteBackupItem(QObject *) { m_itemsTable->deleteSelected(); }
+    void deleteBackupItem(QObject *)
+    {
+        m_itemsTable->deleteSelected();
+    }
     // The folder dialog for the selected row: tag 1 source, 2 destination.
-    void chooseFolder(int tag) { m_itemsTable->chooseFolder(tag); }
+    void chooseFolder(int tag)
+    {
+        m_itemsTable->chooseFolder(tag);
+    }
     // The dialog ended: OK (1) takes the folder for the selected row.
-    void openPanelDidEnd(int returnCode, const QString &path) { m_itemsTable->openPanelDidEnd(returnCode, path); }
+    void openPanelDidEnd(int returnCode, const QString &path)
+    {
+        m_itemsTable->openPanelDidEnd(returnCode, path);
+    }
     // Tag 6 (the Toast entry) sets the selected row's Toast flag; any other clears it.
-    void setToastFlag(int tag) { m_itemsTable->setToastFlag(tag); }
+    void setToastFlag(int tag)
+    {
+        m_itemsTable->setToastFlag(tag);
+    }
     // Backs up the manual items now.
     void performBackup(QObject *sender);
     void viewLog(QObject *sender)
@@ -144,8 +237,14 @@ public Q_SLOTS:
     // OK (tag 0) stores and applies the settings; anything else throws the
     // edits away.
     void hideOptions(QObject *sender);
-    void createSafetyNetFolder(QObject *) { m_safetyNet->createSafetyNetFolder(); }
-    void openSafetyNetFolder(QObject *) { m_safetyNet->openSafetyNetFolder(); }
+    void createSafetyNetFolder(QObject *)
+    {
+        m_safetyNet->createSafetyNetFolder();
+    }
+    void openSafetyNetFolder(QObject *)
+    {
+        m_safetyNet->openSafetyNetFolder();
+    }
     void chooseSafetyNetFolder(QObject *)
     {
         if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
@@ -156,7 +255,10 @@ public Q_SLOTS:
     void connectToServer(QObject *sender);
     // The "Restore…" window, at the selected item's source folder.
     // Restoring reads as the user and changes no setting: no unlock needed.
-    void showRestore(QObject *) { m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder()); }
+    void showRestore(QObject *)
+    {
+        m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder());
+    }
 
 private:
     // An archive that cannot be decoded counts as absent.

@@ -21,7 +21,10 @@ public:
     static QString failureText(const QString &tool, const QString &message);
 
     // How many failures have come in so far; a save compares before and after.
-    int failureCount() const { return m_recent.size(); }
+    int failureCount() const
+    {
+        return m_recent.size();
+    }
     // When the host window closes: waits for the helpers of the save, and
     // shows (in a dialog, before the host goes) whatever failed since mark.
     void finishBeforeClose(QWidget *window, int mark, int msecs);

@@ -51,7 +51,10 @@ public:
     explicit OVRemoteConnection(QObject *parent = nullptr);
 
     // The program that mounts (the bundle's automount unless a test says).
-    void setAutomountPath(const QString &path) { m_automount = path; }
+    void setAutomountPath(const QString &path)
+    {
+        m_automount = path;
+    }
 
     // Starts the mount; finished() follows. False (and nothing started) when
     // a field is empty or one is already under way.

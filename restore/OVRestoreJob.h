@@ -41,17 +41,35 @@ public:
 
     OVRestoreJob(const OVVersionIndex &index, const QVector<Root> &roots, Conflict conflict, QObject *parent = nullptr);
 
-    qint64 totalBytes() const { return m_total; }
+    qint64 totalBytes() const
+    {
+        return m_total;
+    }
     // Runs to the end (or the cancel) in the calling thread.
     bool run();
     // Safe from any thread.
-    void cancel() { m_cancelled = true; }
-    bool wasCancelled() const { return m_cancelled; }
+    void cancel()
+    {
+        m_cancelled = true;
+    }
+    bool wasCancelled() const
+    {
+        return m_cancelled;
+    }
 
     // Where each version went, and what failed, for the user.
-    QStringList restored() const { return m_restored; }
-    QStringList kept() const { return m_kept; }
-    QStringList errors() const { return m_errors; }
+    QStringList restored() const
+    {
+        return m_restored;
+    }
+    QStringList kept() const
+    {
+        return m_kept;
+    }
+    QStringList errors() const
+    {
+        return m_errors;
+    }
 
 Q_SIGNALS:
     void progress(qint64 doneBytes, qint64 totalBytes, const QString &current);

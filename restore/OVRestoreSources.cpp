@@ -149,7 +149,8 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
         result.problems.append({OVRestoreProblem::NotInAnyItem, path, QString(), QString()});
         return result;
     }
-    result.relativePath = path == result.sourceRoot ? QStringLiteral("") : path.mid(result.sourceRoot.size() + (result.sourceRoot == QLatin1String("/") ? 0 : 1));
+    result.relativePath =
+        path == result.sourceRoot ? QStringLiteral("") : path.mid(result.sourceRoot.size() + (result.sourceRoot == QLatin1String("/") ? 0 : 1));
 
     QString safetyNet = setup.settings.value(QStringLiteral("SafetyNetFolder")).toString();
     if (safetyNet.isEmpty()) {

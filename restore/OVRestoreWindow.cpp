@@ -3,8 +3,8 @@
 
 #include "OVRestoreWindow.h"
 
-#include <QDir>
 #include "ui_restorewindow.h"
+#include <QDir>
 
 #include "OVLocalizedStrings.h"
 #include "OVRemoteServer.h"
@@ -53,8 +53,8 @@ OVRestoreWindow::OVRestoreWindow(QWidget *parent)
     m_ui->messageWidget->hide();
     m_ui->asOfDateEdit->setDate(QDate::currentDate());
     m_ui->asOfDateEdit->setMaximumDate(QDate::currentDate());
-    m_model->setHorizontalHeaderLabels({OVLocalized("RestoreNameHeader"), OVLocalized("RestoreStateHeader"), OVLocalized("RestoreSizeHeader"),
-                                        OVLocalized("RestoreDateHeader")});
+    m_model->setHorizontalHeaderLabels(
+        {OVLocalized("RestoreNameHeader"), OVLocalized("RestoreStateHeader"), OVLocalized("RestoreSizeHeader"), OVLocalized("RestoreDateHeader")});
     m_ui->treeView->setModel(m_model);
     m_ui->treeView->header()->resizeSection(0, 260);
     m_ui->versionList->header()->resizeSection(0, 220);
@@ -302,9 +302,9 @@ void OVRestoreWindow::selectionChanged()
             row->setText(0, versionTitle(version));
             row->setText(1, version.isDir ? QString() : QLocale().formattedDataSize(version.size));
             row->setText(2, shortDate(version.modified));
-            row->setText(3, snapshot.kind == OVSnapshot::Copy
-                              ? OVLocalized("RestoreKeptInCopy").arg(snapshot.frequency, snapshot.destination)
-                              : quoted(QStringLiteral("RestoreKeptInArchive"), snapshot.frequency));
+            row->setText(3,
+                         snapshot.kind == OVSnapshot::Copy ? OVLocalized("RestoreKeptInCopy").arg(snapshot.frequency, snapshot.destination)
+                                                           : quoted(QStringLiteral("RestoreKeptInArchive"), snapshot.frequency));
             row->setData(0, Qt::UserRole, QVariant::fromValue(version));
         }
         const QString name = paths.first().isEmpty() ? m_sources.sourceRoot : paths.first();

@@ -44,7 +44,10 @@ public:
     void offerConnect();
 
     // What the window shows, for those who drive it.
-    QString sourceRoot() const { return m_sources.sourceRoot; }
+    QString sourceRoot() const
+    {
+        return m_sources.sourceRoot;
+    }
     QString message() const;
     QStringList selectedPaths() const;
     int versionCount() const;

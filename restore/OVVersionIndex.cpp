@@ -148,8 +148,7 @@ bool OVVersionIndex::chooseAt(const QString &relativePath, const Found &found, c
 {
     if (!asOf.isValid()) {
         for (int snapshot : m_order) {
-            if (found.snapshots.contains(snapshot) && (onlyChain < 0 || m_snapshots.at(snapshot).chain == onlyChain)
-                && stat(snapshot, relativePath, version)) {
+            if (found.snapshots.contains(snapshot) && (onlyChain < 0 || m_snapshots.at(snapshot).chain == onlyChain) && stat(snapshot, relativePath, version)) {
                 return true;
             }
         }
@@ -191,8 +190,7 @@ bool OVVersionIndex::chooseAt(const QString &relativePath, const Found &found, c
 
 bool OVVersionIndex::isLeftOut(const QString &relativePath) const
 {
-    return !m_leftOut.isEmpty()
-        && (relativePath == m_leftOut || (relativePath.startsWith(m_leftOut) && relativePath.at(m_leftOut.size()) == QLatin1Char('/')));
+    return !m_leftOut.isEmpty() && (relativePath == m_leftOut || (relativePath.startsWith(m_leftOut) && relativePath.at(m_leftOut.size()) == QLatin1Char('/')));
 }
 
 QVector<OVEntry> OVVersionIndex::list(const QString &relativePath, const QDateTime &asOf, int onlyChain) const

@@ -71,9 +71,18 @@ public:
     OVVersionIndex() = default;
     OVVersionIndex(const QString &sourceRoot, const QVector<OVSnapshot> &snapshots);
 
-    QString sourceRoot() const { return m_sourceRoot; }
-    const QVector<OVSnapshot> &snapshots() const { return m_snapshots; }
-    const OVSnapshot &snapshot(int index) const { return m_snapshots.at(index); }
+    QString sourceRoot() const
+    {
+        return m_sourceRoot;
+    }
+    const QVector<OVSnapshot> &snapshots() const
+    {
+        return m_snapshots;
+    }
+    const OVSnapshot &snapshot(int index) const
+    {
+        return m_snapshots.at(index);
+    }
 
     // "" for the source folder, a relative path inside it, or null when
     // the path lies outside the source folder.
@@ -102,11 +111,17 @@ public:
 
     // A folder inside the source that is no part of it (the Safety Net
     // folder, which the backups never hold): never listed, no versions.
-    void setLeftOut(const QString &relativePath) { m_leftOut = relativePath; }
+    void setLeftOut(const QString &relativePath)
+    {
+        m_leftOut = relativePath;
+    }
     bool isLeftOut(const QString &relativePath) const;
 
     // Snapshots found so far that the user may not read.
-    QSet<int> unreadable() const { return m_unreadable; }
+    QSet<int> unreadable() const
+    {
+        return m_unreadable;
+    }
 
 private:
     struct Found {

@@ -18,8 +18,14 @@ public:
     // The folder a choice in the folder dialog stands for.
     static QString folderForChoice(const QString &chosen);
 
-    QString safetyNetFolder() const { return m_folder; }
-    void setSafetyNetFolder(const QString &folder) { m_folder = folder; }
+    QString safetyNetFolder() const
+    {
+        return m_folder;
+    }
+    void setSafetyNetFolder(const QString &folder)
+    {
+        m_folder = folder;
+    }
     bool folderExists() const;
 
     // Makes the folder when nothing is at its path; its parent is not made.

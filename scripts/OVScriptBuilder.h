@@ -6,8 +6,8 @@
 #include <QByteArray>
 #include <QList>
 #include <QPair>
-#include <QVector>
 #include <QString>
+#include <QVector>
 #include <functional>
 
 // Fills the backup script template. Every text the pane puts into the Ruby
@@ -68,7 +68,8 @@ Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const F
 
 // The scheduled scripts for install_scripts, named "daily", "weekly" and
 // "monthly"; a frequency with no qualifying item has none.
-QList<QPair<QByteArray, QByteArray>> buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared);
+QList<QPair<QByteArray, QByteArray>>
+buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared);
 // The manual script for manual_backup; empty when no manual item qualifies.
 QByteArray buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared);
 }

@@ -114,7 +114,11 @@ QComboBox *OVOptionsSheet::soundPopUp() const
 
 OVOptionsSheet::RemoteFields OVOptionsSheet::remoteFields() const
 {
-    return {m_ui->autoConnectCheck->isChecked(), m_ui->serverAddressField->text(), m_ui->userNameField->text(), m_ui->volumeField->text(), m_ui->passwordField->text()};
+    return {m_ui->autoConnectCheck->isChecked(),
+            m_ui->serverAddressField->text(),
+            m_ui->userNameField->text(),
+            m_ui->volumeField->text(),
+            m_ui->passwordField->text()};
 }
 
 void OVOptionsSheet::setRemotePassword(const QString &password)
@@ -496,5 +500,7 @@ QByteArray OVOptionsSheet::manualScript(const QVector<OVBackupItem> &items, cons
 
 void OVOptionsSheet::fillSoundPopUp(const QString &home)
 {
-    OVSoundMenu::fill(soundPopUp(), OVSoundMenu::soundFolders(home), QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
+    OVSoundMenu::fill(soundPopUp(),
+                      OVSoundMenu::soundFolders(home),
+                      QIcon(QPixmap(OVBundle::pathForResource(QStringLiteral("sound"), QStringLiteral("tiff")))));
 }

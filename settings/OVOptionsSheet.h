@@ -47,7 +47,10 @@ public:
     void setRemotePassword(const QString &password);
     // The About tab's credits: loaded when the sheet opens, they scroll
     // while that tab is shown and stop when the sheet closes.
-    OVCredits *credits() const { return m_credits; }
+    OVCredits *credits() const
+    {
+        return m_credits;
+    }
 
     // Puts a stored domain into the controls; keys the domain lacks take
     // their absent values (OVSettingsTable), and an index beyond its pop-up
@@ -61,7 +64,10 @@ public:
     QVariantMap values() const;
     // The controls' settings as the interface file made them: what Cancel
     // goes back to while nothing is stored yet.
-    QVariantMap designedValues() const { return m_designed; }
+    QVariantMap designedValues() const
+    {
+        return m_designed;
+    }
 
     // Anacron, not cron, runs the schedule (and so catches up on runs missed
     // while the computer was off).

@@ -19,7 +19,10 @@ public:
     explicit OVLogSheet(QWidget *parent = nullptr);
     ~OVLogSheet() override;
 
-    Ui::OVLogSheet *ui() const { return m_ui.get(); }
+    Ui::OVLogSheet *ui() const
+    {
+        return m_ui.get();
+    }
     bool showOnlyErrors() const;
     void setShowOnlyErrors(bool onlyErrors);
 

@@ -13,8 +13,8 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <fcntl.h>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

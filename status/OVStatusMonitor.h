@@ -30,7 +30,10 @@ public:
     // process whose PID it holds is alive and is a backup script (root's
     // ruby); any other flag is stale, ignored and removed when possible.
     bool isBackupRunning();
-    bool isRunning(OVFrequency frequency) const { return m_running[static_cast<int>(frequency)]; }
+    bool isRunning(OVFrequency frequency) const
+    {
+        return m_running[static_cast<int>(frequency)];
+    }
 
     // Refreshes the six controls, then reports updated().
     void updateLogButtons();

@@ -52,8 +52,8 @@ bool OVUpdateNotice::windowHasSheet(const QWidget *window, const QWidget *except
 {
     const QWidgetList windows = QApplication::topLevelWidgets();
     for (const QWidget *candidate : windows) {
-        if (candidate != except && candidate != window && candidate->isVisible() && candidate->windowModality() != Qt::NonModal
-            && candidate->parentWidget() && candidate->parentWidget()->window() == window) {
+        if (candidate != except && candidate != window && candidate->isVisible() && candidate->windowModality() != Qt::NonModal && candidate->parentWidget()
+            && candidate->parentWidget()->window() == window) {
             return true;
         }
     }

@@ -37,7 +37,10 @@ public:
     static bool windowHasSheet(const QWidget *window, const QWidget *except = nullptr);
 
     QDialog *updateSheet() const;
-    MacPADSocket *macPAD() const { return m_macPAD; }
+    MacPADSocket *macPAD() const
+    {
+        return m_macPAD;
+    }
 
 public Q_SLOTS:
     // Starts a check with the bundle's "CFBundleShortVersionString".

@@ -2,9 +2,9 @@
 // the lock and the master switch govern. Run by lock/run_lock_test.sh as an
 // administrator who is not root.
 #include "OVBackupItemModel.h"
+#include "OVItemArchive.h"
 #include "OVLock.h"
 #include "OVOrvanePref.h"
-#include "OVItemArchive.h"
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
@@ -51,8 +51,14 @@ class TestLock : public QObject
     static QMap<QString, bool> enabledStates(OVOrvanePref &pane)
     {
         QMap<QString, bool> states;
-        for (const char *name : {"masterPopUp", "addFolderButton", "deleteFolderButton", "optionsButton", "backupButton", "lastDailyBackup",
-                                 "lastWeeklyBackup", "lastMonthlyBackup"}) {
+        for (const char *name : {"masterPopUp",
+                                 "addFolderButton",
+                                 "deleteFolderButton",
+                                 "optionsButton",
+                                 "backupButton",
+                                 "lastDailyBackup",
+                                 "lastWeeklyBackup",
+                                 "lastMonthlyBackup"}) {
             states.insert(QString::fromLatin1(name), pane.findChild<QWidget *>(QString::fromLatin1(name))->isEnabled());
         }
         states.insert(QStringLiteral("table"), pane.backupItems()->isEditable());
@@ -178,7 +184,8 @@ private Q_SLOTS:
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
         OVOrvanePref pane(nullptr, {});
-        const QStringList installed{QString::fromUtf8(OVFixedPaths::DailyScript), QString::fromUtf8(OVFixedPaths::WeeklyScript),
+        const QStringList installed{QString::fromUtf8(OVFixedPaths::DailyScript),
+                                    QString::fromUtf8(OVFixedPaths::WeeklyScript),
                                     QString::fromUtf8(OVFixedPaths::MonthlyScript)};
         auto saveThreeSchedules = [&] {
             QVector<OVBackupItem> items;

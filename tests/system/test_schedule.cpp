@@ -6,8 +6,8 @@
 #include "OVOrvanePref.h"
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
-#include "OVToolLauncher.h"
 #include "OVSettingsDomain.h"
+#include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ovsheetchild.h"
 
@@ -122,7 +122,8 @@ private Q_SLOTS:
         buildCrontab(m_times, {true, true, true});
         QVERIFY(buildAnacrontab({false, false, true}));
         QVERIFY(installed());
-        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
+        QCOMPARE(read(OVFixedPaths::Crontab),
+                 DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QCOMPARE(read(OVFixedPaths::SavedCrontab), DebianCrontab);
         QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
 
@@ -184,9 +185,12 @@ private Q_SLOTS:
         write(QStringLiteral("/root/source/file"), "daily");
         QDir().mkpath(QStringLiteral("/root/destination"));
         QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
-        const auto scripts = OVScriptBuilder::buildScheduledScripts({item(int(OVFrequency::Daily))}, [](OVFrequency) {
-            return OVScriptBuilder::FrequencyOptions();
-        }, OVScriptBuilder::SharedOptions());
+        const auto scripts = OVScriptBuilder::buildScheduledScripts(
+            {item(int(OVFrequency::Daily))},
+            [](OVFrequency) {
+                return OVScriptBuilder::FrequencyOptions();
+            },
+            OVScriptBuilder::SharedOptions());
         OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(scripts));
         QVERIFY(OVToolLauncher::instance()->waitForAll(30000));
         QCOMPARE(finished.size(), 1);
@@ -196,8 +200,15 @@ private Q_SLOTS:
         QDir(spool).removeRecursively();
         QDir().mkpath(spool);
         QProcess anacron;
-        anacron.start(QStringLiteral("anacron"), {QStringLiteral("-d"), QStringLiteral("-n"), QStringLiteral("-s"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab),
-                                                  QStringLiteral("-S"), spool, QStringLiteral("orvane.daily")});
+        anacron.start(QStringLiteral("anacron"),
+                      {QStringLiteral("-d"),
+                       QStringLiteral("-n"),
+                       QStringLiteral("-s"),
+                       QStringLiteral("-t"),
+                       path(OVFixedPaths::Anacrontab),
+                       QStringLiteral("-S"),
+                       spool,
+                       QStringLiteral("orvane.daily")});
         QVERIFY(anacron.waitForFinished(60000));
         QCOMPARE(anacron.exitCode(), 0);
         QFile markerFile(marker);
@@ -226,9 +237,11 @@ private Q_SLOTS:
         QCOMPARE(pane.optionsSheet()->scheduleTimes().dailyHour, 3);
         UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 PM")));
 
-        pane.backupItems()->setItems({item(int(OVFrequency::Daily)), item(int(OVFrequency::Weekly)), item(int(OVFrequency::Monthly)), item(int(OVFrequency::Manual))});
+        pane.backupItems()->setItems(
+            {item(int(OVFrequency::Daily)), item(int(OVFrequency::Weekly)), item(int(OVFrequency::Monthly)), item(int(OVFrequency::Manual))});
         QVERIFY(pane.saveChanges(nullptr, &pane));
-        const QByteArray three = DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
+        const QByteArray three =
+            DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
         QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), three, 5000);
 
         // Anacron takes the schedule over: cron loses the lines.

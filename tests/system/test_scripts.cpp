@@ -85,7 +85,8 @@ private Q_SLOTS:
         QCOMPARE(QProcess::execute(installed, {}), 0);
         QCOMPARE(read(base + QStringLiteral("/daily dest/sub/a \"file\".txt")), QByteArray("daily"));
         QVERIFY(read(QString::fromUtf8(OVFixedPaths::DailyLog)).contains("Daily: backup complete"));
-        QCOMPARE(read(QString::fromUtf8(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup")), QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
+        QCOMPARE(read(QString::fromUtf8(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup")),
+                 QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
         QVERIFY(!QFile::exists(QString::fromUtf8(OVFixedPaths::DailyErrors)));
 
         // The backup button runs the manual items, and says it started.

@@ -193,7 +193,8 @@ private Q_SLOTS:
         UI(ui, displayAlertCheck)->setChecked(true);
         UI(ui, autoDismissCheck)->setChecked(true);
         sheet->updatePrefsUI();
-        QVERIFY(UI(ui, autoDismissCheck)->isEnabled() && UI(ui, timeValueField)->isEnabled() && UI(ui, timeValueStepper)->isEnabled() && UI(ui, timeUnitPopUp)->isEnabled());
+        QVERIFY(UI(ui, autoDismissCheck)->isEnabled() && UI(ui, timeValueField)->isEnabled() && UI(ui, timeValueStepper)->isEnabled()
+                && UI(ui, timeUnitPopUp)->isEnabled());
         // A click on a governing box applies the rules by itself.
         UI(ui, displayAlertCheck)->click();
         QVERIFY(!UI(ui, autoDismissCheck)->isEnabled());
@@ -231,7 +232,12 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *sheet = pane.optionsSheet();
         OVOptionsSheet *ui = sheet;
-        for (QWidget *box : {UI(ui, generalContentBox), UI(ui, safetyNetContentBox), UI(ui, autoConnectContentBox), UI(ui, schedulesContentBox), UI(ui, notificationContentBox), UI(ui, aboutContentBox)}) {
+        for (QWidget *box : {UI(ui, generalContentBox),
+                             UI(ui, safetyNetContentBox),
+                             UI(ui, autoConnectContentBox),
+                             UI(ui, schedulesContentBox),
+                             UI(ui, notificationContentBox),
+                             UI(ui, aboutContentBox)}) {
             box->setFixedHeight(200);
         }
         pane.showOptions(nullptr);
@@ -287,8 +293,14 @@ private Q_SLOTS:
         QVERIFY(table.open(QIODevice::WriteOnly));
         table.close();
         pane.showOptions(nullptr);
-        for (QComboBox *popUp : {UI(ui, dailyHourPopUp), UI(ui, weeklyHourPopUp), UI(ui, monthlyHourPopUp), UI(ui, dailyMinutePopUp),
-                                 UI(ui, weeklyMinutePopUp), UI(ui, monthlyMinutePopUp), UI(ui, weeklyDayPopUp), UI(ui, dayOfMonthPopUp)}) {
+        for (QComboBox *popUp : {UI(ui, dailyHourPopUp),
+                                 UI(ui, weeklyHourPopUp),
+                                 UI(ui, monthlyHourPopUp),
+                                 UI(ui, dailyMinutePopUp),
+                                 UI(ui, weeklyMinutePopUp),
+                                 UI(ui, monthlyMinutePopUp),
+                                 UI(ui, weeklyDayPopUp),
+                                 UI(ui, dayOfMonthPopUp)}) {
             QVERIFY(!popUp->isEnabled());
         }
         QVERIFY(UI(ui, archivePopUp)->isEnabled());

@@ -61,8 +61,14 @@ class TestStatus : public QObject
 
     static void removeStatusFiles()
     {
-        for (const char *file : {OVFixedPaths::DailyRunFlag, OVFixedPaths::WeeklyRunFlag, OVFixedPaths::MonthlyRunFlag, OVFixedPaths::DailyErrors,
-                                 OVFixedPaths::WeeklyErrors, OVFixedPaths::MonthlyErrors, OVFixedPaths::DailyLog, OVFixedPaths::WeeklyLog,
+        for (const char *file : {OVFixedPaths::DailyRunFlag,
+                                 OVFixedPaths::WeeklyRunFlag,
+                                 OVFixedPaths::MonthlyRunFlag,
+                                 OVFixedPaths::DailyErrors,
+                                 OVFixedPaths::WeeklyErrors,
+                                 OVFixedPaths::MonthlyErrors,
+                                 OVFixedPaths::DailyLog,
+                                 OVFixedPaths::WeeklyLog,
                                  OVFixedPaths::MonthlyLog}) {
             QFile::remove(path(file));
         }
@@ -83,7 +89,12 @@ private Q_SLOTS:
             layout->addWidget(row.image);
             layout->addWidget(row.button);
         }
-        m_monitor = new OVStatusMonitor(m_rows, [this] { return m_authorized; }, m_window);
+        m_monitor = new OVStatusMonitor(
+            m_rows,
+            [this] {
+                return m_authorized;
+            },
+            m_window);
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window));
     }

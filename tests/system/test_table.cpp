@@ -118,7 +118,8 @@ private Q_SLOTS:
         model.setToast(true, QStringLiteral("/Applications/Toast Titanium.app/"));
         const QString toast = QStringLiteral("Burn to Disc with Toast/6");
         QCOMPARE(titles(model.destMenu(0)), (QStringList{choose + QStringLiteral("/2"), QStringLiteral("-"), toast}));
-        QCOMPARE(titles(model.destMenu(1)), (QStringList{QStringLiteral("Disk/0"), QStringLiteral("-"), choose + QStringLiteral("/2"), QStringLiteral("-"), toast}));
+        QCOMPARE(titles(model.destMenu(1)),
+                 (QStringList{QStringLiteral("Disk/0"), QStringLiteral("-"), choose + QStringLiteral("/2"), QStringLiteral("-"), toast}));
         model.setToastFlag(1, true);
         QCOMPARE(model.selectedDestIndex(1), 4);
         QCOMPARE(model.index(1, OVBackupItemModel::DestColumn).data().toString(), QStringLiteral("Burn to Disc with Toast"));

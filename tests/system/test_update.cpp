@@ -92,7 +92,11 @@ class TestUpdate : public QObject
         QSignalSpy errors(&socket, &MacPADSocket::MacPADErrorOccurredNotification);
         QSignalSpy finished(&socket, &MacPADSocket::MacPADCheckFinishedNotification);
         Answer answer;
-        if (!QTest::qWaitFor([&] { return errors.count() + finished.count() > 0; }, timeoutMs)) {
+        if (!QTest::qWaitFor(
+                [&] {
+                    return errors.count() + finished.count() > 0;
+                },
+                timeoutMs)) {
             return answer;
         }
         // Nothing else follows.
@@ -274,7 +278,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("notes");
         QTest::addColumn<QString>("text");
 
-        QTest::newRow("with notes") << "Faster copies.\nFewer surprises." << "Orvane 99.1\n\nFaster copies.\nFewer surprises.";
+        QTest::newRow("with notes") << "Faster copies.\nFewer surprises."
+                                    << "Orvane 99.1\n\nFaster copies.\nFewer surprises.";
         QTest::newRow("without notes") << QString() << "Orvane 99.1\n\n";
     }
 

@@ -143,7 +143,7 @@ private Q_SLOTS:
         QTest::newRow("other class") << QByteArray(xml).replace("<string>OVBackupItem</string>", "<string>NSDate</string>");
         QTest::newRow("reference out of range") << QByteArray(xml).replace("<integer>10</integer>", "<integer>99</integer>");
         QTest::newRow("root not an array") << QByteArray(xml).replace("<key>root</key>\n\t\t<dict><key>CF$UID</key><integer>1</integer>",
-                                                                       "<key>root</key>\n\t\t<dict><key>CF$UID</key><integer>3</integer>");
+                                                                      "<key>root</key>\n\t\t<dict><key>CF$UID</key><integer>3</integer>");
         QTest::newRow("path not a string") << QByteArray(xml).replace("<integer>10</integer>", "<integer>6</integer>");
     }
 
@@ -178,7 +178,9 @@ private Q_SLOTS:
     {
         OVBackupItemModel model;
         model.setEditable(true);
-        model.setItems({item(int(OVFrequency::Daily), true, "/a", "/b"), item(int(OVFrequency::Weekly), true, "/a", "/b"), item(int(OVFrequency::Monthly), true, "/a", "/b")});
+        model.setItems({item(int(OVFrequency::Daily), true, "/a", "/b"),
+                        item(int(OVFrequency::Weekly), true, "/a", "/b"),
+                        item(int(OVFrequency::Monthly), true, "/a", "/b")});
         QVERIFY(!model.validateBackupItems(true));
 
         model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b")});

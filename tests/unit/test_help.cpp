@@ -124,8 +124,7 @@ private Q_SLOTS:
         }
         for (const auto &[link, from] : std::as_const(fragments)) {
             const QString target = QFileInfo(link.toLocalFile()).canonicalFilePath();
-            QVERIFY2(anchors.value(target).contains(link.fragment()),
-                     qPrintable(from + QStringLiteral(": no anchor for ") + link.toString()));
+            QVERIFY2(anchors.value(target).contains(link.fragment()), qPrintable(from + QStringLiteral(": no anchor for ") + link.toString()));
         }
 
         const QDir folder(HelpFolder);

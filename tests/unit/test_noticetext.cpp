@@ -56,8 +56,13 @@ private Q_SLOTS:
         QCOMPARE(OVNoticeText::parseProgress("30 60 75 100 0 1")->percent(), 75UL);
         QCOMPARE(OVNoticeText::parseProgress("0 0 0 0 0 1")->percent(), 0UL);
         QCOMPARE(OVNoticeText::parseProgress("9 3 9 3 0 1")->percent(), 100UL);
-        for (const QByteArray &bad : {QByteArray("1 2 3 4 5"), QByteArray("1 2 3 4 5 6 7"), QByteArray("1 2 -3 4 5 6"), QByteArray("1  2 3 4 5 6"),
-                                      QByteArray("0 3 Documents"), QByteArray(""), QByteArray("1 2 3 4 5 99999999999999999999999")}) {
+        for (const QByteArray &bad : {QByteArray("1 2 3 4 5"),
+                                      QByteArray("1 2 3 4 5 6 7"),
+                                      QByteArray("1 2 -3 4 5 6"),
+                                      QByteArray("1  2 3 4 5 6"),
+                                      QByteArray("0 3 Documents"),
+                                      QByteArray(""),
+                                      QByteArray("1 2 3 4 5 99999999999999999999999")}) {
             QVERIFY2(!OVNoticeText::parseProgress(bad), bad.constData());
         }
     }

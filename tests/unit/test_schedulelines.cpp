@@ -32,7 +32,8 @@ private Q_SLOTS:
     {
         QCOMPARE(cronLine(OVFrequency::Daily, m_times), QByteArray("30\t15\t*\t*\t*\troot\t\"/Library/Application Support/Orvane/.daily/orvane_daily.rb\"\n"));
         QCOMPARE(cronLine(OVFrequency::Weekly, m_times), QByteArray("5\t0\t*\t*\t6\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
-        QCOMPARE(cronLine(OVFrequency::Monthly, m_times), QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
+        QCOMPARE(cronLine(OVFrequency::Monthly, m_times),
+                 QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
         QCOMPARE(anacronLine(OVFrequency::Weekly), QByteArray("7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
     }
 

@@ -31,7 +31,8 @@ QByteArray rubyValues(const QByteArray &script)
     file.close();
     QProcess ruby;
     ruby.start(QStringLiteral("ruby"),
-               {QStringLiteral("--disable-gems"), QStringLiteral("-e"),
+               {QStringLiteral("--disable-gems"),
+                QStringLiteral("-e"),
                 QStringLiteral("b = binding; eval(File.binread(ARGV[0]).split(\"\\nclass OrvaneBackup\").first, b); "
                                "b.local_variables.sort.each { |v| puts \"#{v}=#{b.local_variable_get(v).inspect}\" }"),
                 file.fileName()});
@@ -89,10 +90,21 @@ private Q_SLOTS:
         shared.username = QStringLiteral("ann");
         const QByteArray filled = fill(templateText, script, shared);
         QVERIFY(!filled.contains("#ov_"));
-        for (const char *line : {"frequency = \"Weekly\"", "backupCommand = \"/usr/local/bin/psync -d\"", "remoteBackup = false",
-                                 "showProgress = true", "repairPermissions = true", "promptBeforeBackup = true", "shouldWaitUntilAway = true",
-                                 "autoConnect = true", "remoteServerName = \"smb://nas\"", "remoteAccountName = \"ann\"", "remoteVolumeName = \"\"",
-                                 "shouldArchive = true", "maxArchives = 5", "archiveContents = \"Changed\"", "username = \"ann\"",
+        for (const char *line : {"frequency = \"Weekly\"",
+                                 "backupCommand = \"/usr/local/bin/psync -d\"",
+                                 "remoteBackup = false",
+                                 "showProgress = true",
+                                 "repairPermissions = true",
+                                 "promptBeforeBackup = true",
+                                 "shouldWaitUntilAway = true",
+                                 "autoConnect = true",
+                                 "remoteServerName = \"smb://nas\"",
+                                 "remoteAccountName = \"ann\"",
+                                 "remoteVolumeName = \"\"",
+                                 "shouldArchive = true",
+                                 "maxArchives = 5",
+                                 "archiveContents = \"Changed\"",
+                                 "username = \"ann\"",
                                  "toastApplicationName = \"Toast Titanium\"",
                                  "safetyNetFolder = \"/home/ann/Documents/Safety Net Archives\""}) {
             QVERIFY2(filled.contains(QByteArray(line) + '\n'), line);
@@ -106,9 +118,16 @@ private Q_SLOTS:
         shared.toastApplication.clear();
         script.options = {};
         const QByteArray manual = fill(templateText, script, shared);
-        for (const char *line : {"promptBeforeBackup = false", "shouldWaitUntilAway = false", "shouldArchive = false", "maxArchives = 0",
-                                 "archiveContents = \"\"", "safetyNetFolder = \"\"", "remoteServerName = \"\"", "autoConnect = false",
-                                 "backupCommand = \"/usr/local/bin/psync\"", "toastApplicationName = \"Toast Titanium\""}) {
+        for (const char *line : {"promptBeforeBackup = false",
+                                 "shouldWaitUntilAway = false",
+                                 "shouldArchive = false",
+                                 "maxArchives = 0",
+                                 "archiveContents = \"\"",
+                                 "safetyNetFolder = \"\"",
+                                 "remoteServerName = \"\"",
+                                 "autoConnect = false",
+                                 "backupCommand = \"/usr/local/bin/psync\"",
+                                 "toastApplicationName = \"Toast Titanium\""}) {
             QVERIFY2(manual.contains(QByteArray(line) + '\n'), line);
         }
         // Safety Net on with nothing chosen: the contents line stays as it is.
@@ -142,12 +161,27 @@ private Q_SLOTS:
     // filled text is never searched again.
     void namesHoldingPlaceholdersStayData()
     {
-        const QList<QByteArray> searches = {"#ov_frequency", "#ov_backupCommand", "#ov_sourceFolders", "#ov_destFolders", "#ov_logfile",
-                                            "#ov_lastBackup", "#ov_toastApplicationName", "#ov_username", "#ov_remoteBackup",
-                                            "showProgress = false", "repairPermissions = false", "promptBeforeBackup = false",
-                                            "shouldWaitUntilAway = false", "autoConnect = false", "remoteServerName = \"\"",
-                                            "remoteAccountName = \"\"", "remoteVolumeName = \"\"", "shouldArchive = shouldArchive",
-                                            "maxArchives = 0", "safetyNetFolder = safetyNetFolder", "archiveContents = \"\"",
+        const QList<QByteArray> searches = {"#ov_frequency",
+                                            "#ov_backupCommand",
+                                            "#ov_sourceFolders",
+                                            "#ov_destFolders",
+                                            "#ov_logfile",
+                                            "#ov_lastBackup",
+                                            "#ov_toastApplicationName",
+                                            "#ov_username",
+                                            "#ov_remoteBackup",
+                                            "showProgress = false",
+                                            "repairPermissions = false",
+                                            "promptBeforeBackup = false",
+                                            "shouldWaitUntilAway = false",
+                                            "autoConnect = false",
+                                            "remoteServerName = \"\"",
+                                            "remoteAccountName = \"\"",
+                                            "remoteVolumeName = \"\"",
+                                            "shouldArchive = shouldArchive",
+                                            "maxArchives = 0",
+                                            "safetyNetFolder = safetyNetFolder",
+                                            "archiveContents = \"\"",
                                             "runKind = \"scheduled\""};
         // Ruby's inspect of the ASCII names below.
         auto inspect = [](const QByteArray &bytes) -> QByteArray {
@@ -185,13 +219,16 @@ private Q_SLOTS:
                 sources += QByteArray(i ? ", " : "") + inspect(script.sources.at(i));
                 destinations += QByteArray(i ? ", " : "") + inspect(script.destinations.at(i));
             }
-            for (const QByteArray &line :
-                 {QByteArray("sourceFolders=[" + sources + "]"), QByteArray("destFolders=[" + destinations + "]"), QByteArray("logfile=\"/var/log/orvane_daily.log\""),
-                  QByteArray("frequency=\"Daily\""), QByteArray("maxArchives=3"), QByteArray("shouldArchive=true"),
-                  QByteArray("username=" + inspect("ann\n#ov_logfile\n")),
-                  QByteArray("safetyNetFolder=" + inspect(QFile::encodeName(shared.safetyNetFolder))),
-                  QByteArray(scheduled ? "runKind=\"scheduled\"" : "runKind=\"manual\""),
-                  QByteArray("backupCommand=\"/usr/local/bin/psync\"")}) {
+            for (const QByteArray &line : {QByteArray("sourceFolders=[" + sources + "]"),
+                                           QByteArray("destFolders=[" + destinations + "]"),
+                                           QByteArray("logfile=\"/var/log/orvane_daily.log\""),
+                                           QByteArray("frequency=\"Daily\""),
+                                           QByteArray("maxArchives=3"),
+                                           QByteArray("shouldArchive=true"),
+                                           QByteArray("username=" + inspect("ann\n#ov_logfile\n")),
+                                           QByteArray("safetyNetFolder=" + inspect(QFile::encodeName(shared.safetyNetFolder))),
+                                           QByteArray(scheduled ? "runKind=\"scheduled\"" : "runKind=\"manual\""),
+                                           QByteArray("backupCommand=\"/usr/local/bin/psync\"")}) {
                 QVERIFY2(values.contains(QByteArray(line + '\n')), QByteArray(line + "\nnot in\n" + values).constData());
             }
         }

@@ -13,14 +13,14 @@ class TestStrings : public QObject
 private Q_SLOTS:
     void parsesTheTableFormat()
     {
-        const auto table = OVLocalizedStrings::parse(QStringLiteral(
-            "/* a comment\n spanning lines */\n"
-            "\"Plain\" = \"Value\";\n"
-            "// a line comment\n"
-            "\"Escaped\" = \"say \\\"hi\\\"\\nback\\\\slash\";\n"
-            "\"Broken\" = \"no semicolon\"\n"
-            "\"After\"=\"still read\";\n"
-            "\"Unicode\" = \"Sauvegarde…\";"));
+        const auto table =
+            OVLocalizedStrings::parse(QStringLiteral("/* a comment\n spanning lines */\n"
+                                                     "\"Plain\" = \"Value\";\n"
+                                                     "// a line comment\n"
+                                                     "\"Escaped\" = \"say \\\"hi\\\"\\nback\\\\slash\";\n"
+                                                     "\"Broken\" = \"no semicolon\"\n"
+                                                     "\"After\"=\"still read\";\n"
+                                                     "\"Unicode\" = \"Sauvegarde…\";"));
         QCOMPARE(table.value(QStringLiteral("Plain")), QStringLiteral("Value"));
         QCOMPARE(table.value(QStringLiteral("Escaped")), QStringLiteral("say \"hi\"\nback\\slash"));
         QVERIFY(!table.contains(QStringLiteral("Broken")));

@@ -68,8 +68,9 @@ private Q_SLOTS:
         QVERIFY(ovtables::onlyOwnLinesDiffer("SHELL=/bin/sh\n#", "SHELL=/bin/sh\n#" + Daily + "\n", Table::Cron));
 
         const std::string anacron = "SHELL=/bin/sh\n1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n";
-        QVERIFY(ovtables::onlyOwnLinesDiffer(
-            anacron, anacron + "7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n", Table::Anacron));
+        QVERIFY(ovtables::onlyOwnLinesDiffer(anacron,
+                                             anacron + "7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n",
+                                             Table::Anacron));
     }
 
     void refusesAnyOtherChange()

@@ -33,34 +33,61 @@ private Q_SLOTS:
         QTest::addColumn<QString>("b");
         QTest::addColumn<int>("expected");
 
-        QTest::newRow("equal") << "2.0" << "2.0" << 0;
-        QTest::newRow("both empty") << "" << "" << 0;
-        QTest::newRow("numbers, not digits") << "1.2" << "1.10" << 1;
-        QTest::newRow("numbers, not digits, swapped") << "1.10" << "1.2" << -1;
-        QTest::newRow("major wins") << "2.0" << "1.9.9" << -1;
-        QTest::newRow("leading zeros are the same number") << "1.007" << "1.7" << 0;
-        QTest::newRow("release newer than its beta") << "1.0" << "1.0b1" << -1;
-        QTest::newRow("beta older than its release") << "1.0b1" << "1.0" << 1;
-        QTest::newRow("extra number is newer") << "1.0.1" << "1.0" << -1;
-        QTest::newRow("shorter is older") << "1.0" << "1.0.1" << 1;
-        QTest::newRow("extra separator is newer") << "1.0." << "1.0" << -1;
-        QTest::newRow("beta numbers") << "1.0b2" << "1.0b1" << -1;
-        QTest::newRow("same beta") << "1.0b1" << "1.0b1" << 0;
+        QTest::newRow("equal") << "2.0"
+                               << "2.0" << 0;
+        QTest::newRow("both empty") << ""
+                                    << "" << 0;
+        QTest::newRow("numbers, not digits") << "1.2"
+                                             << "1.10" << 1;
+        QTest::newRow("numbers, not digits, swapped") << "1.10"
+                                                      << "1.2" << -1;
+        QTest::newRow("major wins") << "2.0"
+                                    << "1.9.9" << -1;
+        QTest::newRow("leading zeros are the same number") << "1.007"
+                                                           << "1.7" << 0;
+        QTest::newRow("release newer than its beta") << "1.0"
+                                                     << "1.0b1" << -1;
+        QTest::newRow("beta older than its release") << "1.0b1"
+                                                     << "1.0" << 1;
+        QTest::newRow("extra number is newer") << "1.0.1"
+                                               << "1.0" << -1;
+        QTest::newRow("shorter is older") << "1.0"
+                                          << "1.0.1" << 1;
+        QTest::newRow("extra separator is newer") << "1.0."
+                                                  << "1.0" << -1;
+        QTest::newRow("beta numbers") << "1.0b2"
+                                      << "1.0b1" << -1;
+        QTest::newRow("same beta") << "1.0b1"
+                                   << "1.0b1" << 0;
         // Kept from the protocol: the text that sorts first counts as newer.
-        QTest::newRow("text sorting first is newer") << "1.0a" << "1.0b" << -1;
-        QTest::newRow("text sorting later is older") << "1.0b" << "1.0a" << 1;
-        QTest::newRow("text below number") << "1.a" << "1.1" << 1;
-        QTest::newRow("number above text") << "1.1" << "1.a" << -1;
-        QTest::newRow("separator below number") << "1..2" << "1.2" << 1;
-        QTest::newRow("number above separator") << "1.2" << "1..2" << -1;
-        QTest::newRow("text below separator") << "1a" << "1." << 1;
-        QTest::newRow("separator above text") << "1." << "1a" << -1;
-        QTest::newRow("00 is text") << "1.00" << "1.0" << 1;
-        QTest::newRow("case counts") << "1.0B" << "1.0b" << -1;
-        QTest::newRow("empty against a version") << "" << "1.0" << 1;
-        QTest::newRow("version against empty") << "1.0" << "" << -1;
-        QTest::newRow("text against empty") << "beta" << "" << 1;
-        QTest::newRow("huge numbers") << "1.99999999999999999999" << "1.2" << -1;
+        QTest::newRow("text sorting first is newer") << "1.0a"
+                                                     << "1.0b" << -1;
+        QTest::newRow("text sorting later is older") << "1.0b"
+                                                     << "1.0a" << 1;
+        QTest::newRow("text below number") << "1.a"
+                                           << "1.1" << 1;
+        QTest::newRow("number above text") << "1.1"
+                                           << "1.a" << -1;
+        QTest::newRow("separator below number") << "1..2"
+                                                << "1.2" << 1;
+        QTest::newRow("number above separator") << "1.2"
+                                                << "1..2" << -1;
+        QTest::newRow("text below separator") << "1a"
+                                              << "1." << 1;
+        QTest::newRow("separator above text") << "1."
+                                              << "1a" << -1;
+        QTest::newRow("00 is text") << "1.00"
+                                    << "1.0" << 1;
+        QTest::newRow("case counts") << "1.0B"
+                                     << "1.0b" << -1;
+        QTest::newRow("empty against a version") << ""
+                                                 << "1.0" << 1;
+        QTest::newRow("version against empty") << "1.0"
+                                               << "" << -1;
+        QTest::newRow("text against empty") << "beta"
+                                            << "" << 1;
+        QTest::newRow("huge numbers") << "1.99999999999999999999"
+                                      << "1.2" << -1;
     }
 
     void compareVersion()
@@ -78,9 +105,11 @@ private Q_SLOTS:
 
         QTest::newRow("empty") << "" << QStringList();
         QTest::newRow("one number") << "12" << QStringList{QStringLiteral("12")};
-        QTest::newRow("beta") << "1.10b3" << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("10"), QStringLiteral("b"), QStringLiteral("3")};
+        QTest::newRow("beta") << "1.10b3"
+                              << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("10"), QStringLiteral("b"), QStringLiteral("3")};
         QTest::newRow("double dot") << "2..0" << QStringList{QStringLiteral("2"), QStringLiteral("."), QStringLiteral("."), QStringLiteral("0")};
-        QTest::newRow("text runs") << "1.0rc-2" << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("0"), QStringLiteral("rc-"), QStringLiteral("2")};
+        QTest::newRow("text runs") << "1.0rc-2"
+                                   << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("0"), QStringLiteral("rc-"), QStringLiteral("2")};
         QTest::newRow("zeros stay together") << "1.00" << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("00")};
         QTest::newRow("leading dot") << ".5" << QStringList{QStringLiteral("."), QStringLiteral("5")};
         QTest::newRow("leading text") << "v2" << QStringList{QStringLiteral("v"), QStringLiteral("2")};
@@ -166,7 +195,6 @@ private Q_SLOTS:
         QCOMPARE(socket.productDownloadURL(), QString(QLatin1String("")));
         QVERIFY(socket.productDownloadURLs().isEmpty());
     }
-
 };
 
 QTEST_GUILESS_MAIN(TestVersionCompare)

@@ -46,7 +46,8 @@ QStringList names(const QVector<OVEntry> &entries)
 {
     QStringList list;
     for (const OVEntry &entry : entries) {
-        list.append(entry.name + (entry.inSource ? QString() : QStringLiteral(" (deleted)")) + (entry.hasVersion ? QString() : QStringLiteral(" (not backed up)")));
+        list.append(entry.name + (entry.inSource ? QString() : QStringLiteral(" (deleted)"))
+                    + (entry.hasVersion ? QString() : QStringLiteral(" (not backed up)")));
     }
     return list;
 }
@@ -182,8 +183,12 @@ private Q_SLOTS:
         const OVVersionIndex index = OVRestoreSources::forPath(m_source, m_setup).index;
         // Now: deleted names marked, the engine's own folder hidden.
         QCOMPARE(names(index.listFolder(QString())),
-                 QStringList({QStringLiteral("old (deleted)"), QStringLiteral("Ünïcødé dir"), QStringLiteral("a.txt"), QStringLiteral("gone.txt (deleted)"),
-                              QStringLiteral("never.txt (not backed up)"), QStringLiteral("new.txt")}));
+                 QStringList({QStringLiteral("old (deleted)"),
+                              QStringLiteral("Ünïcødé dir"),
+                              QStringLiteral("a.txt"),
+                              QStringLiteral("gone.txt (deleted)"),
+                              QStringLiteral("never.txt (not backed up)"),
+                              QStringLiteral("new.txt")}));
         const auto contentAt = [&index](const char *when, const QString &name) {
             for (const OVEntry &entry : index.listFolder(QString(), at(when))) {
                 if (entry.name == name) {
@@ -216,7 +221,8 @@ private Q_SLOTS:
         QVERIFY(!progress.isEmpty());
         QCOMPARE(read(target + QStringLiteral("/a.txt")), QByteArray("version 1"));
         QCOMPARE(QFileInfo(target + QStringLiteral("/a.txt")).lastModified(), at("2026-01-08 09:00"));
-        QCOMPARE(QFileInfo(target + QStringLiteral("/a.txt")).permissions() & 0x7777, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser);
+        QCOMPARE(QFileInfo(target + QStringLiteral("/a.txt")).permissions() & 0x7777,
+                 QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser);
 
         // The same place again: another version comes back beside it, the
         // same version is not kept twice, and Replace replaces.

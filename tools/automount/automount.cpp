@@ -24,11 +24,11 @@
 #include <cctype>
 #include <cerrno>
 #include <csignal>
-#include <ctime>
-#include <dirent.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <grp.h>
@@ -313,8 +313,7 @@ Result run(const std::vector<std::string> &argv, const std::vector<std::string> 
         }
     }
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) { }
     if (!r.timedOut && WIFEXITED(status)) {
         r.status = WEXITSTATUS(status);
     }
@@ -462,7 +461,8 @@ bool kernelHasCifs()
     std::ifstream filesystems("/proc/filesystems");
     std::string line;
     while (std::getline(filesystems, line)) {
-        if (line.size() >= 4 && line.compare(line.size() - 4, 4, "cifs") == 0 && (line.size() == 4 || std::isspace(static_cast<unsigned char>(line[line.size() - 5])))) {
+        if (line.size() >= 4 && line.compare(line.size() - 4, 4, "cifs") == 0
+            && (line.size() == 4 || std::isspace(static_cast<unsigned char>(line[line.size() - 5])))) {
             return true;
         }
     }
@@ -485,16 +485,15 @@ int privateFile(const std::string &data)
 
 std::string explainRclone(const Server &s, const std::string &err)
 {
-    if (err.find("LOGON_FAILURE") != std::string::npos || err.find("logon failure") != std::string::npos
-        || err.find("logon is invalid") != std::string::npos) {
+    if (err.find("LOGON_FAILURE") != std::string::npos || err.find("logon failure") != std::string::npos || err.find("logon is invalid") != std::string::npos) {
         return "the server " + s.mountHost + " refused the password of " + s.account + " (the password in the keyring is wrong)";
     }
     if (err.find("BAD_NETWORK_NAME") != std::string::npos || err.find("Network Name Not Found") != std::string::npos
         || err.find("directory not found") != std::string::npos) {
         return "the server " + s.mountHost + " has no volume " + s.volume;
     }
-    if (err.find("connection refused") != std::string::npos || err.find("no such host") != std::string::npos
-        || err.find("i/o timeout") != std::string::npos || err.find("network is unreachable") != std::string::npos) {
+    if (err.find("connection refused") != std::string::npos || err.find("no such host") != std::string::npos || err.find("i/o timeout") != std::string::npos
+        || err.find("network is unreachable") != std::string::npos) {
         return "the server " + s.mountHost + " cannot be reached (" + firstLine(err) + ")";
     }
     return "the server " + s.mountHost + " did not let " + s.account + " in: " + firstLine(err);
@@ -537,9 +536,24 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
 
     // Writes go straight to the server: a cache would let the mount report
     // a copy done before it reached the volume.
-    std::vector<std::string> mount = {Rclone, "mount", remote, point, "--vfs-cache-mode", "off", "--allow-other", "--default-permissions",
-                                      "--uid", std::to_string(user.pw_uid), "--gid", std::to_string(user.pw_gid), "--umask", "077",
-                                      "--dir-cache-time", "5s", "--log-level", "ERROR"};
+    std::vector<std::string> mount = {Rclone,
+                                      "mount",
+                                      remote,
+                                      point,
+                                      "--vfs-cache-mode",
+                                      "off",
+                                      "--allow-other",
+                                      "--default-permissions",
+                                      "--uid",
+                                      std::to_string(user.pw_uid),
+                                      "--gid",
+                                      std::to_string(user.pw_gid),
+                                      "--umask",
+                                      "077",
+                                      "--dir-cache-time",
+                                      "5s",
+                                      "--log-level",
+                                      "ERROR"};
     mount.insert(mount.end(), common.begin(), common.end());
     int err[2];
     if (pipe2(err, O_CLOEXEC)) {
@@ -604,8 +618,8 @@ void mountWithCifs(const Server &s, const std::string &password, const std::stri
     }
     writeAll(fds[1], password);
     close(fds[1]);
-    std::string options = "username=" + s.account + ",uid=" + std::to_string(user.pw_uid) + ",gid=" + std::to_string(user.pw_gid)
-        + ",file_mode=0600,dir_mode=0700,nounix,nobrl";
+    std::string options =
+        "username=" + s.account + ",uid=" + std::to_string(user.pw_uid) + ",gid=" + std::to_string(user.pw_gid) + ",file_mode=0600,dir_mode=0700,nounix,nobrl";
     if (!s.port.empty()) {
         options += ",port=" + s.port;
     }

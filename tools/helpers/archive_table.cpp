@@ -32,8 +32,14 @@ static std::string identity(int folder, const char *name)
         return std::string();
     }
     char text[128];
-    std::snprintf(text, sizeof text, "%llu %llu %lld %lld.%09ld\n", static_cast<unsigned long long>(st.st_dev), static_cast<unsigned long long>(st.st_ino),
-                  static_cast<long long>(st.st_size), static_cast<long long>(st.st_ctim.tv_sec), st.st_ctim.tv_nsec);
+    std::snprintf(text,
+                  sizeof text,
+                  "%llu %llu %lld %lld.%09ld\n",
+                  static_cast<unsigned long long>(st.st_dev),
+                  static_cast<unsigned long long>(st.st_ino),
+                  static_cast<long long>(st.st_size),
+                  static_cast<long long>(st.st_ctim.tv_sec),
+                  st.st_ctim.tv_nsec);
     return text;
 }
 

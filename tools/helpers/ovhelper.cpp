@@ -92,8 +92,13 @@ static bool parentHoldsUnlock(pid_t parent, uid_t uid)
     // pid and uid as pkexec gives them; the start time polkit looks up
     // itself, and our parent cannot change while we still name it.
     PolkitSubject *subject = polkit_unix_process_new_for_owner(parent, 0, static_cast<gint>(uid));
-    PolkitAuthorizationResult *result = polkit_authority_check_authorization_sync(authority, subject, PolkitAction, nullptr,
-                                                                                 POLKIT_CHECK_AUTHORIZATION_FLAGS_ALLOW_USER_INTERACTION, nullptr, &error);
+    PolkitAuthorizationResult *result = polkit_authority_check_authorization_sync(authority,
+                                                                                  subject,
+                                                                                  PolkitAction,
+                                                                                  nullptr,
+                                                                                  POLKIT_CHECK_AUTHORIZATION_FLAGS_ALLOW_USER_INTERACTION,
+                                                                                  nullptr,
+                                                                                  &error);
     bool authorized = false;
     if (result) {
         authorized = polkit_authorization_result_get_is_authorized(result);
@@ -197,8 +202,7 @@ std::map<std::string, std::string> readParts(const std::set<std::string> &names,
         if (!names.count(name) || parts.count(name)) {
             fail("refused: the input has an unknown or repeated part");
         }
-        if (length.empty() || length.size() > 10 || length.find_first_not_of("0123456789") != std::string::npos
-            || (length.size() > 1 && length[0] == '0')) {
+        if (length.empty() || length.size() > 10 || length.find_first_not_of("0123456789") != std::string::npos || (length.size() > 1 && length[0] == '0')) {
             fail("refused: the input is not in parts");
         }
         const unsigned long long size = std::strtoull(length.c_str(), nullptr, 10);

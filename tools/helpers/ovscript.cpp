@@ -15,10 +15,28 @@ namespace ovscript
 namespace
 {
 const char *const Settings[] = {
-    "frequency",          "backupCommand",     "sourceFolders",      "destFolders",         "logfile",       "lastBackup",
-    "toastApplicationName", "username",        "remoteBackup",       "showProgress",        "repairPermissions", "promptBeforeBackup",
-    "shouldWaitUntilAway", "autoConnect",      "remoteServerName",   "remoteAccountName",   "remoteVolumeName", "shouldArchive",
-    "maxArchives",        "safetyNetFolder",   "archiveContents",    "runKind",
+    "frequency",
+    "backupCommand",
+    "sourceFolders",
+    "destFolders",
+    "logfile",
+    "lastBackup",
+    "toastApplicationName",
+    "username",
+    "remoteBackup",
+    "showProgress",
+    "repairPermissions",
+    "promptBeforeBackup",
+    "shouldWaitUntilAway",
+    "autoConnect",
+    "remoteServerName",
+    "remoteAccountName",
+    "remoteVolumeName",
+    "shouldArchive",
+    "maxArchives",
+    "safetyNetFolder",
+    "archiveContents",
+    "runKind",
 };
 
 class Reader

@@ -66,8 +66,7 @@ bool isOwnCronLine(std::string_view line)
 
 bool isOwnAnacronLine(std::string_view line)
 {
-    return line == "1\t20\torvane.daily\t" + quoted(OVFixedPaths::DailyScript)
-        || line == "7\t25\torvane.weekly\t" + quoted(OVFixedPaths::WeeklyScript)
+    return line == "1\t20\torvane.daily\t" + quoted(OVFixedPaths::DailyScript) || line == "7\t25\torvane.weekly\t" + quoted(OVFixedPaths::WeeklyScript)
         || line == "30\t30\torvane.monthly\t" + quoted(OVFixedPaths::MonthlyScript);
 }
 

@@ -25,8 +25,8 @@
 //      the user was away.
 #include "OVBackupJob.h"
 #include "OVNoticeText.h"
-#include "OVSettingsTable.h"
 #include "OVSettingsDomain.h"
+#include "OVSettingsTable.h"
 #include "OVSoundMenu.h"
 
 #include <KIO/OpenUrlJob>
@@ -287,7 +287,8 @@ int idle()
 
 int usage()
 {
-    say(QStringLiteral("usage: orvane-notice --finished FREQ complete|errors [manual] | --prompt FREQ [manual]"
+    say(
+        QStringLiteral("usage: orvane-notice --finished FREQ complete|errors [manual] | --prompt FREQ [manual]"
                        " | --progress FILE FREQ [manual] | --idle   (FREQ: Daily, Weekly or Monthly)"));
     return Usage;
 }

@@ -4,8 +4,8 @@
 // system bus, or polkitd with no agent in the session. Either way the click
 // says why, and the lock stays closed. Run by lock/run_lock_unavailable.sh
 // as an administrator who is not root.
-#include "OVLock.h"
 #include "OVLocalizedStrings.h"
+#include "OVLock.h"
 #include "OVOrvanePref.h"
 #include "OVSettingsDomain.h"
 
