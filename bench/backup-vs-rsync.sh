@@ -3,7 +3,10 @@
 # same tree of small files, each case run in turns with rsync: the first copy (median of 3), a rerun
 # with nothing changed (median of 7), the same with the Safety Net on
 # (median of 7), and a rerun after 1% of the files changed and 1% were
-# deleted, Safety Net on (median of 5, other files each time). It is a
+# deleted, Safety Net on (median of 5, other files each time), in which
+# turns "rsync -a --delete --backup --backup-dir" alone also runs, into an
+# archive laid out as the script's and reached the same way (through a
+# /proc/PID/fd/N path): the floor of that case. It is a
 # measurement, not a test. Run it as root inside the test sandbox so the
 # script's status files stay there:
 #   tests/sandbox/ov-sandbox -- bench/backup-vs-rsync.sh [FILES]
@@ -50,20 +53,31 @@ bare() { rsync -a --delete "$src/" "$work/by-rsync/"; }
 # case NAME ROUNDS PREPARE SCRIPT: ROUNDS turns of PREPARE, then the script
 # and rsync, which goes first in every other turn (the second meets caches
 # the first has warmed).
+# With FLOOR, that command runs too, between the two.
 run_case() {
-    local name=$1 rounds=$2 prepare=$3 command=$4 i
-    : > "$work/$name.script"; : > "$work/$name.rsync"
+    local name=$1 rounds=$2 prepare=$3 command=$4 floor=${5:-} i
+    : > "$work/$name.script"; : > "$work/$name.rsync"; : > "$work/$name.floor"
     for ((i = 0; i < rounds; i++)); do
         $prepare "$i"
         if ((i % 2)); then
             seconds bare >> "$work/$name.rsync"
+            [ -z "$floor" ] || seconds $floor >> "$work/$name.floor"
             seconds "$command" >> "$work/$name.script"
         else
             seconds "$command" >> "$work/$name.script"
+            [ -z "$floor" ] || seconds $floor >> "$work/$name.floor"
             seconds bare >> "$work/$name.rsync"
         fi
     done
 }
+# rsync with the Safety Net's options alone, into an archive of its own in
+# the Safety Net folder, reached through this shell's descriptor of it.
+exec 9<"$work/Safety Net Archives"
+floor() {
+    local archive="/proc/$$/fd/9/floor $RANDOM"
+    rsync -a --delete --backup --backup-dir="$archive${work}/by-floor" "$src/" "$work/by-floor/"
+}
+floor_done() { rm -rf "$work/Safety Net Archives/floor "*; }
 nothing() { :; }
 fresh() { rm -rf "$work/by-script" "$work/by-rsync"; mkdir "$work/by-script" "$work/by-rsync"; sync; }
 # Round N appends to 1% of the files and deletes another 1%, none touched
@@ -84,7 +98,10 @@ sync; echo 3 > /proc/sys/vm/drop_caches 2>/dev/null || true
 run_case first 3 fresh "$script"
 run_case rerun 7 nothing "$script"
 run_case rerun-net 7 nothing "$script.net"
-run_case change-net 5 change "$script.net"
+rm -rf "$work/by-floor"; cp -a "$work/by-script" "$work/by-floor"
+change_and_clean() { floor_done; change "$@"; }
+run_case change-net 5 change_and_clean "$script.net" floor
+floor_done
 kept=$(find "$work/Safety Net Archives" -type f | wc -l)
 diff -r "$src" "$work/by-script" >/dev/null && same=yes || same=NO
 
@@ -98,4 +115,6 @@ row "first copy (median of 3)" first
 row "rerun, nothing changed (median of 7)" rerun
 row "rerun, nothing changed, Safety Net on (median of 7)" rerun-net
 row "rerun, 1% changed and 1% deleted, Safety Net on (median of 5)" change-net
+s=$(median < "$work/change-net.floor"); r=$(median < "$work/change-net.rsync")
+printf '| the same, rsync --backup --backup-dir alone (the floor) | %.2f | %.2f | %s |\n' "$s" "$r" "$(ratio "$s" "$r")"
 echo "Safety Net archives hold $kept files; the script's copy equals the source: $same"

@@ -348,11 +348,31 @@ class OrvaneBackup
     ra.start_with?(rb) || rb.start_with?(ra)
   end
 
+  # The bytes a user may still write on the folder's file system, nil when
+  # unknown. statvfs(3) itself where its layout is known (a 64-bit C
+  # library: f_bsize, f_frsize, f_blocks, f_bfree, f_bavail, 8 bytes each),
+  # else stat(1), whose start costs some 1-2 % of a run with little to copy.
   def free_bytes(folder)
+    if (statvfs = OrvaneBackup.statvfs)
+      buffer = "\0".b * 256
+      return nil unless statvfs.call("#{folder}\0".b, buffer).zero?
+      _, fragment, _, _, available = buffer.unpack("Q<5")
+      return available * fragment
+    end
     output = IO.popen(["/usr/bin/stat", "-f", "-c", "%a %S", folder], "rb", err: File::NULL, &:read)
     return nil unless $?.success?
     available, block = output.split.map(&:to_i)
     available * block
+  end
+
+  def self.statvfs
+    return @statvfs if defined?(@statvfs)
+    @statvfs = nil
+    return nil unless [1].pack("J") == [1].pack("Q<")
+    require "fiddle"
+    @statvfs = Fiddle::Function.new(Fiddle::Handle::DEFAULT["statvfs"], [Fiddle::TYPE_VOIDP, Fiddle::TYPE_VOIDP], Fiddle::TYPE_INT)
+  rescue LoadError, StandardError
+    @statvfs = nil
   end
 
   # --- Disks -------------------------------------------------------------
@@ -432,7 +452,7 @@ class OrvaneBackup
     unless @archive
       folder = @s[:safetyNetFolder]
       begin
-        net = File.open(folder, File::RDONLY | File::NOFOLLOW)
+        net = File.open(folder, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
       rescue SystemCallError => e
         return [nil, "the Safety Net folder #{folder} cannot be used (#{OrvaneBackup.bytes(e.message)}; is its disk connected?)"]
       end
@@ -534,19 +554,36 @@ class OrvaneBackup
   end
 
   # At most maxArchives archives of this frequency stay; the other
-  # frequencies' archives are theirs to count.
+  # frequencies' archives are theirs to count. Old archives belong to the
+  # folder's owner, who may change them while they go: GNU rm walks them by
+  # descriptor and never follows a link, and is some ten times quicker than
+  # a walk in Ruby. It runs inside the folder opened without following a
+  # link, on the archives' bare names.
   def prune_archives
     folder = @s[:safetyNetFolder]
-    return unless File.directory?(folder) && !File.symlink?(folder)
+    begin
+      # Without blocking on a FIFO someone put there.
+      net = File.open(folder, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
+    rescue Errno::ENOENT, Errno::ENOTDIR, Errno::ELOOP
+      return
+    end
+    return unless net.stat.directory?
+    base = "/proc/#{Process.pid}/fd/#{net.fileno}"
     pattern = /\A\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d #{@frequency}\z/
-    archives = Dir.children(folder).select { |n| n.match?(pattern) }.sort
-    excess = archives.size - [@s[:maxArchives].to_i, 1].max
-    archives.first([excess, 0].max).each do |name|
-      FileUtils.remove_entry_secure(File.join(folder, name))
+    archives = Dir.children(base).select { |n| n.match?(pattern) }.sort
+    old = archives.first([archives.size - [@s[:maxArchives].to_i, 1].max, 0].max)
+    return if old.empty?
+    output = IO.popen(["/bin/rm", "-rf", "--one-file-system", "--", *old], "rb", err: %i[child out], chdir: base, &:read)
+    old.each do |name|
+      File.lstat(File.join(base, name))
+    rescue Errno::ENOENT
       log("Safety Net: removed the old archive #{name}")
     end
+    raise(output.lines.last&.strip || "rm ended with status #{$?.exitstatus}") unless $?.success?
   rescue StandardError => e
     error("Safety Net: old archives in #{folder} could not be removed (#{OrvaneBackup.bytes(e.message)})")
+  ensure
+    net&.close
   end
 
   # The Safety Net folder when it lies inside the source, as a path

@@ -192,6 +192,42 @@ class TestBackupScript < Test::Unit::TestCase
     assert_equal(daily.sort, Dir.children(@net).grep(/Daily\z/).sort)
   end
 
+  # Old archives are their owner's, who may have put links in them: pruning
+  # removes the links, never what they point at, and one it cannot remove is
+  # an error the user sees.
+  def test_pruning_follows_no_link_and_reports_failure
+    nobody = Etc.getpwnam("nobody")
+    victim = File.join(@dir, "victim")
+    write(File.join(victim, "keep"), "keep")
+    old = %w[2020-01-01 2020-01-02].map { |day| File.join(@net, "#{day} 00.00.00 Daily") }
+    old.each do |archive|
+      write(File.join(archive, "dest", "file"), "archived")
+      File.symlink(victim, File.join(archive, "dest", "link"))
+      File.symlink(victim, File.join(archive, "top link"))
+    end
+    FileUtils.chown_R(nobody.uid, nobody.gid, [@net] + old)
+    write(File.join(@source, "a"), "new")
+    write_old(File.join(@dest, "a"), "old")
+    assert_equal(0, run_backup(shouldArchive: true, maxArchives: 1, safetyNetFolder: @net))
+    assert_equal(1, Dir.children(@net).size, Dir.children(@net).inspect)
+    assert_equal("keep", File.read(File.join(victim, "keep")))
+    assert_equal(2, File.read(File.join(@dir, "daily.log")).scan("removed the old archive 2020-01-0").size)
+
+    # An archive that cannot go (made immutable stands in for a disk error).
+    stuck = File.join(@net, "2020-01-03 00.00.00 Daily")
+    write(File.join(stuck, "file"), "archived")
+    skip("no chattr here") unless system("chattr", "+i", stuck, err: File::NULL)
+    begin
+      sleep 1.1 # archives are named by the second
+      write_old(File.join(@dest, "a"), "old again")
+      assert_equal(1, run_backup(shouldArchive: true, maxArchives: 1, safetyNetFolder: @net))
+      assert_match(/Safety Net: old archives in .*Safety Net Archives could not be removed \(\/bin\/rm: cannot remove '2020-01-03 00.00.00 Daily\/file'/,
+                   File.read("/var/log/.orvane_daily.err"))
+    ensure
+      system("chattr", "-i", stuck)
+    end
+  end
+
   # The Safety Net folder inside a source is never copied; a missing one is
   # never made (nor its parents) and nothing is overwritten without it.
   def test_safety_net_folder_is_not_backed_up_and_never_made
