@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The fixed paths of the installed product. Plain C++ so that the set-user-ID
 // helpers, which link no Qt, share them with the pane.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 #include "OVBackupItem.h"
 
 OVBackupItem OVBackupItem::initWithValues(const QVariantMap &values)

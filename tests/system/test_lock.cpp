@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The lock against a real polkitd, and the enabled state of every control
 // the lock and the master switch govern. Run by lock/run_lock_test.sh as an
 // administrator who is not root.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // Orvane's lines in /etc/crontab and /etc/anacrontab: the edits, the tables
 // the real helper installs, anacron's own check and a real anacron run, and
 // the pane's save and master switch. Runs as root in the sandbox with polkitd.

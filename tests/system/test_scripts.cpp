@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // End to end in the sandbox: items saved in the pane give scripts that
 // install_scripts installs and that copy when run, and the backup button
 // runs the manual items through manual_backup.

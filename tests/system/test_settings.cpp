@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The settings domain, the options dialog and the Safety Net folder, run in
 // the sandbox with the installed bundle.
 #include "OVOptionsSheet.h"

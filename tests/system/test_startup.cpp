@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The pane's start-up and its save on close, run against the installed
 // bundle inside the test sandbox (/tmp, /Library and the home are fresh).
 #include "OVBackupItemModel.h"

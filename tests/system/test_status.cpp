@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The status rows and the log sheet, in real windows under Xvfb inside the
 // sandbox; screenshots of the rows go to the folder in OV_SCREENSHOTS.
 #include "OVLocalizedStrings.h"

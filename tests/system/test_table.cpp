@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The items table: the model's values and setter rules, the per-row menus,
 // folder labels, the stripe and grid arithmetic, Toast detection against
 // fabricated bundles (Toast itself does not exist on Linux), and the pane's

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
 // The strings table: its parser, and that the shipped table holds every key
 // the code looks up (a missing key shows as an empty text).
 #include "OVLocalizedStrings.h"

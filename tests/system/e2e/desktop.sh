@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Sourced by the end-to-end tests: a desktop session inside the sandbox.
 # Starts Xvfb and a session bus; defines helpers to drive windows.
 

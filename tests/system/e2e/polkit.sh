@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Sourced by tests that need the lock: a system D-Bus and a real polkitd
 # inside the sandbox, a rule of ours that grants or denies the unlock, and
 # an administrator who is not root (polkitd authorizes root for anything).

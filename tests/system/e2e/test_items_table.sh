@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # In System Settings under Xvfb: unlock, add an item, give it a source and a
 # destination through the real folder dialog, make it weekly, quit, open
 # again: the item is there with its labels. Screenshots go to $1.

@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Opens Orvane in System Settings under Xvfb, opens the options dialog,
 # steps through its six tabs keeping a screenshot of each, changes a setting
 # and presses OK; the stored settings hold it. Screenshots go to $1.

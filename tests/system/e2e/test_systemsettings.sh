@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Opens System Settings under Xvfb, finds Orvane through the sidebar's
 # search, clicks its entry and checks that the module is shown and did its
 # start-up. Screenshots stay in the folder given as $1.

@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Runs a test binary as root with a system D-Bus and polkitd in the sandbox,
 # so the pane's lock can really open.
 set -u

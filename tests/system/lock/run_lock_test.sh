@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Runs the lock test as an administrator who is not root, against a real
 # polkitd whose rules first grant the unlock, then deny it.
 set -u
