@@ -295,6 +295,20 @@ class TestBackupScript < Test::Unit::TestCase
     assert_empty(Dir.children(root_only))
   end
 
+  # What a killed run left: psync clears rsync's temporary files, but never
+  # in a left-out folder, where earlier versions wait for the Safety Net
+  # (a kept file may be named like a temporary one); the mirror leaves it.
+  def test_psync_leaves_a_left_out_folder_alone
+    write(File.join(@source, "f"), "f")
+    write(File.join(@dest, ".f.abcdef"), "rsync's temporary file")
+    write(File.join(@dest, ".orvane-kept-5", "kept", ".conf.abcdef"), "an earlier version")
+    FileUtils.mkdir_p(File.join(@dest, ".psync-work"))
+    assert(system(PSYNC, "-d", "--exclude-path=.orvane-kept-5", @source, @dest))
+    assert_equal([".orvane-kept-5", "f"], Dir.children(@dest).sort)
+    assert_equal("an earlier version", File.read(File.join(@dest, ".orvane-kept-5", "kept", ".conf.abcdef")))
+    assert_false(system(PSYNC, "--backup-dir=../elsewhere", @source, @dest, err: File::NULL), "a relative backup folder stays inside")
+  end
+
   # Old archives are their owner's, who may have put links in them: pruning
   # removes the links, never what they point at, and one it cannot remove is
   # an error the user sees.
