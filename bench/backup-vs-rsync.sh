@@ -4,9 +4,9 @@
 # with nothing changed (median of 7), the same with the Safety Net on
 # (median of 7), and a rerun after 1% of the files changed and 1% were
 # deleted, Safety Net on (median of 5, other files each time), in which
-# turns "rsync -a --delete --backup --backup-dir" alone also runs, into an
-# archive laid out as the script's and reached the same way (through a
-# /proc/PID/fd/N path): the floor of that case. It is a
+# turns "rsync -a --delete --backup --backup-dir" alone also runs, into a
+# folder inside the destination given as a relative path, as the script
+# gives it: the floor of that case. It is a
 # measurement, not a test. Run it as root inside the test sandbox so the
 # script's status files stay there:
 #   tests/sandbox/ov-sandbox -- bench/backup-vs-rsync.sh [FILES]
@@ -70,14 +70,12 @@ run_case() {
         fi
     done
 }
-# rsync with the Safety Net's options alone, into an archive of its own in
-# the Safety Net folder, reached through this shell's descriptor of it.
-exec 9<"$work/Safety Net Archives"
+# rsync with the Safety Net's options alone, into a staging folder at the
+# destination's top reached by a relative path, as the script does.
 floor() {
-    local archive="/proc/$$/fd/9/floor $RANDOM"
-    rsync -a --delete --backup --backup-dir="$archive${work}/by-floor" "$src/" "$work/by-floor/"
+    rsync -a --delete --backup --backup-dir=.floor-kept/kept --exclude=/.floor-kept "$src/" "$work/by-floor/"
 }
-floor_done() { rm -rf "$work/Safety Net Archives/floor "*; }
+floor_done() { rm -rf "$work/by-floor/.floor-kept"; }
 nothing() { :; }
 fresh() { rm -rf "$work/by-script" "$work/by-rsync"; mkdir "$work/by-script" "$work/by-rsync"; sync; }
 # Round N appends to 1% of the files and deletes another 1%, none touched

@@ -74,7 +74,8 @@ class OrvaneBackup
     @errors = []
     @started = Time.now
     @disks = nil
-    @archive = nil
+    @archive_name = nil
+    @net = nil
     @progress_written = nil
     @progress_notice = nil
   end
@@ -191,7 +192,7 @@ class OrvaneBackup
   end
 
   def finish
-    close_archive if @archive
+    @net&.close
     prune_archives if @s[:shouldArchive]
     save_disks
     unmount_remote_volume
@@ -237,7 +238,7 @@ class OrvaneBackup
                    "#{source} was not backed up and nothing was written there")
     end
     mirror = command_flags.include?("d")
-    if mirror && empty_folder?(source) && !(Dir.children(destination) - PSYNC_ENTRIES).empty?
+    if mirror && empty_folder?(source) && !(Dir.children(destination) - PSYNC_ENTRIES).reject { |n| n.start_with?(STAGING) }.empty?
       return error("#{source}: the source folder is empty (is its disk connected?); it was not mirrored, " \
                    "so nothing at #{destination} was deleted")
     end
@@ -252,11 +253,13 @@ class OrvaneBackup
 
     options = []
     if @s[:shouldArchive]
-      backup_dir, problem = archive_for(destination)
-      unless backup_dir
+      owner, problem = safety_net_owner
+      staging, left, problem = stage(source, destination, owner) if owner
+      unless staging
         return error("#{source}: not backed up, so that no earlier version at #{destination} is lost: #{problem}")
       end
-      options << "--backup-dir=#{backup_dir}"
+      options << "--backup-dir=#{staging[:name]}/#{KEPT}"
+      (left + [staging[:name]]).each { |name| options << "--exclude-path=#{name}" }
     end
     exclude = safety_net_inside(source)
     options << "--exclude-path=#{exclude}" if exclude
@@ -291,9 +294,13 @@ class OrvaneBackup
       remember_disk(source, source_disk)
       remember_disk(destination, destination_disk)
     end
-    sort_archive(source, backup_dir) if backup_dir
   rescue SystemCallError => e
     error("#{source} -> #{destination}: #{OrvaneBackup.bytes(e.message)}; files not yet copied keep their earlier version")
+  ensure
+    if staging
+      hand_over(source, destination, staging, owner)
+      staging[:dir].close
+    end
   end
 
   def command_flags = @s[:backupCommand].split(" ")[1..].to_a.select { |a| a.start_with?("-") }.join.delete("-")
@@ -439,73 +446,196 @@ class OrvaneBackup
   # --- The Safety Net ----------------------------------------------------
   #
   # <Safety Net folder>/<YYYY-MM-DD HH.MM.SS> <Frequency>/<destination
-  # without its leading "/">/<path relative to the destination>. rsync moves
-  # each file it replaces or deletes there in the same pass as the copy.
-  # The dated folder is made root-only and reached through its open
-  # descriptor, so its owner cannot redirect what root writes; it is handed
-  # to the Safety Net folder's owner when the run ends.
+  # without its leading "/">/<path relative to the destination>. Root never
+  # writes by a path the Safety Net folder's owner controls: rsync moves each
+  # file it replaces or deletes into a root-only staging folder at the
+  # destination's top (given as a relative path, so rsync reaches it from
+  # the destination by plain renames); the kept files are sorted there,
+  # handed to the owner, and the owner's own process moves them into the
+  # Safety Net folder, where it may write anyway.
+
+  # The staging folder's name at a destination's top; "kept" inside it is
+  # what rsync fills.
+  STAGING = ".orvane-kept-"
+  KEPT = "kept"
+  # Run as the Safety Net folder's owner, in the staging folder: makes the
+  # archive (the run's, or the next free second's when it is missing or
+  # already holds this destination) and moves "kept" to its place in it.
+  # Arguments: FOLDER DESTINATION-PATH ARCHIVE-OR-EMPTY CANDIDATE-NAME...
+  HAND_OVER = <<~'SH'
+    umask 077
+    net=$1 rel=$2 archive=$3; shift 3
+    [ -e kept ] || exit 0
+    at() { target=$net/$1; [ -z "$rel" ] || target=$target/$rel; }
+    if [ -n "$archive" ] && [ -d "$net/$archive" ] && at "$archive" && ! [ -e "$target" ] && ! [ -L "$target" ]; then
+        :
+    else
+        archive=
+        for name do
+            problem=$(mkdir -- "$net/$name" 2>&1) && { archive=$name; break; }
+            [ -e "$net/$name" ] || [ -L "$net/$name" ] || { printf '%s\n' "$problem" >&2; exit 1; }
+        done
+        [ -n "$archive" ] || { echo "no free archive name" >&2; exit 1; }
+        at "$archive"
+    fi
+    printf '%s\n' "$archive"
+    [ -z "$rel" ] || mkdir -p -- "${target%/*}" || exit 1
+    mv -T -- kept "$target"
+  SH
 
   def archive_name(time) = "#{time.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}"
 
-  # The backup folder for one destination, or nil and why not.
-  def archive_for(destination)
-    unless @archive
-      folder = @s[:safetyNetFolder]
-      begin
-        net = File.open(folder, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
-      rescue SystemCallError => e
-        return [nil, "the Safety Net folder #{folder} cannot be used (#{OrvaneBackup.bytes(e.message)}; is its disk connected?)"]
-      end
-      owner = net.stat
-      unless owner.directory?
-        net.close
-        return [nil, "the Safety Net folder #{folder} is not a folder"]
-      end
-      base = "/proc/#{Process.pid}/fd/#{net.fileno}"
-      name = nil
-      begin
-        # Archives are named by the second: a run that starts in the same
-        # second as another's archive takes the next free second.
-        stamp = @started
-        begin
-          name = archive_name(stamp)
-          Dir.mkdir(File.join(base, name), 0o700)
-        rescue Errno::EEXIST
-          raise if (stamp - @started) > 5
-          sleep([stamp + 1 - Time.now, 0].max)
-          stamp += 1
-          retry
-        end
-        dated = File.open(File.join(base, name), File::RDONLY | File::NOFOLLOW)
-        stat = dated.stat
-        raise Errno::EPERM, "#{name} is not the folder this run made" unless stat.uid.zero? && (stat.mode & 0o077).zero?
-      rescue SystemCallError => e
-        net.close
-        return [nil, "the Safety Net archive #{File.join(folder, name.to_s)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
-      end
-      @archive = { folder: folder, net: net, dated: dated, name: name, uid: owner.uid, gid: owner.gid,
-                   path: "/proc/#{Process.pid}/fd/#{dated.fileno}" }
+  # The Safety Net folder, opened once a run without following a link, and
+  # its owner; or nil and why it cannot be used. The script never makes the
+  # folder: without it nothing is overwritten. Everything the owner's
+  # process does in it goes through this descriptor, so a link put on the
+  # folder's path later redirects nothing.
+  def safety_net_owner
+    return [@net.stat, nil] if @net
+    folder = @s[:safetyNetFolder]
+    net = File.open(folder, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
+    stat = net.stat
+    unless stat.directory?
+      net.close
+      return [nil, "the Safety Net folder #{folder} is not a folder"]
     end
-    [File.join(@archive[:path], File.expand_path(destination).sub(%r{\A/+}, "")), nil]
+    @net = net
+    [stat, nil]
+  rescue SystemCallError => e
+    [nil, "the Safety Net folder #{folder} cannot be used (#{OrvaneBackup.bytes(e.message)}; is its disk connected?)"]
+  end
+
+  # Makes this pair's staging folder, root-only, after handing over what
+  # killed or failed runs left at the destination. Returns the staging
+  # folder ({name:, dir:}) and the names of earlier ones still there (left
+  # out of the copy), or nil and why not.
+  def stage(source, destination, owner)
+    left = Dir.children(destination).select { |n| n.start_with?(STAGING) }.reject do |name|
+      hand_over_leftover(source, destination, name, owner)
+    end
+    name = "#{STAGING}#{Process.pid}"
+    name = "#{name}-#{rand(1 << 32)}" if left.include?(name)
+    path = File.join(destination, name)
+    Dir.mkdir(path, 0o700)
+    made = true
+    dir = File.open(path, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
+    stat = dir.stat
+    unless stat.directory? && stat.uid.zero? && (stat.mode & 0o077).zero?
+      dir.close
+      raise Errno::EPERM, "#{name} is not the folder this run made"
+    end
+    [{ name: name, dir: dir }, left, nil]
+  rescue SystemCallError => e
+    Dir.rmdir(path) rescue nil if made
+    [nil, nil, "the staging folder #{File.join(destination, name.to_s)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
+  end
+
+  # A staging folder an earlier run left. Root's own (root-only, so no one
+  # else has been in it) is sorted and handed over like this run's; one its
+  # owner already holds is only moved, by the owner; anything else is not
+  # ours and stays. True when it is gone.
+  def hand_over_leftover(source, destination, name, owner)
+    stat = File.lstat(File.join(destination, name))
+    return false unless stat.directory?
+    root = stat.uid.zero? && (stat.mode & 0o077).zero?
+    return false unless root || stat.uid == owner.uid
+    dir = File.open(File.join(destination, name), File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
+    begin
+      return false unless dir.stat.ino == stat.ino
+      log("Safety Net: #{File.join(destination, name)} was left by an earlier run; its files go to the Safety Net now")
+      hand_over(source, destination, { name: name, dir: dir }, owner, sort: root)
+    ensure
+      dir.close
+    end
+  rescue SystemCallError => e
+    error("Safety Net: #{File.join(destination, name)}, left by an earlier run, could not be looked at (#{OrvaneBackup.bytes(e.message)})")
+    false
+  end
+
+  # Sorts the staged files (root-only still), hands them to the Safety Net
+  # folder's owner, and has the owner move them into the archive. True when
+  # the staging folder is gone; on failure the files stay in it, reported,
+  # and go at the next run.
+  def hand_over(source, destination, staging, owner, sort: true)
+    path = File.join(destination, staging[:name])
+    base = "/proc/#{Process.pid}/fd/#{staging[:dir].fileno}"
+    if sort
+      sort_archive(source, base)
+      unless Dir.exist?(File.join(base, KEPT))
+        Dir.rmdir(path)
+        return true
+      end
+      # All below the root-only folder, so nothing changes under the chown.
+      output = IO.popen(["/bin/chown", "-R", "-h", "--", "#{owner.uid}:#{owner.gid}", KEPT], "rb", err: %i[child out],
+                        chdir: base, &:read)
+      raise(output.lines.last&.strip || "chown ended with status #{$?.exitstatus}") unless $?.success?
+      staging[:dir].chown(owner.uid, owner.gid)
+    end
+    rel = File.expand_path(destination).sub(%r{\A/+}, "").chomp("/")
+    candidates = (0..59).map { |i| archive_name(@started + i) }
+    output, problem, status = Open3.capture3(*as_owner(owner), "/bin/sh", "-c", HAND_OVER, "sh", "/proc/self/fd/3", rel,
+                                             @archive_name.to_s, *candidates, chdir: base, unsetenv_others: true,
+                                             3 => @net, stdin_data: "", binmode: true)
+    raise(problem.lines.map(&:strip).reject(&:empty?).last || "status #{status.exitstatus.inspect}") unless status.success?
+    if (name = output.lines.first&.chomp) && !name.empty?
+      @archive_name ||= name
+      log("Safety Net: files kept in #{File.join(@s[:safetyNetFolder], name)}")
+    end
+    Dir.rmdir(path)
+    true
+  rescue StandardError => e
+    error("Safety Net: the earlier versions from #{destination} could not be moved into #{@s[:safetyNetFolder]} " \
+          "(#{OrvaneBackup.bytes(e.message)}); they stay in #{path} and go there at the next run")
+    false
+  end
+
+  # The Safety Net folder's owner, with a clean environment.
+  def as_owner(owner)
+    groups = Etc.getpwuid(owner.uid) ? "--init-groups" : "--clear-groups" rescue "--clear-groups"
+    ["/usr/bin/setpriv", "--reuid=#{owner.uid}", "--regid=#{owner.gid}", groups, "--",
+     "/usr/bin/env", "-i", "PATH=/usr/bin:/bin", "LC_ALL=C"]
   end
 
   # rsync keeps every replaced and deleted file; what the choice does not
-  # want goes again. A path the source still has was replaced (also by a
-  # folder), one it lacks was deleted.
-  def sort_archive(source, backup_dir)
+  # want goes again, and so do the folders left empty. A path the source
+  # still has was replaced (also by a folder), one it lacks was deleted. A
+  # file that shares its data with another (a hard link into the backup)
+  # becomes a copy of its own before it is handed over.
+  def sort_archive(source, staging)
+    backup_dir = File.join(staging, KEPT)
     return unless File.directory?(backup_dir)
     contents = @s[:archiveContents].to_s.empty? ? "Everything" : @s[:archiveContents]
-    return if contents == "Everything" # all that rsync kept stays
     kept = 0
     walk(backup_dir) do |relative, stat|
-      next if stat.directory?
+      full = File.join(backup_dir, relative)
+      if stat.directory?
+        begin
+          Dir.rmdir(full)
+        rescue Errno::ENOTEMPTY, Errno::EEXIST
+          nil
+        end
+        next
+      end
       if contents != "Everything"
         replaced = File.exist?(File.join(source, relative)) || File.symlink?(File.join(source, relative))
-        next File.unlink(File.join(backup_dir, relative)) if (contents == "Changed") != replaced
+        next File.unlink(full) if (contents == "Changed") != replaced
       end
+      unlink_copy(full, stat) if stat.file? && stat.nlink > 1
       kept += 1
     end
+    Dir.rmdir(backup_dir) if Dir.empty?(backup_dir)
     log("Safety Net: kept #{OrvaneBackup.plural(kept, 'file')} of #{source} (#{contents.downcase})") if kept.positive?
+  end
+
+  def unlink_copy(path, stat)
+    copy = File.join(File.dirname(path), ".orvane-copy-#{rand(1 << 32)}")
+    File.open(copy, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW, 0o600) do |out|
+      File.open(path, File::RDONLY | File::NOFOLLOW) { |data| IO.copy_stream(data, out) }
+      out.chown(stat.uid, stat.gid)
+      out.chmod(stat.mode & 0o7777)
+    end
+    File.utime(stat.atime, stat.mtime, copy)
+    File.rename(copy, path)
   end
 
   # Every entry below a folder, deepest first, never following a link.
@@ -517,40 +647,6 @@ class OrvaneBackup
       walk(folder, path, &block) if stat.directory?
       yield path, stat
     end
-  end
-
-  # Empty folders go; the rest is handed to the Safety Net folder's owner,
-  # who may then delete it: its folders become theirs, deepest first and the
-  # dated folder last, while root alone can still enter it. Files keep their
-  # owner and mode, so no one reads through an archive what they could not
-  # read before.
-  def close_archive
-    path = @archive[:path]
-    # Folders only are looked at (glob reads the kind from the folder
-    # listing and does not follow links): what "Changed" or "Deleted" left
-    # empty goes, the rest is handed over.
-    Dir.glob("**/", File::FNM_DOTMATCH, base: path).reject { |f| f == "/" || f.end_with?("/./") }.sort_by { |f| -f.count("/") }.each do |relative|
-      folder = File.join(path, relative)
-      next if File.symlink?(folder.chomp("/"))
-      begin
-        Dir.rmdir(folder)
-      rescue Errno::ENOTEMPTY, Errno::EEXIST
-        File.lchown(@archive[:uid], @archive[:gid], folder)
-      end
-    end
-    if Dir.children(path).empty?
-      Dir.rmdir(File.join("/proc/#{Process.pid}/fd/#{@archive[:net].fileno}", @archive[:name])) rescue nil
-    else
-      @archive[:dated].chown(@archive[:uid], @archive[:gid])
-      @archive[:dated].chmod(0o700)
-      log("Safety Net: files kept in #{File.join(@archive[:folder], @archive[:name])}")
-    end
-  rescue StandardError => e
-    error("Safety Net: the archive #{File.join(@archive[:folder], @archive[:name])} could not be handed to its owner " \
-          "(#{OrvaneBackup.bytes(e.message)})")
-  ensure
-    @archive[:dated]&.close
-    @archive[:net]&.close
   end
 
   # At most maxArchives archives of this frequency stay; the other

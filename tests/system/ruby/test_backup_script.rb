@@ -16,6 +16,8 @@ class TestBackupScript < Test::Unit::TestCase
   def setup
     raise "runs only inside tests/sandbox/ov-sandbox" unless ENV["OV_IN_SANDBOX"]
     @dir = Dir.mktmpdir("ov-backup")
+    # The Safety Net folder's owner moves the archives in: it must reach them.
+    File.chmod(0o755, @dir)
     @source = File.join(@dir, "source")
     @dest = File.join(@dir, "dest")
     @net = File.join(@dir, "Safety Net Archives")
@@ -171,15 +173,16 @@ class TestBackupScript < Test::Unit::TestCase
       files = Dir.glob("**/*", File::FNM_DOTMATCH, base: kept).reject { |p| File.directory?(File.join(kept, p)) && !File.symlink?(File.join(kept, p)) }
       assert_equal(expected[contents], files.sort, contents)
       assert_equal("old target", File.readlink(File.join(kept, "link"))) if contents != "Deleted"
-      # The user may delete the archive: its folders are theirs. A file
-      # keeps its owner and mode, so no one reads more than before.
-      Dir.glob("**/", base: archive).map { |d| File.join(archive, d) }.push(archive).each do |folder|
-        assert_equal(nobody.uid, File.lstat(folder).uid, folder)
+      # The archive is the folder owner's, who may delete it; a file keeps
+      # its mode. The destination keeps no staging folder.
+      Dir.glob("**/*", File::FNM_DOTMATCH, base: archive).map { |d| File.join(archive, d) }.push(archive).each do |path|
+        next if path.end_with?("/.")
+        assert_equal(nobody.uid, File.lstat(path).uid, path)
       end
       if contents != "Changed"
-        inside = File.lstat(File.join(kept, "gone folder", "inside"))
-        assert_equal([0, 0o600], [inside.uid, inside.mode & 0o777])
+        assert_equal(0o600, File.lstat(File.join(kept, "gone folder", "inside")).mode & 0o777)
       end
+      assert_empty(Dir.children(@dest).grep(/\A\.orvane-kept/))
       sleep 1.1 # archives are named by the second
     end
     daily = Dir.children(@net).grep(/Daily\z/)
@@ -190,6 +193,120 @@ class TestBackupScript < Test::Unit::TestCase
     # Nothing replaced, nothing archived: no empty archive.
     assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", shouldArchive: true, maxArchives: 2, safetyNetFolder: @net))
     assert_equal(daily.sort, Dir.children(@net).grep(/Daily\z/).sort)
+  end
+
+  # A Safety Net on another disk than the destination: the kept files are
+  # copied there (by the folder's owner) and leave the destination; a file
+  # hard-linked to one the backup keeps becomes a copy of its own first, so
+  # the owner of the archive never holds a file of the backup.
+  def test_safety_net_on_another_disk_and_hard_links
+    nobody = Etc.getpwnam("nobody")
+    disk = File.join(@dir, "other disk")
+    FileUtils.mkdir_p(disk)
+    assert(system("mount", "-t", "tmpfs", "-o", "size=16m", "ov-net", disk))
+    @full = disk # unmounted in teardown
+    net = File.join(disk, "Safety Net Archives")
+    FileUtils.mkdir_p(net)
+    File.chown(nobody.uid, nobody.gid, net)
+    write_old(File.join(@dest, "changed"), "old")
+    write(File.join(@source, "changed"), "new!")
+    write(File.join(@dest, "deep", "er", "deleted"), "deleted", mode: 0o600)
+    write(File.join(@dest, "linked"), "shared")
+    File.link(File.join(@dest, "linked"), File.join(@dest, "deep", "twin"))
+    write(File.join(@source, "deep", "twin"), "twin")
+    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", shouldArchive: true, maxArchives: 3, safetyNetFolder: net))
+    archive = Dir.children(net)
+    assert_equal(1, archive.size)
+    kept = File.join(net, archive.first, @dest.delete_prefix("/"))
+    files = Dir.glob("**/*", base: kept).reject { |p| File.directory?(File.join(kept, p)) }.sort
+    assert_equal(["changed", "deep/er/deleted", "deep/twin", "linked"], files)
+    assert_equal("deleted", File.read(File.join(kept, "deep", "er", "deleted")))
+    files.each { |f| assert_equal(nobody.uid, File.lstat(File.join(kept, f)).uid, f) }
+    assert_equal(1, File.lstat(File.join(kept, "linked")).nlink)
+    assert_equal(tree(@source), tree(@dest))
+    assert_false(File.exist?("/var/log/.orvane_daily.err"))
+  end
+
+  # The Safety Net folder's owner races the run with links to a folder only
+  # root may write: whatever they swap, before the run or during it,
+  # nothing lands there; what could not be handed over stays at the
+  # destination, the run says so, and the next run hands it over.
+  def test_safety_net_owner_cannot_redirect_root
+    nobody = Etc.getpwnam("nobody")
+    home = File.join(@dir, "home")
+    net = File.join(home, "Safety Net Archives")
+    FileUtils.mkdir_p(net)
+    FileUtils.chown(nobody.uid, nobody.gid, [home, net])
+    root_only = File.join(@dir, "root only")
+    FileUtils.mkdir_p(root_only)
+    File.chmod(0o700, root_only)
+    as_nobody = ->(script, *args) { assert(system("runuser", "-u", "nobody", "--", "sh", "-c", script, "sh", *args)) }
+    second = [File.join(@dir, "source 2"), File.join(@dir, "dest 2")]
+    write(File.join(@source, "a"), "new a")
+    write_old(File.join(@dest, "a"), "old a")
+    write(File.join(second[0], "b"), "new b")
+    write_old(File.join(second[1], "b"), "old b")
+    pairs = { sourceFolders: [@source, second[0]], destFolders: [@dest, second[1]] }
+
+    # Before the run: the folder itself is a link. Nothing is overwritten.
+    as_nobody["mv \"$1\" \"$1.real\" && ln -s \"$2\" \"$1\"", net, root_only]
+    assert_equal(1, run_backup(shouldArchive: true, maxArchives: 3, safetyNetFolder: net, **pairs))
+    assert_match(/not backed up, so that no earlier version at .*dest is lost: the Safety Net folder .* cannot be used/,
+                 File.read("/var/log/.orvane_daily.err"))
+    assert_equal("old a", File.read(File.join(@dest, "a")))
+    as_nobody["rm \"$1\" && mv \"$1.real\" \"$1\"", net]
+
+    # During the run, as psync starts for each pair: first the folder goes
+    # elsewhere and a link takes its place, then the archive the first pair
+    # filled becomes a link.
+    racer = File.join(@dir, "racing-psync")
+    File.write(racer, <<~SH)
+      #!/bin/sh
+      if [ -e '#{net}.real' ]; then
+          for a in '#{net}.real'/*Daily; do
+              runuser -u nobody -- sh -c 'mv "$1" "$1.moved" && ln -s "$2" "$1"' sh "$a" '#{root_only}'
+          done
+      else
+          runuser -u nobody -- sh -c 'mv "$1" "$1.real" && ln -s "$2" "$1"' sh '#{net}' '#{root_only}'
+      fi
+      exec #{PSYNC} "$@"
+    SH
+    File.chmod(0o755, racer)
+    assert_equal(1, run_backup(backupCommand: racer, shouldArchive: true, maxArchives: 3, safetyNetFolder: net, **pairs))
+    assert_empty(Dir.children(root_only), "nothing lands where only root may write")
+    assert_equal(["new a", "new b"], [File.read(File.join(@dest, "a")), File.read(File.join(second[1], "b"))])
+    # The first pair's files went through the folder the run had opened.
+    moved = Dir.glob("*.moved", base: "#{net}.real")
+    assert_equal(1, moved.size)
+    assert_equal("old a", File.read(File.join("#{net}.real", moved.first, @dest.delete_prefix("/"), "a")))
+    assert_match(%r{Safety Net: the earlier versions from .*dest 2 could not be moved into .*Safety Net Archives \(.*Permission denied\); they stay in .*dest 2/\.orvane-kept-\d+},
+                 File.read("/var/log/.orvane_daily.err"))
+    left = Dir.children(second[1]).grep(/\A\.orvane-kept-/)
+    assert_equal(1, left.size)
+
+    # The owner undoes it; the next run hands the leftover over, and never
+    # copies or deletes it meanwhile.
+    as_nobody["rm \"$1\" && mv \"$1.real\" \"$1\"", net]
+    sleep 1.1 # archives are named by the second
+    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", shouldArchive: true, maxArchives: 3, safetyNetFolder: net, **pairs))
+    assert_empty(Dir.children(second[1]).grep(/\A\.orvane-kept-/))
+    found = Dir.glob(File.join(net, "*Daily", second[1].delete_prefix("/"), "b"))
+    assert_equal(["old b"], found.map { |f| File.read(f) })
+    assert_empty(Dir.children(root_only))
+  end
+
+  # What a killed run left: psync clears rsync's temporary files, but never
+  # in a left-out folder, where earlier versions wait for the Safety Net
+  # (a kept file may be named like a temporary one); the mirror leaves it.
+  def test_psync_leaves_a_left_out_folder_alone
+    write(File.join(@source, "f"), "f")
+    write(File.join(@dest, ".f.abcdef"), "rsync's temporary file")
+    write(File.join(@dest, ".orvane-kept-5", "kept", ".conf.abcdef"), "an earlier version")
+    FileUtils.mkdir_p(File.join(@dest, ".psync-work"))
+    assert(system(PSYNC, "-d", "--exclude-path=.orvane-kept-5", @source, @dest))
+    assert_equal([".orvane-kept-5", "f"], Dir.children(@dest).sort)
+    assert_equal("an earlier version", File.read(File.join(@dest, ".orvane-kept-5", "kept", ".conf.abcdef")))
+    assert_false(system(PSYNC, "--backup-dir=../elsewhere", @source, @dest, err: File::NULL), "a relative backup folder stays inside")
   end
 
   # Old archives are their owner's, who may have put links in them: pruning
