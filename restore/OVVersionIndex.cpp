@@ -16,10 +16,11 @@
 
 namespace
 {
-// psync's own bookkeeping at the top of a destination, never the user's.
+// The engine's own bookkeeping at the top of a destination, never the
+// user's: psync's, and the Safety Net's staging folder of a run.
 bool isEngineName(const QByteArray &name)
 {
-    return name == ".psync-work" || name == ".psync-attributes";
+    return name == ".psync-work" || name == ".psync-attributes" || name.startsWith(".orvane-kept-");
 }
 
 QString joined(const QString &root, const QString &relativePath)

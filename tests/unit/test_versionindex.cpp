@@ -85,6 +85,7 @@ private Q_SLOTS:
         put(m_dest + QStringLiteral("/new.txt"), "new", at("2026-01-12 08:00"));
         put(m_dest + QStringLiteral("/Ünïcødé dir/c.txt"), "c", at("2026-01-08 09:00"));
         put(m_dest + QStringLiteral("/.psync-work/junk"), "engine", at("2026-01-08 09:00"));
+        put(m_dest + QStringLiteral("/.orvane-kept-4242/kept/a.txt"), "staged", at("2026-01-08 09:00"));
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/a.txt"), "version 1", at("2026-01-08 09:00"), QFile::ReadOwner | QFile::WriteOwner);
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/gone.txt"), "gone", at("2026-01-08 09:00"));
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/old/deep/x.txt"), "x", at("2026-01-08 09:00"));
