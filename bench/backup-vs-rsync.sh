@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Times a filled daily backup script against bare "rsync -a --delete" on the
 # same tree of small files, each case run in turns with rsync: the first copy (median of 3), a rerun
 # with nothing changed (median of 7), the same with the Safety Net on

@@ -1,5 +1,7 @@
 #!/usr/bin/ruby --disable-gems
 # encoding: ASCII-8BIT
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 #
 # An Orvane backup. The Orvane pane makes this script from its template and
 # installs it; cron, anacron or manual_backup run it as root. Paths are kept

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
 # The backup script template's logic on real files, with the real psync and
 # rsync. Runs as root inside the test sandbox (it mounts a small tmpfs to
 # play a full disk, and the run flags and error files are at fixed paths).
