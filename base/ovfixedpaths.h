@@ -33,13 +33,10 @@ constexpr const char DailyScriptName[] = "orvane_daily.rb";
 constexpr const char WeeklyScriptName[] = "orvane_weekly.rb";
 constexpr const char MonthlyScriptName[] = "orvane_monthly.rb";
 
-constexpr const char TmpItemsArchive[] = "/tmp/BackupItems.plist";
 constexpr const char TmpDailyScript[] = "/tmp/orvane_daily.rb";
 constexpr const char TmpWeeklyScript[] = "/tmp/orvane_weekly.rb";
 constexpr const char TmpMonthlyScript[] = "/tmp/orvane_monthly.rb";
 constexpr const char TmpManualScript[] = "/tmp/orvane_manual.rb";
-constexpr const char TmpCrontab[] = "/tmp/crontab.orvane";
-constexpr const char TmpAnacrontab[] = "/tmp/anacrontab.orvane";
 
 constexpr const char DailyRunFlag[] = "/tmp/ov_Daily.run";
 constexpr const char WeeklyRunFlag[] = "/tmp/ov_Weekly.run";
@@ -88,7 +85,7 @@ struct FrequencyFiles {
     const char *folder; // the installed script's folder, holding the marker
     const char *scriptName;
     const char *script;
-    const char *tmpScript; // written by the pane for the helpers
+    const char *tmpScript; // where older versions handed the script over; start-up removes it
     const char *runFlag;
     const char *log;
     const char *errors;

@@ -35,11 +35,16 @@ std::optional<QByteArray> readCrontab()
 QByteArray s_crontab, s_anacrontab;
 bool s_hasCrontab = false, s_hasAnacrontab = false;
 
-void writeTemporary(const char *path, const QByteArray &text)
+void keepCrontab(const QByteArray &text)
 {
-    const bool cron = qstrcmp(path, OVFixedPaths::TmpCrontab) == 0;
-    (cron ? s_crontab : s_anacrontab) = text;
-    (cron ? s_hasCrontab : s_hasAnacrontab) = true;
+    s_crontab = text;
+    s_hasCrontab = true;
+}
+
+void keepAnacrontab(const QByteArray &text)
+{
+    s_anacrontab = text;
+    s_hasAnacrontab = true;
 }
 }
 
@@ -101,14 +106,14 @@ void buildCrontab(const Times &times, const std::array<bool, 3> &scheduled)
             wanted[schedule] = cronLine(OVFixedPaths::Scheduled[schedule].frequency, times);
         }
     }
-    writeTemporary(OVFixedPaths::TmpCrontab, edit(*table, wanted));
+    keepCrontab(edit(*table, wanted));
 }
 
 void restoreCrontab()
 {
     const auto table = readCrontab();
     if (table) {
-        writeTemporary(OVFixedPaths::TmpCrontab, edit(*table, {}));
+        keepCrontab(edit(*table, {}));
     }
 }
 
@@ -125,7 +130,7 @@ bool buildAnacrontab(const std::array<bool, 3> &scheduled)
                 wanted[schedule] = anacronLine(OVFixedPaths::Scheduled[schedule].frequency);
             }
         }
-        writeTemporary(OVFixedPaths::TmpAnacrontab, edit(*table, wanted));
+        keepAnacrontab(edit(*table, wanted));
     }
     return true;
 }
@@ -137,7 +142,7 @@ bool restoreAnacrontab()
     }
     const auto table = readFile(OVFixedPaths::Anacrontab);
     if (table) {
-        writeTemporary(OVFixedPaths::TmpAnacrontab, edit(*table, {}));
+        keepAnacrontab(edit(*table, {}));
     }
     return true;
 }
