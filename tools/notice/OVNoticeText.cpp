@@ -5,7 +5,6 @@
 #include "OVSettingsTable.h"
 
 #include <QByteArrayList>
-#include <QLocale>
 #include <QStringList>
 
 namespace OVNoticeText
@@ -44,12 +43,13 @@ QString withDetails(const QString &headline, const QByteArray &details)
             lines << (text.size() > 300 ? text.left(299) + QChar(0x2026) : text).toHtmlEscaped();
         }
     }
-    return lines.join(QLatin1Char('\n'));
+    // Markup: a line break is a tag (the server's plain text has it as one).
+    return lines.join(QStringLiteral("<br/>"));
 }
 
 QString askDeletionsText(qulonglong count, const QString &backup, const QString &source)
 {
-    const QString files = count == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(QLocale().toString(count));
+    const QString files = count == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(count);
     return QStringLiteral("%1 in %2 %3 no longer in %4. Delete %5 from the backup?")
         .arg(files, backup.toHtmlEscaped(), count == 1 ? QStringLiteral("is") : QStringLiteral("are"), source.toHtmlEscaped(),
              count == 1 ? QStringLiteral("it") : QStringLiteral("them"));

@@ -129,7 +129,7 @@ class TestBackupScript < Test::Unit::TestCase
     assert_equal(1, run_backup(destFolders: [File.join(@dir, "unplugged")]))
     stat = File.stat(ERRORS)
     assert_equal([0, Etc.getgrnam("sudo").gid, 0o640], [stat.uid, stat.gid, stat.mode & 0o7777])
-    assert_no_match(/old/, errors)
+    assert_no_match(/^old$/, errors)
     assert_equal("scheduled #{Time.now.strftime('%m/%d/%y')} errors\n", File.read(File.join(@dir, ".lastrun")))
   end
 
