@@ -493,7 +493,8 @@ class OrvaneBackup
     when nil
       error("#{pair}: the copy was stopped before it ended; files not yet copied keep their earlier version")
     else
-      why = @copy[:reason] || "the copy tool gave no reason (it ended with status #{status.exitstatus})"
+      why = @copy[:reason]&.delete_suffix("; files not yet copied keep their earlier version") ||
+            "the copy tool gave no reason (it ended with status #{status.exitstatus})"
       error("#{pair}: the copy failed: #{why}; files not yet copied keep their earlier version")
     end
   end
