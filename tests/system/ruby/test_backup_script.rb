@@ -343,8 +343,11 @@ class TestBackupScript < Test::Unit::TestCase
       write_old(File.join(@dest, "changed"), "old")
       write(File.join(@source, "changed"), "new")
       write(File.join(@dest, "deleted"), "deleted")
-      write(File.join(@source, "same"), "same")
-      FileUtils.cp(File.join(@source, "same"), File.join(@dest, "same"), preserve: true)
+      # Enough alike that one deletion is not held for the user.
+      8.times do |i|
+        write(File.join(@source, "same #{i}"), "same")
+        FileUtils.cp(File.join(@source, "same #{i}"), File.join(@dest, "same #{i}"), preserve: true)
+      end
       before = Dir.children(@net)
       assert_equal(0, run_backup(backupCommand: "#{PSYNC} -d", **net(archiveContents: contents)), errors)
       made = Dir.children(@net) - before
