@@ -51,7 +51,10 @@ QString askDeletionsText(qulonglong count, const QString &backup, const QString 
 {
     const QString files = count == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(count);
     return QStringLiteral("%1 in %2 %3 no longer in %4. Delete %5 from the backup?")
-        .arg(files, backup.toHtmlEscaped(), count == 1 ? QStringLiteral("is") : QStringLiteral("are"), source.toHtmlEscaped(),
+        .arg(files,
+             backup.toHtmlEscaped(),
+             count == 1 ? QStringLiteral("is") : QStringLiteral("are"),
+             source.toHtmlEscaped(),
              count == 1 ? QStringLiteral("it") : QStringLiteral("them"));
 }
 

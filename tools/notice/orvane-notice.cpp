@@ -45,15 +45,15 @@
 #include <KUiServerV2JobTracker>
 
 #include <QApplication>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QSocketNotifier>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusReply>
 #include <QDBusServiceWatcher>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QPointer>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <QUrl>
 
