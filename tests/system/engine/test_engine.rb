@@ -45,10 +45,9 @@ class TestEngine < Test::Unit::TestCase
   end
 
   # Writes a filled daily script and runs it by its path; returns its status.
-  def run_script(sources:, destinations:, mirror: true, net: nil, contents: "Everything", command: nil,
-                 locale: "C.UTF-8")
+  def run_script(sources:, destinations:, mirror: true, net: nil, contents: "Everything", locale: "C.UTF-8")
     lines = {
-      "#ov_backupCommand" => "backupCommand = #{quoted(command || "#{PSYNC}#{mirror ? ' -d' : ''}")}",
+      "#ov_backupCommand" => "backupCommand = #{quoted("#{PSYNC}#{mirror ? ' -d' : ''}")}",
       "#ov_sourceFolders" => "sourceFolders = [ #{sources.map { |s| quoted(s) }.join(', ')} ]",
       "#ov_destFolders" => "destFolders = [ #{destinations.map { |d| quoted(d) }.join(', ')} ]",
       "#ov_logfile" => "logfile = #{quoted(log_file)}",
@@ -181,21 +180,5 @@ class TestEngine < Test::Unit::TestCase
     assert_equal(1, run_script(sources: [source], destinations: [destination]))
     assert_equal(["kept"], Dir.children(destination))
     assert_match(/the source folder is not on the disk it was on at the last backup/, errors)
-  end
-
-  # A copy tool that cannot start ends in the error file, the log and the
-  # status like any other failure, in words; one pair's failure does not
-  # stop the next.
-  def test_a_copy_tool_that_is_not_there
-    source = File.join(@dir, "source")
-    destination = File.join(@dir, "dest")
-    FileUtils.mkdir_p([source, destination])
-    File.binwrite(File.join(source, "a"), "a")
-    assert_equal(1, run_script(sources: [source, source], destinations: [destination, destination],
-                               command: "/nonexistent/psync"))
-    assert_equal(2, errors.lines.size, errors)
-    assert_match(%r{#{Regexp.escape(source)} -> #{Regexp.escape(destination)}: the copy tool /nonexistent/psync is not installed}, errors)
-    assert_match(/backup finished with 2 errors/, File.binread(log_file))
-    assert_equal(Time.now.strftime("%m/%d/%y"), File.binread(File.join(@dir, ".lastbackup")))
   end
 end
