@@ -28,9 +28,11 @@ class TestEngine < Test::Unit::TestCase
     FileUtils.rm_rf(["/tmp/ov_Daily.run", "/tmp/ov_Daily.progress", ERRORS])
   end
 
-  # Whatever a test provoked, the error file speaks a user's words.
+  # Whatever a test provoked, the error file and the logs speak a user's words.
   def teardown
-    assert_no_match(/rb_sysopen|Errno|#<|\.rb:\d+/, errors)
+    [errors, *[log_file, "/var/log/orvane_daily.log"].select { |f| File.exist?(f) }.map { |f| File.binread(f) }].each do |text|
+      assert_no_match(/rb_sysopen|Errno|#<|\.rb:\d+/, text)
+    end
     @mounts.reverse_each { |m| system("umount", "-q", m) }
     FileUtils.rm_rf(@dir)
   end
