@@ -315,7 +315,18 @@ static bool copyData(int from, int to, off_t size, std::string &why)
             hole = size;
         off_t in = data, out = data;
         while (in < hole) {
-            const ssize_t done = ::copy_file_range(from, &in, to, &out, static_cast<size_t>(hole - in), 0);
+            ssize_t done = ::copy_file_range(from, &in, to, &out, static_cast<size_t>(hole - in), 0);
+            if (done < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+                // Between two file systems the kernel may not copy: by hand.
+                char buffer[1 << 16];
+                done = ::pread(from, buffer, static_cast<size_t>(std::min<off_t>(hole - in, sizeof buffer)), in);
+                if (done > 0 && ::pwrite(to, buffer, static_cast<size_t>(done), out) != done)
+                    done = -1;
+                if (done > 0) {
+                    in += done;
+                    out += done;
+                }
+            }
             if (done < 0) {
                 why = reason(errno);
                 return false;

@@ -425,11 +425,17 @@ int copyRun(Run &run)
             if (status != Done)
                 return status;
         }
-        run.workName = WorkName;
-        for (int n = 2; sourceTops.count(run.workName); ++n)
-            run.workName = std::string(WorkName) + "-" + std::to_string(n);
+        // A name no source has at its top and nothing at the target takes.
         std::string why;
-        run.work = makeFolder(run.targetFd.get(), run.workName, why);
+        for (int n = 1; n < 100 && !run.work; ++n) {
+            run.workName = n == 1 ? std::string(WorkName) : std::string(WorkName) + "-" + std::to_string(n);
+            if (sourceTops.count(run.workName))
+                continue;
+            bool taken = false;
+            run.work = makeFolder(run.targetFd.get(), run.workName, why, &taken);
+            if (!run.work && !taken)
+                break;
+        }
         if (run.work)
             run.tmp = makeFolder(run.work.get(), "tmp", why);
         if (!run.tmp)
