@@ -132,7 +132,9 @@ struct Run {
             a.push_back("--info=progress2");
         if (tmp)
             a.push_back("--temp-dir=" + fdPath(tmp.get()));
-        if (work && (haveNet || (o.mirror && o.holdDeletions)))
+        if (!o.backupDir.empty())
+            a.insert(a.end(), {"--backup", "--backup-dir=" + o.backupDir});
+        else if (work && (haveNet || (o.mirror && o.holdDeletions)))
             a.insert(a.end(), {"--backup", "--backup-dir=" + fdPath(work.get(), "kept")});
         return a;
     }
@@ -347,6 +349,8 @@ int copyRun(Run &run)
             run.rules.push_back(r);
     for (const std::string &p : o.dropPaths)
         run.rules.push_back(pathRule(p, true));
+    if (!o.backupDir.empty())
+        run.rules.push_back(pathRule(o.backupDir, false));
     // A target inside a source is never copied into itself.
     const std::string realTarget = absolute(run.target);
     for (const std::string &source : run.sources) {

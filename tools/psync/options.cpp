@@ -50,6 +50,8 @@ bool parseOptions(int argc, char **argv, Options &o, std::string &why)
                 o.safetyNetOwner = value;
             else if (valueOf(a, "--archive", value))
                 o.archive = value;
+            else if (valueOf(a, "--backup-dir", value))
+                o.backupDir = value;
             else if (valueOf(a, "--keep", value))
                 o.keep = value;
             else if (std::strcmp(a, "--preview") == 0)
@@ -120,6 +122,12 @@ bool parseOptions(int argc, char **argv, Options &o, std::string &why)
     if (!o.safetyNet.empty() && (o.safetyNetOwner.empty() || o.archive.empty() || o.archive.find('/') != std::string::npos
                                  || o.archive == "." || o.archive == "..")) {
         why = "--safety-net needs --safety-net-owner and --archive (a bare name)";
+        return false;
+    }
+    if (!o.backupDir.empty()
+        && (o.backupDir[0] == '/' || o.backupDir == "." || o.backupDir == ".." || o.backupDir.compare(0, 3, "../") == 0
+            || o.backupDir.find("/../") != std::string::npos || o.backupDir.compare(0, 2, "./") == 0)) {
+        why = "the backup folder " + o.backupDir + " must lie inside the target";
         return false;
     }
     if (o.preview && !o.dryRun) {

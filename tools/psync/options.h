@@ -17,6 +17,7 @@ struct Options {
     bool preview = false, progress = false, holdDeletions = false, prune = false;
     std::vector<std::string> excludes, excludePaths, drops, dropPaths;
     std::string safetyNet, safetyNetOwner, archive, keep = "everything";
+    std::string backupDir; // the older scripts' own staging, inside the target
     std::vector<std::string> operands; // sources then target, or archive names
 };
 
