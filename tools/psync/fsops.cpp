@@ -285,7 +285,7 @@ static bool copyAttributes(int from, int to, std::string &why)
     std::vector<char> names(65536);
     const ssize_t length = ::flistxattr(from, names.data(), names.size());
     if (length < 0)
-        return errno == ENOTSUP;
+        return true; // a volume without extended attributes (a share) has none to copy
     std::vector<char> value(65536);
     for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(std::strlen(names.data() + at)) + 1) {
         const char *attribute = names.data() + at;
@@ -441,7 +441,7 @@ bool giveFolders(int dir, uid_t uid, gid_t gid, std::string &why)
     return true;
 }
 
-bool replaceFile(int dir, const std::string &name, const std::string &data, mode_t mode, std::string &why)
+bool replaceFile(int dir, const std::string &name, const std::string &data, mode_t mode, std::string &why, bool durable)
 {
     const std::string temporary = "." + name + "." + randomTag();
     Fd out(::openat(dir, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
@@ -462,12 +462,13 @@ bool replaceFile(int dir, const std::string &name, const std::string &data, mode
         written += static_cast<size_t>(done);
     }
     ::fchmod(out.get(), mode);
-    if (::fsync(out.get()) != 0 || ::renameat(dir, temporary.c_str(), dir, name.c_str()) != 0) {
+    if ((durable && ::fsync(out.get()) != 0) || ::renameat(dir, temporary.c_str(), dir, name.c_str()) != 0) {
         why = reason(errno);
         ::unlinkat(dir, temporary.c_str(), 0);
         return false;
     }
-    ::fsync(dir);
+    if (durable)
+        ::fsync(dir);
     return true;
 }
 

@@ -93,8 +93,9 @@ bool copyTree(int from, const std::string &name, int to, const std::string &newN
 // keep their owner and mode.
 bool giveFolders(int dir, uid_t uid, gid_t gid, std::string &why);
 
-// Replaces NAME in DIR with DATA: a new file (O_EXCL), synced, renamed over.
-bool replaceFile(int dir, const std::string &name, const std::string &data, mode_t mode, std::string &why);
+// Replaces NAME in DIR with DATA: a new file (O_EXCL), renamed over; DURABLE
+// syncs it first (a file the next run must find whole after a crash).
+bool replaceFile(int dir, const std::string &name, const std::string &data, mode_t mode, std::string &why, bool durable = false);
 
 // Reads a whole small file NAME in DIR, never through a link.
 bool readFile(int dir, const std::string &name, std::string &data);

@@ -530,6 +530,19 @@ int copyRun(Run &run)
                                                    withSlash(run.sources[0]), targetArgument});
             commands.push_back(c);
         }
+    } else if (!decision.fullWalk && run.work && run.sources.size() == 1) {
+        // Only what the journal saw change: one rsync per kind of entry.
+        int n = 0;
+        for (const EntryList &list : entryLists(decision.entries)) {
+            const std::string listName = "entries" + std::to_string(n++);
+            std::string why;
+            if (!replaceFile(run.work.get(), listName, list.list, 0600, why))
+                return fail("the work folder could not be written (" + why + ")");
+            RsyncCommand c{arguments, inherit};
+            c.arguments.insert(c.arguments.end(), list.arguments.begin(), list.arguments.end());
+            c.arguments.insert(c.arguments.end(), {"--files-from=" + fdPath(run.work.get(), listName.c_str()), withSlash(run.sources[0]), targetArgument});
+            commands.push_back(c);
+        }
     } else {
         RsyncCommand c{arguments, inherit};
         for (const std::string &source : run.sources)
@@ -537,7 +550,14 @@ int copyRun(Run &run)
         c.arguments.push_back(targetArgument);
         commands.push_back(c);
     }
-    std::vector<RsyncResult> results = runRsync(commands);
+    // Entry lists run one after the other (single entries, then folders).
+    std::vector<RsyncResult> results;
+    if (split) {
+        results = runRsync(commands);
+    } else {
+        for (const RsyncCommand &c : commands)
+            results.push_back(runRsync({c})[0]);
+    }
     if (split) {
         // The top folder's own owner, mode and times, once both are done.
         RsyncCommand top{run.baseArguments(false), inherit};
@@ -565,17 +585,19 @@ int copyRun(Run &run)
             std::string why;
             if (!replaceFile(run.work.get(), "metadata", text, 0600, why))
                 return fail("the work folder could not be written (" + why + ")");
-            RsyncCommand c{run.baseArguments(true), inherit};
-            c.arguments.insert(c.arguments.end(), {"--from0", "--filter=merge " + filterPath, "--ignore-missing-args",
-                                                   "--files-from=" + fdPath(run.work.get(), "metadata")});
-            for (const std::string &source : run.sources)
-                c.arguments.push_back(withSlash(source));
-            c.arguments.push_back(targetArgument);
-            const RsyncResult r = runRsync({c})[0];
-            full = full || r.full;
-            metadataDone = r.status == 0 || r.status == 23 || r.status == 24;
-            if (!metadataDone && copied)
-                rsyncStatus = r.status;
+            // --files-from takes one source: one pass each, in the main pass's order.
+            metadataDone = true;
+            for (const std::string &source : run.sources) {
+                RsyncCommand c{run.baseArguments(true), inherit};
+                c.arguments.insert(c.arguments.end(), {"--from0", "--filter=merge " + filterPath, "--ignore-missing-args",
+                                                       "--files-from=" + fdPath(run.work.get(), "metadata"), withSlash(source), targetArgument});
+                const RsyncResult r = runRsync({c})[0];
+                full = full || r.full;
+                if (r.status != 0 && r.status != 23 && r.status != 24) {
+                    metadataDone = false;
+                    rsyncStatus = r.status;
+                }
+            }
         } else {
             metadataDone = true;
         }
@@ -649,7 +671,7 @@ int copyRun(Run &run)
             data += head + path + '\0';
         }
         std::string why;
-        if (!replaceFile(run.targetFd.get(), SideStore, data, 0600, why))
+        if (!replaceFile(run.targetFd.get(), SideStore, data, 0600, why, true))
             return fail("the owners and permissions could not be written to " + run.target + "/" + SideStore + " (" + why + ")");
     }
 
