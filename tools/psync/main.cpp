@@ -130,8 +130,10 @@ struct Run {
             a.push_back("--out-format=%i %n");
         if (o.progress)
             a.push_back("--info=progress2");
+        // Below the target, as rsync walks it from there refusing links: a
+        // descriptor's path here would cost rsync a walk from "/" per file.
         if (tmp)
-            a.push_back("--temp-dir=" + fdPath(tmp.get()));
+            a.push_back("--temp-dir=" + workName + "/tmp");
         if (!o.backupDir.empty())
             a.insert(a.end(), {"--backup", "--backup-dir=" + o.backupDir});
         else if (work && (haveNet || (o.mirror && o.holdDeletions)))
@@ -503,35 +505,54 @@ int copyRun(Run &run)
         return preview(run, arguments, inherit);
     }
 
-    // A first copy into an empty target: two rsyncs at once on halves of
-    // the top-level entries, each file still written aside and renamed.
+    // A first copy into an empty target: the whole tree into the work folder
+    // (no temporary file per file: nothing there is seen until it is whole),
+    // by two rsyncs at once on halves of the top-level entries, then each
+    // top-level entry renamed into place.
     std::vector<RsyncCommand> commands;
-    const bool split = empty && run.work && run.sources.size() == 1 && !o.checksum && !o.progress && run.walk.multiLinked == 0
-        && run.walk.topWeights.size() >= 2;
-    if (split) {
+    const bool first = empty && run.work && run.sources.size() == 1 && !o.checksum && decision.fullWalk;
+    Fd firstFolder;
+    if (first) {
+        std::string why;
+        firstFolder = makeFolder(run.work.get(), "first", why);
+        if (!firstFolder)
+            return fail("the work folder could not be written (" + why + ")");
+        std::vector<std::string> firstArguments;
+        for (const std::string &a : arguments) {
+            if (a.compare(0, 11, "--temp-dir=") != 0)
+                firstArguments.push_back(a);
+        }
+        firstArguments.push_back("--inplace");
+        const std::string into = withSlash(fdPath(firstFolder.get()));
+        inherit.push_back(firstFolder.get());
         std::vector<std::pair<unsigned long, std::string>> tops;
         for (const auto &[name, weight] : run.walk.topWeights)
             tops.emplace_back(weight, name);
         std::sort(tops.rbegin(), tops.rend());
-        std::string lists[2];
-        unsigned long load[2] = {0, 0};
-        for (const auto &[weight, name] : tops) {
-            const int half = load[0] <= load[1] ? 0 : 1;
-            load[half] += weight + 1;
-            lists[half] += name + '\0';
-        }
-        for (int half = 0; half < 2; ++half) {
-            const std::string listName = "list" + std::to_string(half);
-            std::string why;
-            if (!replaceFile(run.work.get(), listName, lists[half], 0600, why))
-                return fail("the work folder could not be written (" + why + ")");
-            RsyncCommand c{arguments, inherit};
-            c.arguments.insert(c.arguments.end(), {"--recursive", "--files-from=" + fdPath(run.work.get(), listName.c_str()),
-                                                   withSlash(run.sources[0]), targetArgument});
+        const int halves = tops.size() >= 2 && run.walk.multiLinked == 0 && !o.progress ? 2 : 1;
+        if (halves == 1) {
+            RsyncCommand c{firstArguments, inherit};
+            c.arguments.insert(c.arguments.end(), {withSlash(run.sources[0]), into});
             commands.push_back(c);
+        } else {
+            std::string lists[2];
+            unsigned long load[2] = {0, 0};
+            for (const auto &[weight, name] : tops) {
+                const int half = load[0] <= load[1] ? 0 : 1;
+                load[half] += weight + 1;
+                lists[half] += name + '\0';
+            }
+            for (int half = 0; half < 2; ++half) {
+                const std::string listName = "list" + std::to_string(half);
+                if (!replaceFile(run.work.get(), listName, lists[half], 0600, why))
+                    return fail("the work folder could not be written (" + why + ")");
+                RsyncCommand c{firstArguments, inherit};
+                c.arguments.insert(c.arguments.end(), {"--recursive", "--files-from=" + fdPath(run.work.get(), listName.c_str()),
+                                                       withSlash(run.sources[0]), into});
+                commands.push_back(c);
+            }
         }
-    } else if (!decision.fullWalk && run.work && run.sources.size() == 1) {
-        // Only what the journal saw change: one rsync per kind of entry.
+    } else if (!decision.fullWalk && run.work && run.sources.size() == 1) {        // Only what the journal saw change: one rsync per kind of entry.
         int n = 0;
         for (const EntryList &list : entryLists(decision.entries)) {
             const std::string listName = "entries" + std::to_string(n++);
@@ -552,14 +573,34 @@ int copyRun(Run &run)
     }
     // Entry lists run one after the other (single entries, then folders).
     std::vector<RsyncResult> results;
-    if (split) {
+    if (first) {
         results = runRsync(commands);
     } else {
         for (const RsyncCommand &c : commands)
             results.push_back(runRsync({c})[0]);
     }
-    if (split) {
-        // The top folder's own owner, mode and times, once both are done.
+    if (first && std::any_of(results.begin(), results.end(), [](const RsyncResult &r) {
+            return r.status != 0;
+        })) {
+        // Something went wrong in the work folder (written in place there):
+        // nothing of it goes into the target; the ordinary copy takes over.
+        std::string why;
+        struct stat st {
+        };
+        ::fstat(firstFolder.get(), &st);
+        firstFolder = Fd();
+        removeTree(run.work.get(), "first", st.st_dev, why);
+        RsyncCommand c{arguments, inherit};
+        c.arguments.insert(c.arguments.end(), {withSlash(run.sources[0]), targetArgument});
+        results = {runRsync({c})[0]};
+    } else if (first) {
+        // Each top-level entry whole into place, then the top folder's own
+        // owner, mode and times.
+        for (const std::string &name : listFolder(firstFolder.get())) {
+            if (::renameat2(firstFolder.get(), name.c_str(), run.targetFd.get(), name.c_str(), RENAME_NOREPLACE) != 0
+                && !(errno == EINVAL && ::renameat(firstFolder.get(), name.c_str(), run.targetFd.get(), name.c_str()) == 0))
+                return fail("the first copy could not be moved into " + run.target + " (" + reason(errno) + ")");
+        }
         RsyncCommand top{run.baseArguments(false), inherit};
         top.arguments.insert(top.arguments.end(), {"--dirs", "--exclude=*", withSlash(run.sources[0]), targetArgument});
         results.push_back(runRsync({top})[0]);
@@ -688,8 +729,15 @@ int copyRun(Run &run)
         run.work = Fd();
         run.tmp = Fd();
         kept = Fd();
+        // The target's own times stay the ones rsync gave it.
+        struct stat top {
+        };
+        const bool timed = ::fstat(run.targetFd.get(), &top) == 0;
         if (!removeTree(run.targetFd.get(), run.workName, run.targetDevice, why) && result != Held)
             return fail("the work folder " + run.target + "/" + run.workName + " could not be removed (" + why + ")");
+        const timespec times[2] = {top.st_atim, top.st_mtim};
+        if (timed)
+            ::futimens(run.targetFd.get(), times);
     }
     (void)handedOverLeftover;
     return result;
