@@ -43,6 +43,11 @@ def write(path, data, mode=0o644, mtime=None):
         os.utime(path, (mtime, mtime))
 
 
+def slurp(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
 def tree(root):
     """relative path -> (kind, mode, uid, content or link)"""
     out = {}
@@ -234,7 +239,7 @@ class PsyncTest(unittest.TestCase):
         write(f"{self.src}/changed", "last")
         r = psync("-d", *self.net_args(), self.src, self.dst)
         self.assertEqual(0, r.returncode, r.stderr)
-        self.assertEqual(b"locked", open(f"{self.kept()}/locked", "rb").read())
+        self.assertEqual(b"locked", slurp(f"{self.kept()}/locked"))
         self.assertEqual(0, stat.S_IMODE(os.stat(f"{self.kept()}/locked").st_mode))
         self.assertEqual([], [n for n in os.listdir(self.net) if n.startswith(".psync")])
         # The folder must be the owner's.
@@ -317,7 +322,7 @@ class PsyncTest(unittest.TestCase):
             for i in old:
                 path = f"{self.dst}/d{i % 3}/file{i}"
                 if os.path.exists(path):
-                    self.assertIn(open(path, "rb").read(), (old[i], new[i]), round_)
+                    self.assertIn(slurp(path), (old[i], new[i]), round_)
                 else:
                     # Between rsync's two renames the old version waits in the
                     # work folder, for the next run to put back.
@@ -327,11 +332,11 @@ class PsyncTest(unittest.TestCase):
             r = psync(*(["-d"] if round_ % 3 == 0 else []), *self.net_args(), self.src, self.dst)
             self.assertEqual(0, r.returncode, r.stderr)
             for i in old:
-                self.assertEqual(new[i], open(f"{self.dst}/d{i % 3}/file{i}", "rb").read(), round_)
+                self.assertEqual(new[i], slurp(f"{self.dst}/d{i % 3}/file{i}"), round_)
             notes = [f"{self.dst}/.notes.backup"] + [os.path.join(d, ".notes.backup") for d, _, fs in os.walk(self.net) if ".notes.backup" in fs]
             self.assertTrue(any(os.path.exists(n) for n in notes), round_)
             if round_ % 3:
-                self.assertEqual(b"my notes", open(f"{self.dst}/.notes.backup", "rb").read())
+                self.assertEqual(b"my notes", slurp(f"{self.dst}/.notes.backup"))
                 self.assertTrue(os.path.exists(f"{self.dst}/d1/.config.abcdef"))
             self.assertEqual([], [n for n in os.listdir(self.dst) if n.startswith(".psync-work")], round_)
             sh("rm", "-rf", self.net)
@@ -347,8 +352,8 @@ class PsyncTest(unittest.TestCase):
         os.symlink(victim, f"{self.dst}/.psync-attributes")
         r = psync("-r", self.src, self.dst)
         self.assertEqual(0, r.returncode, r.stderr)
-        self.assertEqual(b"untouched", open(victim, "rb").read())
-        self.assertIn(b"640 0 0 a\0", open(f"{self.dst}/.psync-attributes", "rb").read())
+        self.assertEqual(b"untouched", slurp(victim))
+        self.assertIn(b"640 0 0 a\0", slurp(f"{self.dst}/.psync-attributes"))
 
     def test_old_rsync_is_refused(self):
         if not os.path.exists(OLD_RSYNC):
