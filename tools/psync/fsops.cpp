@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <cstring>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -102,9 +102,8 @@ int openBeneath(int dir, const std::string &path, int flags, mode_t mode)
             return -1;
         }
         const bool last = slash == std::string::npos;
-        const int next = part.empty() || part == "."
-            ? ::fcntl(current, F_DUPFD_CLOEXEC, 0)
-            : ::openat(current, part.c_str(), (last ? flags : O_RDONLY | O_DIRECTORY) | O_NOFOLLOW | O_CLOEXEC, mode);
+        const int next = part.empty() || part == "." ? ::fcntl(current, F_DUPFD_CLOEXEC, 0)
+                                                     : ::openat(current, part.c_str(), (last ? flags : O_RDONLY | O_DIRECTORY) | O_NOFOLLOW | O_CLOEXEC, mode);
         const int saved = errno;
         ::close(current);
         errno = saved;
@@ -154,8 +153,7 @@ Fd makeFolder(int parent, const std::string &name, std::string &why, bool *exist
     Fd fd(openBeneath(parent, name, O_RDONLY | O_DIRECTORY | O_NONBLOCK));
     struct stat made {
     }, named{}, above{};
-    if (!fd || ::fstat(fd.get(), &made) != 0 || ::fstatat(parent, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0
-        || ::fstat(parent, &above) != 0) {
+    if (!fd || ::fstat(fd.get(), &made) != 0 || ::fstatat(parent, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 || ::fstat(parent, &above) != 0) {
         why = fd ? reason(errno) : "it was replaced as it was made (" + reason(errno) + ")";
         return Fd();
     }

@@ -196,8 +196,8 @@ int recoverLeftover(Run &run, const std::string &name, bool &handedOver)
             std::string used;
             const std::string targetPath = absolute(run.target).substr(1);
             if (!handOver(run.net, left.get(), targetPath, run.o.remote ? &run.oldOwners : nullptr, used, why))
-                return fail("the earlier versions an interrupted run kept at " + run.target + " could not be moved into the Safety Net ("
-                            + why + "); they stay there for the next run");
+                return fail("the earlier versions an interrupted run kept at " + run.target + " could not be moved into the Safety Net (" + why
+                            + "); they stay there for the next run");
             handedOver = true;
         }
     }
@@ -256,8 +256,7 @@ int preview(Run &run, const std::vector<std::string> &arguments, const std::vect
             continue;
         std::string item = text.substr(0, 11);
         item.erase(item.find_last_not_of(' ') + 1);
-        const bool itemized = item == "*deleting"
-            || (item.size() == 11 && std::strchr("<>ch.", item[0]) && std::strchr("fdLDS", item[1]));
+        const bool itemized = item == "*deleting" || (item.size() == 11 && std::strchr("<>ch.", item[0]) && std::strchr("fdLDS", item[1]));
         if (!itemized)
             continue;
         const size_t sizeEnd = text.find(' ', 12);
@@ -389,7 +388,7 @@ int copyRun(Run &run)
 
     WalkOptions walkOptions;
     walkOptions.rules = &run.rules;
-    walkOptions.metadata = !o.remote;
+    walkOptions.metadata = true; // on a remote volume, to say what it cannot keep
     walkOptions.remote = o.remote;
     walkOptions.statAll = o.remote || empty;
     for (const std::string &source : run.sources)
@@ -412,6 +411,7 @@ int copyRun(Run &run)
         count(run.walk.specials, "device or special file", "devices or special files");
         count(run.walk.multiLinked, "hard-linked file (copied as a file of its own)", "hard-linked files (copied as files of their own)");
         count(run.walk.sparse, "sparse file (copied whole)", "sparse files (copied whole)");
+        count(run.walk.attributed, "entry's extended attributes or ACLs", "entries' extended attributes or ACLs");
         if (!lost.empty()) {
             std::string line = "psync: not kept: ";
             for (size_t i = 0; i < lost.size(); ++i)
@@ -547,12 +547,12 @@ int copyRun(Run &run)
                 if (!replaceFile(run.work.get(), listName, lists[half], 0600, why))
                     return fail("the work folder could not be written (" + why + ")");
                 RsyncCommand c{firstArguments, inherit};
-                c.arguments.insert(c.arguments.end(), {"--recursive", "--files-from=" + fdPath(run.work.get(), listName.c_str()),
-                                                       withSlash(run.sources[0]), into});
+                c.arguments.insert(c.arguments.end(),
+                                   {"--recursive", "--files-from=" + fdPath(run.work.get(), listName.c_str()), withSlash(run.sources[0]), into});
                 commands.push_back(c);
             }
         }
-    } else if (!decision.fullWalk && run.work && run.sources.size() == 1) {        // Only what the journal saw change: one rsync per kind of entry.
+    } else if (!decision.fullWalk && run.work && run.sources.size() == 1) { // Only what the journal saw change: one rsync per kind of entry.
         int n = 0;
         for (const EntryList &list : entryLists(decision.entries)) {
             const std::string listName = "entries" + std::to_string(n++);
@@ -630,8 +630,13 @@ int copyRun(Run &run)
             metadataDone = true;
             for (const std::string &source : run.sources) {
                 RsyncCommand c{run.baseArguments(true), inherit};
-                c.arguments.insert(c.arguments.end(), {"--from0", "--filter=merge " + filterPath, "--ignore-missing-args",
-                                                       "--files-from=" + fdPath(run.work.get(), "metadata"), withSlash(source), targetArgument});
+                c.arguments.insert(c.arguments.end(),
+                                   {"--from0",
+                                    "--filter=merge " + filterPath,
+                                    "--ignore-missing-args",
+                                    "--files-from=" + fdPath(run.work.get(), "metadata"),
+                                    withSlash(source),
+                                    targetArgument});
                 const RsyncResult r = runRsync({c})[0];
                 full = full || r.full;
                 if (r.status != 0 && r.status != 23 && r.status != 24) {
@@ -685,8 +690,11 @@ int copyRun(Run &run)
                 std::string why;
                 putBack(kept.get(), run.targetFd.get(), why);
                 if (!why.empty())
-                    std::fprintf(stderr, "psync: some held files could not be put back (%s); they stay in %s/%s\n", why.c_str(),
-                                 run.target.c_str(), run.workName.c_str());
+                    std::fprintf(stderr,
+                                 "psync: some held files could not be put back (%s); they stay in %s/%s\n",
+                                 why.c_str(),
+                                 run.target.c_str(),
+                                 run.workName.c_str());
                 result = Held;
             }
         }
@@ -697,8 +705,8 @@ int copyRun(Run &run)
         const unsigned long files = sortKept(kept.get(), run.targetFd.get(), run.net.keep);
         std::string used, why;
         if (files && !handOver(run.net, run.work.get(), realTarget.substr(1), o.remote ? &run.oldOwners : nullptr, used, why))
-            return fail("the earlier versions from " + run.target + " could not be moved into the Safety Net folder " + run.net.path + " ("
-                        + why + "); they stay at the destination and go there at the next run");
+            return fail("the earlier versions from " + run.target + " could not be moved into the Safety Net folder " + run.net.path + " (" + why
+                        + "); they stay at the destination and go there at the next run");
         if (files)
             say("psync: kept " + std::to_string(files) + " files in " + used);
     }

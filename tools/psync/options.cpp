@@ -119,8 +119,8 @@ bool parseOptions(int argc, char **argv, Options &o, std::string &why)
         }
         return true;
     }
-    if (!o.safetyNet.empty() && (o.safetyNetOwner.empty() || o.archive.empty() || o.archive.find('/') != std::string::npos
-                                 || o.archive == "." || o.archive == "..")) {
+    if (!o.safetyNet.empty()
+        && (o.safetyNetOwner.empty() || o.archive.empty() || o.archive.find('/') != std::string::npos || o.archive == "." || o.archive == "..")) {
         why = "--safety-net needs --safety-net-owner and --archive (a bare name)";
         return false;
     }

@@ -140,8 +140,7 @@ std::vector<RsyncResult> runRsync(const std::vector<RsyncCommand> &commands)
         if (pids[i] < 0)
             continue;
         int status = 0;
-        while (::waitpid(pids[i], &status, 0) < 0 && errno == EINTR) {
-        }
+        while (::waitpid(pids[i], &status, 0) < 0 && errno == EINTR) { }
         results[i].status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     return results;
@@ -155,9 +154,8 @@ static std::string identity()
     };
     if (::stat(OVFixedPaths::RsyncPath, &st) != 0)
         return {};
-    return std::to_string(st.st_dev) + " " + std::to_string(st.st_ino) + " " + std::to_string(st.st_size) + " "
-        + std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + " " + std::to_string(st.st_ctim.tv_sec) + "."
-        + std::to_string(st.st_ctim.tv_nsec);
+    return std::to_string(st.st_dev) + " " + std::to_string(st.st_ino) + " " + std::to_string(st.st_size) + " " + std::to_string(st.st_mtim.tv_sec) + "."
+        + std::to_string(st.st_mtim.tv_nsec) + " " + std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
 }
 
 bool rsyncIsRecentEnough(std::string &why)
@@ -194,8 +192,8 @@ bool rsyncIsRecentEnough(std::string &why)
             version += text[i];
     }
     if (version.empty()) {
-        why = std::string("the copy tool ") + OVFixedPaths::RsyncPath + " is missing or not rsync; install rsync "
-            + OVFixedPaths::RsyncVersionNeeded + " or newer";
+        why = std::string("the copy tool ") + OVFixedPaths::RsyncPath + " is missing or not rsync; install rsync " + OVFixedPaths::RsyncVersionNeeded
+            + " or newer";
         return false;
     }
     if (compareVersions(version, OVFixedPaths::RsyncVersionNeeded) < 0) {

@@ -54,9 +54,8 @@ void visitKept(int kept, int target, const Visit &visit)
         const bool taken = target >= 0 && ::fstatat(target, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
         if (S_ISDIR(st.st_mode)) {
             Fd child(::openat(kept, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-            Fd place = taken && S_ISDIR(there.st_mode)
-                ? Fd(::openat(target, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))
-                : Fd();
+            Fd place =
+                taken && S_ISDIR(there.st_mode) ? Fd(::openat(target, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) : Fd();
             if (child)
                 visitKept(child.get(), place ? place.get() : -1, visit);
         }
@@ -222,8 +221,7 @@ static void applyOwners(int dir, const std::string &prefix, const std::map<std::
     }
 }
 
-bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners,
-              std::string &used, std::string &why)
+bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners, std::string &used, std::string &why)
 {
     Fd kept(::openat(work, "kept", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!kept)

@@ -49,8 +49,7 @@ unsigned long sortKept(int kept, int target, const std::string &choice);
 // else copied with all metadata first. USED is the archive name it went to.
 // OWNERS, when given, are the owners and modes a remote volume could not
 // hold, by path relative to the target.
-bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners,
-              std::string &used, std::string &why);
+bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners, std::string &used, std::string &why);
 
 // Removes the archives NAMES from the Safety Net folder, printing
 // "psync: removed NAME" for each. False if any could not go.

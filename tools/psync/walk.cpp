@@ -146,8 +146,7 @@ struct Walker {
             unsigned char type = entry.type;
             struct stat st {
             };
-            const bool stated = (options.statAll || type == DT_UNKNOWN || type == DT_DIR)
-                && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+            const bool stated = (options.statAll || type == DT_UNKNOWN || type == DT_DIR) && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
             if (type == DT_UNKNOWN && stated)
                 type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISLNK(st.st_mode) ? DT_LNK : S_ISREG(st.st_mode) ? DT_REG : DT_FIFO;
             const bool isFolder = type == DT_DIR;

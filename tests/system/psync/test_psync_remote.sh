@@ -45,6 +45,12 @@ check "the copy is the new version" grep -qx "second!" "$SHARE_DIR/Backup/docs/l
 left=$(cd "$SHARE_DIR" && find . -mindepth 1 | sort | tr '\n' ' ')
 check "the share holds the backup and its side store alone" test "$left" = "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt "
 [ "$left" = "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt " ] || echo "   the share holds: $left"
+# What the share cannot keep is named once, as a warning.
+setfattr -n user.xdg.tags -v red "$src/docs/letter.txt"
+ln -s letter.txt "$src/docs/link"
+out=$("$PSYNC" -r "$src" "$target" 2>&1)
+check "what the volume cannot keep makes a warning" test $? -eq 1
+check "... named in one line" grep -qx "psync: not kept: 1 symbolic link, 1 entry's extended attributes or ACLs; the volume cannot hold them" <<<"$out"
 fusermount3 -u "$POINT"
 rm -f "$config"
 stop_smbd
