@@ -226,6 +226,24 @@ std::map<std::string, Attributes> readSideStore(int target)
     return owners;
 }
 
+// A name as rsync prints it (unusual bytes as \#ooo), as bytes again,
+// without a folder's trailing "/".
+std::string unescaped(const std::string &raw)
+{
+    std::string path;
+    for (size_t i = 0; i < raw.size(); ++i) {
+        if (raw[i] == '\\' && i + 4 < raw.size() && raw[i + 1] == '#') {
+            path += static_cast<char>(std::strtol(raw.substr(i + 2, 3).c_str(), nullptr, 8));
+            i += 4;
+        } else {
+            path += raw[i];
+        }
+    }
+    if (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
 // The preview's records, from rsync's itemized lines on OUTPUT.
 int preview(Run &run, const std::vector<std::string> &arguments, const std::vector<int> &inherit)
 {
@@ -264,17 +282,7 @@ int preview(Run &run, const std::vector<std::string> &arguments, const std::vect
             continue;
         std::string size = text.substr(12, sizeEnd - 12);
         const std::string raw = text.substr(sizeEnd + 1);
-        std::string path;
-        for (size_t i = 0; i < raw.size(); ++i) {
-            if (raw[i] == '\\' && i + 4 < raw.size() && raw[i + 1] == '#') {
-                path += static_cast<char>(std::strtol(raw.substr(i + 2, 3).c_str(), nullptr, 8));
-                i += 4;
-            } else {
-                path += raw[i];
-            }
-        }
-        if (path.size() > 1 && path.back() == '/')
-            path.pop_back();
+        const std::string path = unescaped(raw);
         if (path == "." || path == "./")
             continue;
         std::string kind;
@@ -489,7 +497,8 @@ int copyRun(Run &run)
     arguments.insert(arguments.end(), {"--from0", "--filter=merge " + filterPath});
     if (o.mirror || dropsWithoutMirror)
         arguments.push_back("--delete");
-    const bool wantLog = run.work && o.mirror && o.holdDeletions;
+    // rsync's own list of what it changed: for the hold's count and the metadata pass.
+    const bool wantLog = static_cast<bool>(run.work);
     if (wantLog)
         arguments.insert(arguments.end(), {"--log-file=" + fdPath(run.work.get(), "log"), "--log-file-format=%i %n"});
     std::vector<int> inherit;
@@ -617,8 +626,35 @@ int copyRun(Run &run)
     const bool copied = rsyncStatus == 0 || rsyncStatus == 23 || rsyncStatus == 24;
     bool metadataDone = metadataEverywhere && copied;
     if (copied && !o.remote && !o.dryRun && !metadataEverywhere) {
-        std::set<std::string> list = run.walk.withMetadata;
-        list.insert(run.state.withMetadata.begin(), run.state.withMetadata.end());
+        // Entries whose metadata or contents changed since the last run (their
+        // change time moved), that lost their metadata, or that rsync wrote
+        // anew this run (a new file has none).
+        std::set<std::string> list;
+        for (const auto &[path, changed] : run.walk.withMetadata) {
+            const auto before = run.state.withMetadata.find(path);
+            if (before == run.state.withMetadata.end() || before->second != changed)
+                list.insert(path);
+        }
+        for (const auto &entry : run.state.withMetadata) {
+            if (!run.walk.withMetadata.count(entry.first))
+                list.insert(entry.first);
+        }
+        std::string log;
+        if (!run.walk.withMetadata.empty() && readFile(run.work.get(), "log", log)) {
+            for (size_t at = 0; at < log.size();) {
+                size_t end = log.find('\n', at);
+                if (end == std::string::npos)
+                    end = log.size();
+                // "DATE TIME [PID] %i %n", unusual bytes as \#ooo.
+                const size_t item = log.find("] ", at);
+                if (item != std::string::npos && item + 14 <= end) {
+                    const std::string path = unescaped(log.substr(item + 14, end - item - 14));
+                    if (run.walk.withMetadata.count(path))
+                        list.insert(path);
+                }
+                at = end + 1;
+            }
+        }
         if (!list.empty()) {
             std::string text;
             for (const std::string &p : list)

@@ -16,7 +16,7 @@
 namespace psync
 {
 
-static const char Version[] = "psync-state 1";
+static const char Version[] = "psync-state 2";
 
 StateStore::StateStore(const std::vector<std::string> &sources, const std::string &target)
 {
@@ -75,9 +75,11 @@ PairState StateStore::load() const
         const std::string &value = fields[i + 1];
         if (kind == "cache")
             state.cacheFolders.insert(value);
-        else if (kind == "meta")
-            state.withMetadata.insert(value);
-        else if (kind == "metaknown")
+        else if (kind == "meta") {
+            const size_t space = value.find(' ');
+            if (space != std::string::npos)
+                state.withMetadata[value.substr(space + 1)] = value.substr(0, space);
+        } else if (kind == "metaknown")
             state.metadataKnown = value == "1";
         else if (kind == "cut")
             state.journalCut = value;
@@ -103,8 +105,8 @@ bool StateStore::save(const PairState &state, std::string &why) const
     };
     for (const std::string &path : state.cacheFolders)
         add("cache", path);
-    for (const std::string &path : state.withMetadata)
-        add("meta", path);
+    for (const auto &[path, changed] : state.withMetadata)
+        add("meta", changed + " " + path);
     add("metaknown", state.metadataKnown ? "1" : "0");
     if (!state.journalCut.empty())
         add("cut", state.journalCut);

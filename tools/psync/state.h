@@ -7,6 +7,7 @@
 // costs a full walk, never a file.
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,7 +18,7 @@ namespace psync
 struct PairState {
     bool found = false; // an earlier run left it
     std::set<std::string> cacheFolders;
-    std::set<std::string> withMetadata;
+    std::map<std::string, std::string> withMetadata; // path -> change time
     bool metadataKnown = false; // withMetadata is complete
     std::string journalCut; // the journal's last cut applied here
 };

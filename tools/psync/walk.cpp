@@ -168,7 +168,10 @@ struct Walker {
             if (options.metadata) {
                 bool acl = false;
                 if (carriesMetadata(entry.name.c_str(), acl)) {
-                    result.withMetadata.insert(path);
+                    struct stat changed {
+                    };
+                    ::fstatat(fd, entry.name.c_str(), &changed, AT_SYMLINK_NOFOLLOW);
+                    result.withMetadata[path] = std::to_string(changed.st_ctim.tv_sec) + "." + std::to_string(changed.st_ctim.tv_nsec);
                     ++result.attributed;
                     result.acls += acl ? 1 : 0;
                 }
@@ -223,7 +226,7 @@ void walkSource(const std::string &source, const WalkOptions &options, WalkResul
     if (options.metadata) {
         bool acl = false;
         if (::fchdir(root.get()) == 0 && carriesMetadata(".", acl))
-            result.withMetadata.insert(".");
+            result.withMetadata["."] = std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
     }
     walker.folder(root.get(), "", 0);
     if (options.metadata && (!back || ::fchdir(back.get()) != 0) && ::chdir("/") != 0)

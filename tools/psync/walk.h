@@ -34,7 +34,9 @@ struct WalkResult {
     std::vector<std::string> cacheFolders; // tagged with CACHEDIR.TAG
     std::vector<std::string> mounts; // other file systems (full paths)
     std::vector<std::string> unreadable; // folders it could not read (full paths)
-    std::set<std::string> withMetadata; // "." for the top itself
+    // Entries with metadata ("." for the top itself) and their change time:
+    // a change of metadata or contents changes it.
+    std::map<std::string, std::string> withMetadata;
     std::vector<std::string> caseClashes; // left out on a remote volume
     std::vector<std::string> warnings; // lines for stderr
     std::map<std::string, Attributes> attributes; // with statAll, every entry
