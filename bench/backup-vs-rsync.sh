@@ -8,15 +8,22 @@
 # deleted, Safety Net on (median of 5, other files each time), in which
 # turns "rsync -a --delete --backup --backup-dir" alone also runs, into a
 # folder inside the destination given as a relative path, as the script
-# gives it: the floor of that case. It is a
-# measurement, not a test. Run it as root inside the test sandbox so the
-# script's status files stay there:
-#   tests/sandbox/ov-sandbox -- bench/backup-vs-rsync.sh [FILES]
+# gives it: the floor of that case. Then psync alone: a first copy into an
+# empty target, a rerun with extended attributes and ACLs kept, and a rerun
+# with 500 folders left out by a pattern. It is a measurement, not a test.
+# Run it as root inside the test sandbox so the script's status files stay
+# there, with the product installed:
+#   tests/sandbox/ov-sandbox --install build -- bench/backup-vs-rsync.sh [FILES]
+# It works in a folder on a real disk (the sandbox's /tmp and /var/tmp are in
+# memory): OV_BENCH_DIR, by default beside the source tree.
 set -eu
 files=${1:-100000}
 root=$(cd "$(dirname "$0")/.." && pwd)
-work=$(mktemp -d /var/tmp/ov-bench.XXXXXX)
-trap 'rm -rf "$work"' EXIT
+psync=/usr/local/bin/psync
+bench_dir=${OV_BENCH_DIR:-$root/.bench}
+mkdir -p "$bench_dir"
+work=$(mktemp -d "$bench_dir/ov-bench.XXXXXX")
+trap 'rm -rf "$work"; rmdir "$bench_dir" 2>/dev/null || true' EXIT
 src=$work/source
 mkdir -p "$src" "$work/Safety Net Archives"
 
@@ -130,12 +137,11 @@ for i in range(0, count, 100):
     os.setxattr(os.path.join(root, "folder %03d" % (i // 1000), "file %06d.txt" % i), "user.xdg.tags", b"bench")
 PY
 for folder in "$src"/folder\ 0?0; do setfacl -m u:nobody:rx "$folder"; done
-round=0
-next() { round=$((round + 1)); echo "$work/t$round"; }
 # A first copy into a new folder each turn (creating right after a mass
 # delete is slow on this disk; the old copies go at the end).
-first_psync() { local t; t=$(next); mkdir "$t"; "$psync" -d "$src" "$t"; }
-first_rsync() { local t; t=$(next); mkdir "$t"; rsync -a --delete "$src/" "$t/"; }
+fresh_target() { local t; t=$(mktemp -d "$work/t.XXXXXX"); chmod 755 "$t"; echo "$t"; }
+first_psync() { "$psync" -d "$src" "$(fresh_target)"; }
+first_rsync() { rsync -a --delete "$src/" "$(fresh_target)/"; }
 pair() { # NAME ROUNDS A B: turns of A and B, B first every other turn
     local name=$1 rounds=$2 a=$3 b=$4 i
     : > "$work/$name.a"; : > "$work/$name.b"
@@ -171,7 +177,7 @@ mkdir "$work/excl-with" "$work/excl-without"
 rerun_excluded() { "$psync" -d --exclude=node_modules/ "$src" "$work/excl-with"; }
 rerun_all() { "$psync" -d "$src" "$work/excl-without"; }
 pair psync-exclude 7 rerun_excluded rerun_all
-rm -rf "$work"/t*
+rm -rf "$work"/t.*
 
 printf '\n| psync, %s small files, metadata kept | psync (s) | other (s) | ratio | target |\n| --- | --- | --- | --- | --- |\n' "$(printf "%'d" "$files")"
 prow() {
