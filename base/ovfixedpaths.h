@@ -67,6 +67,12 @@ constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/manual_backup";
 
 constexpr const char ManualScriptName[] = "orvane_manual.rb";
+
+// psync: the rsync it drives (and the oldest it accepts), and its per-pair
+// state (root, 0700).
+constexpr const char RsyncPath[] = "/usr/bin/rsync";
+constexpr const char RsyncVersionNeeded[] = "3.5.0";
+constexpr const char PsyncStateFolder[] = "/var/lib/orvane/psync";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
