@@ -4,7 +4,7 @@
 #include "OVRestoreSources.h"
 
 #include "OVItemArchive.h"
-#include "OVSafetyNet.h"
+#include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
 
@@ -152,27 +152,26 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
     result.relativePath =
         path == result.sourceRoot ? QStringLiteral("") : path.mid(result.sourceRoot.size() + (result.sourceRoot == QLatin1String("/") ? 0 : 1));
 
-    QString safetyNet = setup.settings.value(QStringLiteral("SafetyNetFolder")).toString();
-    if (safetyNet.isEmpty()) {
-        safetyNet = OVSafetyNet::defaultFolder();
-    }
-    safetyNet = withoutTrailingSlash(safetyNet);
+    OVSettings settings;
+    settings.setDomain(setup.settings);
+    const QString safetyNet = withoutTrailingSlash(settings.safetyNetFolder());
     QVector<QPair<QDateTime, QString>> archives[3];
     const QStringList names = QDir(safetyNet).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
     for (const QString &name : names) {
         QDateTime time;
         QString frequency;
         if (parseArchiveName(name, &time, &frequency)) {
-            const int slot = frequency == QLatin1String("Daily") ? 0 : frequency == QLatin1String("Weekly") ? 1 : 2;
-            archives[slot].append({time, name});
+            if (const OVFixedPaths::FrequencyFiles *schedule = OVFixedPaths::scheduledByName(frequency.toLatin1().constData())) {
+                archives[schedule - OVFixedPaths::Scheduled].append({time, name});
+            }
         }
     }
     if (names.isEmpty() && readable(safetyNet) == EACCES) {
         result.problems.append({OVRestoreProblem::Unreadable, safetyNet, QString(), QString()});
     }
 
-    const QString remoteVolume = setup.settings.value(QStringLiteral("RemoteVolumeName")).toString();
-    const QString remoteServer = setup.settings.value(QStringLiteral("RemoteServerAddress")).toString();
+    const QString remoteVolume = settings.remoteVolumeName();
+    const QString remoteServer = settings.remoteServerAddress();
     QVector<OVSnapshot> snapshots;
     QStringList chains;
     for (const OVBackupItem &item : covering) {

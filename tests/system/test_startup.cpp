@@ -6,6 +6,7 @@
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVOrvanePref.h"
+#include "OVSaveJob.h"
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
@@ -145,7 +146,7 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         QVERIFY(QFile::exists(userSounds + QStringLiteral("/Magic Bell.aiff")));
 
-        auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("soundPopUp"));
+        auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("kcfg_Sound"));
         QStringList titles;
         for (int i = 0; i < sounds->count(); ++i) {
             titles.append(sounds->itemText(i));
@@ -166,7 +167,7 @@ private Q_SLOTS:
         {
             OVOrvanePref pane(nullptr, {});
             QVERIFY(!QFileInfo::exists(QFileInfo(bell).absolutePath()));
-            auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("soundPopUp"));
+            auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("kcfg_Sound"));
             QCOMPARE(sounds->count(), 0);
         }
         writeFile(bell, "the user's own bell");
@@ -198,7 +199,7 @@ private Q_SLOTS:
         QCOMPARE(::chmod(tool, installed), 0);
     }
 
-    void closingTheHostSavesTheItems()
+    void closingTheHostAppliesTheItems()
     {
         QWidget host;
         auto *pane = new OVOrvanePref(&host, {});
@@ -219,8 +220,10 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(&host));
         host.close();
 
-        // The helpers' work is done before close() returns: the host may go.
+        // The helpers' work goes on after the module; the application's end
+        // waits for it (here: the test does).
         QVERIFY(OVSettingsDomain::read());
+        QVERIFY(OVSaveJob::finishAll(30000));
         QCOMPARE(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"));
         const auto saved = OVItemArchive::load(path(OVFixedPaths::ItemsArchive));
         QVERIFY(saved);

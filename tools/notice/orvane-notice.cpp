@@ -11,8 +11,8 @@
 //   orvane-notice --idle                                     print the seconds the user has been idle
 //
 // FREQ is "Daily", "Weekly" or "Monthly"; "manual" marks a manual run.
-// The notices follow the user's settings ("DisplayAlert", "AutoDismissAlert",
-// "TimeValue", "TimeUnit", "PlaySound", "Sound").
+// The notices follow the user's settings (OVSettings): whether a notice is
+// shown, when it closes by itself, and its sound.
 //
 // Exit status:
 //   0  done; for --prompt: "Back Up Now"
@@ -25,8 +25,7 @@
 //      the user was away.
 #include "OVBackupJob.h"
 #include "OVNoticeText.h"
-#include "OVSettingsDomain.h"
-#include "OVSettingsTable.h"
+#include "OVSettings.h"
 #include "OVSoundMenu.h"
 
 #include <KIO/OpenUrlJob>
@@ -164,11 +163,11 @@ void openLog(const QString &log, int *pending)
 
 int finished(const QString &frequency, const QString &kind, bool complete)
 {
-    const QVariantMap settings = OVSettingsDomain::read().value_or(QVariantMap());
-    if (OVSettingsTable::value(settings, "PlaySound").toBool()) {
-        OVSoundMenu::playNamedSound(OVSettingsTable::value(settings, "Sound").toString(), QDir::homePath());
+    const OVSettings settings = OVSettings::stored();
+    if (settings.playSound()) {
+        OVSoundMenu::playNamedSound(settings.sound(), QDir::homePath());
     }
-    if (!OVSettingsTable::value(settings, "DisplayAlert").toBool()) {
+    if (!settings.displayAlert()) {
         return Done;
     }
     if (!useOwnSessionBus() || !serverPresent(NotificationService, QStringLiteral("notification server"))) {
@@ -193,7 +192,7 @@ int finished(const QString &frequency, const QString &kind, bool complete)
             QCoreApplication::exit(Done);
         }
     });
-    if (const std::optional<qint64> delay = OVNoticeText::dismissDelay(settings)) {
+    if (const std::optional<qint64> delay = OVNoticeText::dismissDelay(settings.domain())) {
         QTimer::singleShot(static_cast<int>(*delay), notice, [notice] {
             notice->close();
             // The server confirms the close; if it never does, stop anyway.

@@ -3,9 +3,10 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 # In System Settings under Xvfb, as an administrator who is not root, with
 # polkit granting the unlock (a rule, no agent): unlock, add a daily item
-# with both folders, then pick another module. Leaving saved as closing
-# does: by the time the other module shows, the polkit-gated helpers have
-# put the item list, the daily script and its crontab line in place. Back
+# with both folders, then pick another module. System Settings asks
+# whether to apply the edit; Apply saves: soon after the other module
+# shows, the polkit-gated helpers have put the item list, the daily script
+# and its crontab line in place. Back
 # in Orvane the item is there; the daily log opens at its end. Screenshots
 # go to $1.
 set -u
@@ -72,13 +73,21 @@ xdotool mousemove --window "$window" 600 300
 screenshot "$out/leave-before.png"
 check "nothing is saved before leaving" sh -c "! grep -q Fotos '$archive' 2>/dev/null"
 
-# Another module from the sidebar ("Applications"): System Settings destroys Orvane.
+# Another module from the sidebar ("Applications"): the module reports the
+# edit it has not applied, so System Settings asks first; Apply saves, and
+# System Settings destroys Orvane.
 xdotool mousemove --window "$window" 77 126 click 1
+ask=$(timeout 10 xdotool search --sync --onlyvisible --name 'Apply Settings' | head -1)
+check "System Settings asks to apply the changes" test -n "$ask"
+screenshot "$out/leave-asks.png"
+xdotool key --window "$ask" alt+a
 left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; }
 for _ in $(seq 40); do left_orvane && break; sleep 0.25; done
 check "System Settings shows the other module" left_orvane
 sleep 1
 screenshot "$out/leave-other-module.png"
+applied() { grep -q Fotos "$archive" 2>/dev/null && grep -q "$support/.daily/orvane_daily.rb" /etc/crontab; }
+for _ in $(seq 40); do applied && break; sleep 0.25; done
 check "leaving saved the item list in place" grep -q Fotos "$archive"
 check "leaving installed the daily script" test -f "$support/.daily/orvane_daily.rb"
 check "leaving put the daily line in the crontab" grep -q "$support/.daily/orvane_daily.rb" /etc/crontab
