@@ -213,9 +213,9 @@ void OVSaveJob::finish(Outcome outcome, const QString &reason)
     } else if (outcome != Outcome::Done) {
         // The module is gone: its host, or a dialog of its own, tells.
         QWidget *window = m_window && m_window->isVisible() ? m_window.data() : nullptr;
-        auto *box = new QMessageBox(QMessageBox::Warning, OVLocalized("ChangesNotApplied"), reason, QMessageBox::NoButton, window);
+        auto *box = new QMessageBox(QMessageBox::Warning, OVLocalized("ChangesNotApplied"), OVLocalized("ChangesNotApplied"), QMessageBox::NoButton, window);
         box->setObjectName(QStringLiteral("changesNotAppliedAlert"));
-        box->setInformativeText(m_items ? OVLocalized("ChangesKeptExplanation") : QString());
+        box->setInformativeText(m_items ? reason + QStringLiteral("\n\n") + OVLocalized("ChangesKeptExplanation") : reason);
         box->addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
         box->setAttribute(Qt::WA_DeleteOnClose);
         if (s_finishing) {
