@@ -76,7 +76,7 @@ enum class OVFrequency : int {
 namespace OVFixedPaths
 {
 // Which day fields of its cron line a schedule sets.
-enum class CronDay { EveryDay, Weekday, DayOfMonth };
+enum class CronDay { EveryDay, Weekday, MonthDay };
 
 // Everything that differs between the frequencies, in one row each. Adding
 // a file for every frequency means adding one column here.

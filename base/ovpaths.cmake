@@ -16,7 +16,7 @@ set(OV_HELPERS archive_table install_scripts remove_scripts install_crontab manu
 # the name the scripts and notices use, the word of the folders, logs and
 # item types, anacron's period and delay (days, minutes), and which day
 # field of its cron line the schedule's day sets.
-set(OV_SCHEDULES "Daily daily 1 20 EveryDay" "Weekly weekly 7 25 Weekday" "Monthly monthly 30 30 DayOfMonth")
+set(OV_SCHEDULES "Daily daily 1 20 EveryDay" "Weekly weekly 7 25 Weekday" "Monthly monthly 30 30 MonthDay")
 
 # Each schedule's folder in the support folder (".daily", ...), for the install.
 set(OV_SCHEDULE_DIRS)

@@ -196,5 +196,5 @@ bool OVSettings::save() const
 
 QString OVSettings::defaultSafetyNetFolder()
 {
-    return items().at(int(Id::SafetyNetFolder)).defaultValue.toString();
+    return OVSettings().safetyNetFolder();
 }

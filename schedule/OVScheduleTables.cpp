@@ -80,7 +80,7 @@ QByteArray cronLine(OVFrequency schedule, const Times &times)
     case OVFixedPaths::CronDay::Weekday:
         days = "*\t*\t" + QByteArray::number(times.weekday);
         break;
-    case OVFixedPaths::CronDay::DayOfMonth:
+    case OVFixedPaths::CronDay::MonthDay:
         days = QByteArray::number(times.dayOfMonth) + "\t*\t*";
         break;
     }

@@ -9,8 +9,8 @@ class OVSettings;
 class QWidget;
 
 // Binds the settings to the controls named after their keys, as KDE's
-// KConfigDialogManager does: the control "kcfg_MaxArchives" shows and edits
-// "MaxArchives". A check box holds a flag, a menu an index (a text: the
+// KConfigDialogManager does: the control "kcfg_<Key>" shows and edits
+// "<Key>". A check box holds a flag, a menu an index (a text: the
 // entry of that title), a spin box a count, a line edit a text.
 class OVSettingsBinding : public QObject
 {

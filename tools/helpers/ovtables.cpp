@@ -61,7 +61,7 @@ bool isOwnCronLine(std::string_view line)
                 return f[2] == "*" && f[4] == "*";
             case CronDay::Weekday:
                 return f[2] == "*" && isNumber(f[4], 0, 7);
-            case CronDay::DayOfMonth:
+            case CronDay::MonthDay:
                 return isNumber(f[2], 1, 31) && f[4] == "*";
             }
         }
