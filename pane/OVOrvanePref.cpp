@@ -36,6 +36,19 @@
 #include <QLocale>
 #include <QTimer>
 
+namespace
+{
+// The items as the user made them: whether a tick box can be used follows
+// the lock and the folders, not an edit.
+QVector<OVBackupItem> asEdited(QVector<OVBackupItem> items)
+{
+    for (OVBackupItem &item : items) {
+        item.setCheckEnabled(false);
+    }
+    return items;
+}
+}
+
 OVOrvanePref::OVOrvanePref(QWidget *parent, const QVariantList &args)
     : KCModule(parent, args)
     , m_ui(std::make_unique<Ui::OVOrvanePrefView>())
@@ -173,7 +186,7 @@ void OVOrvanePref::mainViewDidLoad()
         // An archive that cannot be decoded counts as absent.
         addBackupItem(this);
     }
-    m_appliedItems = OVItemArchive::archive(m_backupItems->items());
+    m_appliedItems = asEdited(m_backupItems->items());
     restoreSavedOptions();
     createSafetyNetFolder(this);
 
@@ -219,7 +232,7 @@ void OVOrvanePref::load()
     if (!m_backupItems->loadArchive()) {
         addBackupItem(this);
     }
-    m_appliedItems = OVItemArchive::archive(m_backupItems->items());
+    m_appliedItems = asEdited(m_backupItems->items());
     restoreSavedOptions();
     m_ui->masterPopUp->setCurrentIndex(m_settings.master() < m_ui->masterPopUp->count() ? m_settings.master() : 0);
     masterToggle(this);
@@ -295,7 +308,7 @@ void OVOrvanePref::startJob(const QVector<OVSaveJob::Step> &steps, bool withItem
     connect(job, &OVSaveJob::finished, this, &OVOrvanePref::jobFinished);
     if (withItems) {
         // The job has them now: the host need not ask again unless it fails.
-        m_appliedItems = items;
+        m_appliedItems = asEdited(m_backupItems->items());
         m_settingsEdited = false;
         m_saveOwed = false;
         m_unappliedReason.clear();
@@ -321,7 +334,7 @@ void OVOrvanePref::jobFinished(OVSaveJob::Outcome outcome, const QString &reason
 
 bool OVOrvanePref::hasUnappliedChanges() const
 {
-    return m_saveOwed || m_settingsEdited || OVItemArchive::archive(m_backupItems->items()) != m_appliedItems;
+    return m_saveOwed || m_settingsEdited || asEdited(m_backupItems->items()) != m_appliedItems;
 }
 
 void OVOrvanePref::updateUnapplied()

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "OVBackupItem.h"
 #include "OVPaneControls.h"
 #include "OVSaveJob.h"
 #include "OVSettings.h"
@@ -185,7 +186,7 @@ private:
     // The items as root holds them (or as loaded); settings the next save
     // applies (backups switched on, the defaults); and a save that is owed:
     // one that failed, or came from an earlier session.
-    QByteArray m_appliedItems;
+    QVector<OVBackupItem> m_appliedItems;
     bool m_settingsEdited = false;
     bool m_saveOwed = false;
     QString m_unappliedReason;

@@ -119,6 +119,9 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"), 10000);
         QVERIFY(OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive)));
         QVERIFY(!control<QPushButton>(pane, "optionsButton")->isEnabled());
+        // Opening and closing the lock is no edit: nothing waits to be applied.
+        QVERIFY(OVSaveJob::finishAll(10000));
+        QVERIFY(!pane.hasUnappliedChanges() && !OVSaveJob::unapplied());
 
         // A second unlock goes to polkit again.
         lock->click();
@@ -153,6 +156,7 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
         OVOrvanePref pane(nullptr, {});
         QVERIFY(pane.isAuthorized());
+        QVERIFY(!pane.hasUnappliedChanges());
         QVERIFY(!pane.lock()->isRequestPending());
         QVERIFY(!control<QToolButton>(pane, "lockButton")->isChecked());
         QCOMPARE(control<QLabel>(pane, "lockLabel")->text(), QStringLiteral("Click the lock to prevent further changes."));
@@ -184,56 +188,6 @@ private Q_SLOTS:
         pane.removePrivilege();
         QCOMPARE(enabledStates(pane), expect(false, false, false, false, false, false));
         QVERIFY(control<QPushButton>(pane, "lastDailyBackup")->toolTip().isEmpty());
-    }
-
-    void masterOffRemovesScripts()
-    {
-        QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
-        OVOrvanePref pane(nullptr, {});
-        const QStringList installed{QString::fromUtf8(OVFixedPaths::DailyScript),
-                                    QString::fromUtf8(OVFixedPaths::WeeklyScript),
-                                    QString::fromUtf8(OVFixedPaths::MonthlyScript)};
-        auto saveThreeSchedules = [&] {
-            QVector<OVBackupItem> items;
-            for (OVFrequency frequency : {OVFrequency::Daily, OVFrequency::Weekly, OVFrequency::Monthly}) {
-                OVBackupItem item;
-                item.setFrequencyColumn(int(frequency));
-                item.setCheckColumn(true);
-                item.setSourcePath(QDir::homePath());
-                item.setDestPath(QStringLiteral("/tmp"));
-                items.append(item);
-            }
-            pane.backupItems()->setItems(items);
-            pane.saveChanges(nullptr, nullptr);
-            QVERIFY(OVSaveJob::finishAll(10000));
-            for (const QString &script : installed) {
-                QVERIFY2(QFile::exists(script), qPrintable(control<KMessageWidget>(pane, "toolMessage")->text()));
-            }
-        };
-        saveThreeSchedules();
-        auto *master = control<QComboBox>(pane, "masterPopUp");
-        master->setCurrentIndex(1);
-        pane.masterToggle(master);
-        for (const QString &script : installed) {
-            QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(script), 10000);
-        }
-        // Repeatable: switching off again runs the removal again.
-        master->setCurrentIndex(0);
-        pane.masterToggle(master);
-        saveThreeSchedules();
-        master->setCurrentIndex(1);
-        pane.masterToggle(master);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(installed.first()), 10000);
-
-        // Locked, the switch changes nothing on disk.
-        master->setCurrentIndex(0);
-        pane.masterToggle(master);
-        saveThreeSchedules();
-        pane.removePrivilege();
-        master->setCurrentIndex(1);
-        pane.masterToggle(master);
-        QVERIFY(OVSaveJob::finishAll(10000));
-        QVERIFY(QFile::exists(installed.first()));
     }
 
     // What root runs or reads stays root's alone through an administrator's

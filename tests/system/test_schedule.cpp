@@ -256,19 +256,35 @@ private Q_SLOTS:
         QVERIFY(!UI(ui, kcfg_UseAnacron)->isChecked());
         QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Monthly, OVScheduleTables::times(pane.settings())), 5000);
 
-        // Backups off: the lines go.
+        // Backups off: the lines go, then the scripts; again and again.
         auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
+        for (int round = 0; round < 2; ++round) {
+            QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
+            master->setCurrentIndex(1);
+            pane.masterToggle(master);
+            QVERIFY(OVSaveJob::finishAll(10000));
+            QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+            QVERIFY(!QFile::exists(path(OVFixedPaths::MonthlyScript)));
+            master->setCurrentIndex(0);
+            pane.saveChanges(nullptr, nullptr);
+            QVERIFY(OVSaveJob::finishAll(10000));
+        }
         master->setCurrentIndex(1);
         pane.masterToggle(master);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab, 5000);
 
-        // Off, a save installs no schedule; locked, neither does it.
+        // Off, a save installs no schedule; locked, neither does it, nor does
+        // the switch remove anything.
         pane.saveChanges(nullptr, nullptr);
         master->setCurrentIndex(0);
         pane.removePrivilege();
         pane.saveChanges(nullptr, nullptr);
         QVERIFY(OVSaveJob::finishAll(10000));
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+        write(path(OVFixedPaths::MonthlyScript), "#!/usr/bin/ruby\n");
+        master->setCurrentIndex(1);
+        pane.masterToggle(master);
+        QVERIFY(OVSaveJob::finishAll(10000));
+        QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
     }
 };
 

@@ -147,49 +147,6 @@ private Q_SLOTS:
         QCOMPARE(UI(ui, kcfg_MaxArchives)->value(), 9);
     }
 
-    void enableRules()
-    {
-        OVOrvanePref pane(nullptr, {});
-        OVOptionsSheet *sheet = pane.optionsSheet();
-        OVOptionsSheet *ui = sheet;
-
-        UI(ui, kcfg_DisplayAlert)->setChecked(true);
-        UI(ui, kcfg_AutoDismissAlert)->setChecked(true);
-        sheet->updatePrefsUI();
-        QVERIFY(UI(ui, kcfg_AutoDismissAlert)->isEnabled() && UI(ui, kcfg_TimeValue)->isEnabled() && UI(ui, timeValueStepper)->isEnabled()
-                && UI(ui, kcfg_TimeUnit)->isEnabled());
-        // A click on a governing box applies the rules by itself.
-        UI(ui, kcfg_DisplayAlert)->click();
-        QVERIFY(!UI(ui, kcfg_AutoDismissAlert)->isEnabled());
-        QVERIFY(!UI(ui, kcfg_TimeValue)->isEnabled() && !UI(ui, timeValueStepper)->isEnabled() && !UI(ui, kcfg_TimeUnit)->isEnabled());
-        UI(ui, kcfg_DisplayAlert)->click();
-        UI(ui, kcfg_AutoDismissAlert)->click();
-        QVERIFY(UI(ui, kcfg_AutoDismissAlert)->isEnabled() && !UI(ui, kcfg_TimeUnit)->isEnabled());
-
-        UI(ui, kcfg_PlaySound)->setChecked(true);
-        UI(ui, kcfg_PlaySound)->click();
-        QVERIFY(!UI(ui, kcfg_Sound)->isEnabled());
-
-        UI(ui, kcfg_AutoConnect)->setChecked(false);
-        UI(ui, kcfg_AutoConnect)->click();
-        QVERIFY(UI(ui, kcfg_RemoteServerAddress)->isEnabled() && UI(ui, kcfg_RemoteUserName)->isEnabled() && UI(ui, kcfg_RemoteVolumeName)->isEnabled());
-        UI(ui, kcfg_AutoConnect)->click();
-        QVERIFY(!UI(ui, kcfg_RemoteServerAddress)->isEnabled() && !UI(ui, kcfg_RemoteVolumeName)->isEnabled());
-
-        // The open button wants the folder on disk as well as the Safety Net on.
-        UI(ui, kcfg_SafetyNet)->setChecked(true);
-        sheet->updatePrefsUI();
-        QVERIFY(QFileInfo(OVSafetyNet::defaultFolder()).isDir());
-        QVERIFY(UI(ui, openArchiveFolderButton)->isEnabled() && UI(ui, kcfg_ArchiveItems)->isEnabled() && UI(ui, maxArchivesStepper)->isEnabled());
-        QVERIFY(QDir(OVSafetyNet::defaultFolder()).removeRecursively());
-        sheet->updatePrefsUI();
-        QVERIFY(!UI(ui, openArchiveFolderButton)->isEnabled() && UI(ui, chooseArchiveFolderButton)->isEnabled());
-        pane.createSafetyNetFolder(nullptr);
-        UI(ui, kcfg_SafetyNet)->click();
-        QVERIFY(!UI(ui, openArchiveFolderButton)->isEnabled() && !UI(ui, chooseArchiveFolderButton)->isEnabled() && !UI(ui, kcfg_ArchiveItems)->isEnabled());
-        QVERIFY(!UI(ui, kcfg_MaxArchives)->isEnabled());
-    }
-
     void sheetHeightFollowsTheTab()
     {
         OVOrvanePref pane(nullptr, {});

@@ -13,7 +13,9 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QSpinBox>
+#include <QTemporaryDir>
 #include <QTest>
 
 class TestOptionsSheet : public QObject
@@ -188,6 +190,56 @@ private Q_SLOTS:
             settings.setDayOfMonth(day);
             QCOMPARE(OVScheduleTables::times(settings).dayOfMonth, menu(QStringLiteral("DayOfMonth"))->itemText(day).toInt());
         }
+    }
+
+    // A click on a governing box enables or disables what it governs.
+    void governingBoxesEnableTheirControls_data()
+    {
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<QStringList>("controls");
+        const QStringList delay{QStringLiteral("kcfg_TimeValue"), QStringLiteral("timeValueStepper"), QStringLiteral("kcfg_TimeUnit")};
+        const QStringList server{QStringLiteral("kcfg_RemoteServerAddress"),
+                                 QStringLiteral("kcfg_RemoteUserName"),
+                                 QStringLiteral("passwordField"),
+                                 QStringLiteral("kcfg_RemoteVolumeName"),
+                                 QStringLiteral("connectButton")};
+        const QStringList safetyNet{QStringLiteral("kcfg_ArchiveItems"),
+                                    QStringLiteral("kcfg_MaxArchives"),
+                                    QStringLiteral("maxArchivesStepper"),
+                                    QStringLiteral("chooseArchiveFolderButton"),
+                                    QStringLiteral("openArchiveFolderButton")};
+        QTest::newRow("alert off") << QStringLiteral("kcfg_DisplayAlert") << false << (QStringList{QStringLiteral("kcfg_AutoDismissAlert")} + delay);
+        QTest::newRow("dismiss on") << QStringLiteral("kcfg_AutoDismissAlert") << true << delay;
+        QTest::newRow("dismiss off") << QStringLiteral("kcfg_AutoDismissAlert") << false << delay;
+        QTest::newRow("sound off") << QStringLiteral("kcfg_PlaySound") << false << QStringList{QStringLiteral("kcfg_Sound")};
+        QTest::newRow("sound on") << QStringLiteral("kcfg_PlaySound") << true << QStringList{QStringLiteral("kcfg_Sound")};
+        QTest::newRow("connect on") << QStringLiteral("kcfg_AutoConnect") << true << server;
+        QTest::newRow("connect off") << QStringLiteral("kcfg_AutoConnect") << false << server;
+        QTest::newRow("safety net off") << QStringLiteral("kcfg_SafetyNet") << false << safetyNet;
+        QTest::newRow("safety net on") << QStringLiteral("kcfg_SafetyNet") << true << safetyNet;
+    }
+    void governingBoxesEnableTheirControls()
+    {
+        QFETCH(QString, box);
+        QFETCH(bool, on);
+        QFETCH(QStringList, controls);
+        QTemporaryDir folder;
+        OVSettings settings;
+        settings.setSafetyNetFolder(folder.path());
+        settings.setAutoDismissAlert(true);
+        settings.setValue(box.mid(5), !on);
+        OVSafetyNet safetyNet(&settings);
+        OVOptionsSheet sheet(&settings, &safetyNet);
+        sheet.load();
+        sheet.findChild<QCheckBox *>(box)->click();
+        for (const QString &control : controls) {
+            QVERIFY2(sheet.findChild<QWidget *>(control)->isEnabled() == on, qPrintable(control));
+        }
+        // Opening the Safety Net wants its folder on disk too.
+        QVERIFY(folder.remove());
+        sheet.updatePrefsUI();
+        QVERIFY(!sheet.findChild<QPushButton *>(QStringLiteral("openArchiveFolderButton"))->isEnabled());
     }
 
     void anUnknownSoundSelectsTheBell()

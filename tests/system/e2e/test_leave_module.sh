@@ -1,14 +1,15 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-# In System Settings under Xvfb, as an administrator who is not root, with
-# polkit granting the unlock (a rule, no agent): unlock, add a daily item
-# with both folders, then pick another module. System Settings asks
-# whether to apply the edit; Apply saves: soon after the other module
-# shows, the polkit-gated helpers have put the item list, the daily script
-# and its crontab line in place. Back
-# in Orvane the item is there; the daily log opens at its end. Screenshots
-# go to $1.
+# A user's way through Orvane in System Settings under Xvfb, as an
+# administrator who is not root, with polkit granting the unlock (a rule, no
+# agent): unlock; an item added with both folders through the real folder
+# dialog and made daily; another module picked: System Settings asks whether
+# to apply the edit, and Apply puts the item list, the daily script and its
+# crontab line in place. Back in Orvane the item is there and the daily log
+# opens at its end; the options' six tabs, one change kept by OK; the item
+# made weekly and System Settings quit: closing applies it too, and the
+# module opened again shows it. Screenshots go to $1.
 set -u
 out=${1:?output folder}
 mkdir -p "$out"
@@ -50,9 +51,11 @@ check "System Settings shows Orvane" test -n "$window" || { finish; exit 1; }
 sleep 3
 check "nothing is scheduled yet" sh -c "! grep -q orvane_daily /etc/crontab"
 
-# Unlock (polkit's rule grants it), add an item, give it both folders, make it daily.
+# Unlock (polkit's rule grants it).
 xdotool mousemove --window "$window" 284 601 click 1
 sleep 2
+
+# Add an item, give it both folders, make it daily.
 xdotool mousemove --window "$window" 305 426 click 1
 sleep 1
 # A plain click only selects the new row: no menu, no folder dialog.
@@ -100,7 +103,8 @@ xdotool mousemove --window "$window" 61 252 click 1
 check "System Settings shows Orvane again" wait_for_title "$window" '^Orvane' 20
 sleep 3
 screenshot "$out/leave-back.png"
-check "the list holds the default item and the new one" python3 - "$archive" <<'PY'
+frequency_of_new_item() { # the new item's frequency column in the archive
+    python3 - "$archive" <<'PY'
 import plistlib, sys
 archive = plistlib.load(open(sys.argv[1], 'rb'))
 objects = archive['$objects']
@@ -109,10 +113,14 @@ def text(uid):
     return objects[uid.data] if uid.data else None
 assert len(items) == 2, items
 new = items[1]
-assert new['OVFrequencyColumn'] == 0, new
+assert new['OVCheckColumn'] is True
 assert text(new['OVSourcePath']) == '/home/ovadmin/Fotos', text(new['OVSourcePath'])
+assert text(new['OVBackupSource']) == 'Fotos'
 assert text(new['OVDestPath']) == '/home/ovadmin/Backups'
+print(new['OVFrequencyColumn'])
 PY
+}
+check "the list holds the default item and the new one, daily" test "$(frequency_of_new_item)" = 0
 
 # The daily status button: the log opens, at its newest line.
 xdotool mousemove --window "$window" 485 489 click 1
@@ -120,6 +128,41 @@ log=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Backup Log' 
 check "the daily log opens" test -n "$log"
 sleep 1
 screenshot "$out/leave-log-at-end.png"
+xdotool key --window "$log" Escape
+sleep 1
 
+# The options: each tab, then "wait until away" ticked with the keyboard and OK.
+xdotool mousemove --window "$window" 768 426 click 1
+dialog=$(timeout 10 xdotool search --sync --name 'Orvane Options' | head -1)
+check "the options dialog opens" test -n "$dialog"
+sleep 1
+for tab in 1 2 3 4 5 6; do
+    screenshot "$out/options-tab-$tab.png"
+    xdotool key --window "$dialog" ctrl+Tab
+    sleep 0.7
+done
+xdotool key --window "$dialog" Tab space
+sleep 0.3
+xdotool key --window "$dialog" Return
+sleep 1.5
+check "OK closes the options" sh -c "! xdotool search --onlyvisible --name 'Orvane Options' >/dev/null 2>&1"
+domain=/home/ovadmin/.config/org.orvane.Orvane.plist
+check "the stored settings hold the change" sh -c "grep -A1 '<key>WaitUntilAway</key>' '$domain' | grep -q '<true/>'"
+check "the sound menu offers the bell" sh -c "grep -A1 '<key>Sound</key>' '$domain' | grep -q 'Magic Bell'"
+
+# Weekly now (the frequency menu: from "Daily" one down), then quit.
+double_click 334 157
+sleep 1.5
+xdotool key Down Return
+sleep 1
+xdotool key --window "$window" ctrl+q
+for _ in $(seq 100); do pgrep -x systemsettings >/dev/null || break; sleep 0.2; done
+check "quitting applied the change" test "$(frequency_of_new_item)" = 1
+
+systemsettings_on kcm_orvane
+window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
+check "System Settings shows Orvane once more" test -n "$window"
+sleep 3
+screenshot "$out/leave-reopened.png"
 xdotool key --window "$window" ctrl+q
 finish

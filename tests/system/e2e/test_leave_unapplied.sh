@@ -57,6 +57,7 @@ start_agent() { # start_agent ANSWER: the agent for System Settings, answering s
     sleep 1
 }
 stop_agent() {
+    cp "$state/agent.log" "$out/agent-$scenario.log" 2>/dev/null
     kill "$agent" 2>/dev/null
     pkill -P "$agent" 2>/dev/null
     wait "$agent" 2>/dev/null
@@ -88,14 +89,14 @@ for scenario in wrong-password cancel no-agent; do
     check "$scenario: System Settings asks to apply" test -n "$ask"
     xdotool key --window "$ask" alt+a
     if [ -n "$agent" ]; then
-        check "$scenario: the agent asks for the password" wait_for_file "$state/asked" 20
+        check "$scenario: the agent asks for the password" wait_for_file "$state/asked" 60
         sleep 1
         check "$scenario: System Settings went on to the other module while the agent asks" left_orvane
         screenshot "$out/unapplied-$scenario-asking.png"
         touch "$state/answer"
-        check "$scenario: the agent reported its outcome" wait_for_file "$state/done" 20
+        check "$scenario: the agent reported its outcome" wait_for_file "$state/done" 60
     fi
-    box=$(timeout 20 xdotool search --sync --onlyvisible --name 'not in place' | head -1)
+    box=$(timeout 60 xdotool search --sync --onlyvisible --name 'not in place' | head -1)
     check "$scenario: System Settings says the changes are not in place" test -n "$box"
     screenshot "$out/unapplied-$scenario-told.png"
     check "$scenario: nothing reached root" test ! -e "$archive"
@@ -114,17 +115,21 @@ for scenario in wrong-password cancel no-agent; do
         start_agent "password:$password"
         # The offer's Apply, at the top of the module.
         xdotool mousemove --window "$window" 806 120 click 1
-        check "$scenario: applying again asks for the password" wait_for_file "$state/asked" 20
+        check "$scenario: applying again asks for the password" wait_for_file "$state/asked" 60
         touch "$state/answer"
-        for _ in $(seq 100); do [ "$(items_in "$archive")" = 2 ] && break; sleep 0.2; done
+        for _ in $(seq 300); do [ "$(items_in "$archive")" = 2 ] && break; sleep 0.2; done
         check "$scenario: applied, the edit is in place" test "$(items_in "$archive")" = 2
         check "$scenario: and no longer kept aside" test ! -e "$unapplied"
         screenshot "$out/unapplied-applied.png"
         stop_agent
     fi
+    # Gone before the next one starts (a second System Settings hands its
+    # arguments to a running one and ends).
     xdotool key --window "$window" ctrl+q
     sleep 2
     pkill -u ovadmin -x systemsettings 2>/dev/null
-    sleep 1
+    for _ in $(seq 50); do pgrep -u ovadmin -x systemsettings >/dev/null || break; sleep 0.2; done
+    pkill -9 -u ovadmin -x systemsettings 2>/dev/null
+    sleep 0.5
 done
 finish

@@ -18,6 +18,7 @@ import pty
 import re
 import select
 import sys
+import termios
 import time
 
 user, pid, answer, state = sys.argv[1:5]
@@ -63,6 +64,12 @@ while True:
     elif b"Password:" in seen:
         if not os.path.exists(os.path.join(state, "asked")):
             wait_for_answer()
+        # The agent turns echo off, discarding what was typed before; type
+        # once it has.
+        for _ in range(100):
+            if not termios.tcgetattr(fd)[3] & termios.ECHO:
+                break
+            time.sleep(0.05)
         os.write(fd, answer.split(":", 1)[1].encode() + b"\n")
         seen = b""
     if b"==== AUTHENTICATION" in seen and (b"FAILED" in seen or b"COMPLETE" in seen or b"CANCELED" in seen):
