@@ -62,6 +62,12 @@ constexpr const char RemoveScriptsTool[] = "remove_scripts";
 constexpr const char InstallCrontabTool[] = "install_crontab";
 constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = OV_BUNDLE_PATH "/Contents/Resources/manual_backup";
+
+// psync: the rsync it drives (and the oldest it accepts), and its per-pair
+// state (root, 0700).
+constexpr const char RsyncPath[] = "/usr/bin/rsync";
+constexpr const char RsyncVersionNeeded[] = "3.5.0";
+constexpr const char PsyncStateFolder[] = "/var/lib/orvane/psync";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
