@@ -8,8 +8,9 @@
 # to apply the edit, and Apply puts the item list, the daily script and its
 # crontab line in place. Back in Orvane the item is there and the daily log
 # opens at its end; the options' six tabs, one change kept by OK; the item
-# made weekly and System Settings quit: closing applies it too, and the
-# module opened again shows it. Screenshots go to $1.
+# made weekly and System Settings quit: closing applies it too, and
+# System Settings opened again finds Orvane through its search. Screenshots
+# go to $1.
 set -u
 out=${1:?output folder}
 mkdir -p "$out"
@@ -128,22 +129,25 @@ log=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Backup Log' 
 check "the daily log opens" test -n "$log"
 sleep 1
 screenshot "$out/leave-log-at-end.png"
-xdotool key --window "$log" Escape
-sleep 1
+xdotool windowfocus --sync "$log"
+xdotool key Escape
+for _ in $(seq 25); do xdotool search --onlyvisible --name 'Orvane Backup Log' >/dev/null 2>&1 || break; sleep 0.2; done
+check "Escape closes the log" sh -c "! xdotool search --onlyvisible --name 'Orvane Backup Log' >/dev/null 2>&1"
 
 # The options: each tab, then "wait until away" ticked with the keyboard and OK.
 xdotool mousemove --window "$window" 768 426 click 1
-dialog=$(timeout 10 xdotool search --sync --name 'Orvane Options' | head -1)
+dialog=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Options' | head -1)
 check "the options dialog opens" test -n "$dialog"
 sleep 1
+xdotool windowfocus --sync "$dialog"
 for tab in 1 2 3 4 5 6; do
     screenshot "$out/options-tab-$tab.png"
-    xdotool key --window "$dialog" ctrl+Tab
+    xdotool key ctrl+Tab
     sleep 0.7
 done
-xdotool key --window "$dialog" Tab space
+xdotool key Tab space
 sleep 0.3
-xdotool key --window "$dialog" Return
+xdotool key Return
 sleep 1.5
 check "OK closes the options" sh -c "! xdotool search --onlyvisible --name 'Orvane Options' >/dev/null 2>&1"
 domain=/home/ovadmin/.config/org.orvane.Orvane.plist
@@ -159,10 +163,23 @@ xdotool key --window "$window" ctrl+q
 for _ in $(seq 100); do pgrep -x systemsettings >/dev/null || break; sleep 0.2; done
 check "quitting applied the change" test "$(frequency_of_new_item)" = 1
 
-systemsettings_on kcm_orvane
-window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
-check "System Settings shows Orvane once more" test -n "$window"
+# System Settings alone, Orvane found through the sidebar's search.
+user systemsettings >>/tmp/systemsettings.log 2>&1 &
+window=$(timeout 30 xdotool search --sync --name 'System Settings' | head -1)
+check "System Settings opens a window" test -n "$window"
 sleep 3
+xdotool mousemove --window "$window" 127 23 click 1
+sleep 0.5
+xdotool type --delay 40 Orvane
+sleep 1.5
+screenshot "$out/systemsettings-search.png"
+for _ in 1 2 3; do
+    xdotool mousemove --window "$window" 61 96 click 1
+    wait_for_title "$window" '^Orvane' 10 && break
+done
+check "the search finds Orvane and shows it" wait_for_title "$window" '^Orvane' 1
+sleep 2
 screenshot "$out/leave-reopened.png"
+check "no installation problem is reported" sh -c "! xdotool search --name 'not installed correctly' >/dev/null 2>&1"
 xdotool key --window "$window" ctrl+q
 finish
