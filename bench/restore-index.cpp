@@ -5,6 +5,7 @@
 // that restore-index.sh laid out under ROOT.
 
 #include "OVRestoreSources.h"
+#include "OVSettings.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -20,7 +21,9 @@ int main(int argc, char **argv)
     item.setDestPath(root + QStringLiteral("/disk/backup"));
     OVRestoreSources::Setup setup;
     setup.items = {item};
-    setup.settings.insert(QStringLiteral("SafetyNetFolder"), QString(root + QStringLiteral("/Safety Net Archives")));
+    OVSettings settings;
+    settings.setSafetyNetFolder(root + QStringLiteral("/Safety Net Archives"));
+    setup.settings = settings.domain();
     setup.supportFolder = root + QStringLiteral("/support");
 
     QTextStream out(stdout);

@@ -4,8 +4,8 @@
 #include "OVSettingsDomain.h"
 
 #include "OVBundle.h"
-#include "OVLogging.h"
 #include "OVPropertyList.h"
+#include "ovcommon_debug.h"
 
 #include <QDir>
 #include <QFile>
@@ -42,12 +42,12 @@ bool OVSettingsDomain::replace(const QVariantMap &domain)
     QDir().mkpath(QFileInfo(path()).absolutePath());
     QSaveFile file(path());
     if (!file.open(QIODevice::WriteOnly)) {
-        qCWarning(OVLOG) << "cannot write the settings" << path() << file.errorString();
+        qCWarning(OVLOG_COMMON) << "cannot write the settings" << path() << file.errorString();
         return false;
     }
     file.write(OVPropertyList::toXml(domain));
     if (!file.commit()) {
-        qCWarning(OVLOG) << "cannot write the settings" << path() << file.errorString();
+        qCWarning(OVLOG_COMMON) << "cannot write the settings" << path() << file.errorString();
         return false;
     }
     return true;

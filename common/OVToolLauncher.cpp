@@ -21,10 +21,10 @@ OVToolLauncher *OVToolLauncher::instance()
     return launcher;
 }
 
-void OVToolLauncher::launch(const char *tool, const QByteArray &input)
+void OVToolLauncher::launch(const char *tool, const QByteArray &input, Done done)
 {
     OVToolLauncher *self = instance();
-    self->m_queue.append({QString::fromLatin1(tool), input});
+    self->m_queue.append({QString::fromLatin1(tool), input, std::move(done)});
     if (!self->m_process) {
         self->startNext();
     }
@@ -51,6 +51,7 @@ void OVToolLauncher::startNext()
     }
     const Job job = m_queue.takeFirst();
     m_running = job.tool;
+    m_done = job.done;
     m_process = new QProcess(this);
     m_process->setProgram(OVBundle::toolPath(job.tool));
     m_process->setArguments({QString::fromLatin1(OVFixedPaths::ToolArgument)});
@@ -88,8 +89,16 @@ void OVToolLauncher::finish(bool ok, const QString &message)
     m_process = nullptr;
     const QString tool = m_running;
     m_running.clear();
+    const Done done = std::move(m_done);
+    m_done = nullptr;
     Q_EMIT toolFinished(tool, ok, message);
-    startNext();
+    if (done) {
+        // It may have launched the next tool already.
+        done(ok, message);
+    }
+    if (!m_process) {
+        startNext();
+    }
 }
 
 bool OVToolLauncher::waitForAll(int msecs)

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPair>
 #include <QString>
+#include <functional>
 
 class QProcess;
 
@@ -20,12 +21,15 @@ class OVToolLauncher : public QObject
     Q_OBJECT
 public:
     using Parts = QList<QPair<QByteArray, QByteArray>>;
+    // What one tool's end tells its caller: as toolFinished.
+    using Done = std::function<void(bool ok, const QString &message)>;
 
     // The one launcher of the process.
     static OVToolLauncher *instance();
 
-    // Queues tool with input for its standard input.
-    static void launch(const char *tool, const QByteArray &input = QByteArray());
+    // Queues tool with input for its standard input; done, when given, hears
+    // how this run of it ended (after toolFinished).
+    static void launch(const char *tool, const QByteArray &input = QByteArray(), Done done = {});
     // Input in parts, for the tools that take several: each part is
     // "NAME LENGTH\n" followed by exactly LENGTH bytes.
     static QByteArray parts(const Parts &parts);
@@ -48,8 +52,10 @@ private:
     struct Job {
         QString tool;
         QByteArray input;
+        Done done;
     };
     QList<Job> m_queue;
     QProcess *m_process = nullptr;
     QString m_running;
+    Done m_done;
 };

@@ -3,6 +3,7 @@
 
 #include "OVTableView.h"
 
+#include "OVAccessibleTable.h"
 #include "OVTint.h"
 
 #include <QApplication>
@@ -20,6 +21,8 @@ OVTableView::OVTableView(QWidget *parent)
     setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::SelectedClicked | QAbstractItemView::EditKeyPressed);
     setShowGrid(false);
     verticalHeader()->hide();
+    // A screen reader hears a tick box that cannot be used as disabled.
+    OVAccessibleTable::install(metaObject()->className());
 }
 
 QColor OVTableView::stripeColor()

@@ -5,6 +5,7 @@
 #include "OVAlert.h"
 #include "OVBundle.h"
 #include "OVLocalizedStrings.h"
+#include "OVSaveJob.h"
 
 #include <QAbstractButton>
 #include <QLabel>
@@ -36,8 +37,12 @@ void OVLockView::requestOpen()
 
 void OVLockView::close()
 {
-    m_lock->removePrivilege();
     showLook(false);
+    // A save under way was authorized, and its helpers ask polkit about this
+    // process again: what polkit kept goes once they are done.
+    OVSaveJob::whenIdle(m_lock, [lock = m_lock] {
+        lock->removePrivilege();
+    });
 }
 
 void OVLockView::finished(bool granted)

@@ -2,32 +2,28 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "OVBackupItemModel.h"
-#include "OVItemsTable.h"
-#include "OVLock.h"
-#include "OVLogSheet.h"
-#include "OVOptionsSheet.h"
+#include "OVBackupItem.h"
 #include "OVPaneControls.h"
-#include "OVRestoreWindow.h"
-#include "OVSafetyNet.h"
-#include "OVScheduleTables.h"
-#include "OVStatusMonitor.h"
+#include "OVSaveJob.h"
+#include "OVSettings.h"
 #include "OVToast.h"
 
 #include <KCModule>
 
 #include <QPointer>
-#include <QPushButton>
-#include <QVariantMap>
-#include <array>
 #include <memory>
-#include <optional>
 
 class OVAutoConnect;
-class OVCredits;
+class OVBackupItemModel;
 class OVHelpSheet;
+class OVItemsTable;
+class OVLock;
 class OVLockView;
-class OVSaveOnClose;
+class OVLogSheet;
+class OVOptionsSheet;
+class OVRestoreWindow;
+class OVSafetyNet;
+class OVStatusMonitor;
 class OVToolReport;
 class OVUpdateNotice;
 
@@ -37,9 +33,15 @@ class OVOrvanePrefView;
 }
 
 // The Orvane module of System Settings. It only orders the subsystems' work
-// (start-up, save, lock, master switch): the items and their table, the
-// options, the lock, the scripts, the schedule and the status monitor each
-// live in their own folder.
+// (start-up, load, save, lock, master switch): the items and their table,
+// the settings and their dialog, the lock, the scripts, the schedule and the
+// status monitor each live in their own folder.
+//
+// A save stores the settings at once and hands the rest to root through an
+// OVSaveJob, which asks polkit without making the host wait. Until a save's
+// items are in place the module reports unsaved changes, so System Settings
+// asks before the user leaves it; an edit that could not be applied is said
+// so and offered again, here or at the next opening.
 class OVOrvanePref : public KCModule
 {
     Q_OBJECT
@@ -47,56 +49,41 @@ public:
     OVOrvanePref(QWidget *parent, const QVariantList &args);
     ~OVOrvanePref() override;
 
+    // The stored settings and items into the module: the items waiting from
+    // a save that was not applied, else the installed list.
+    void load() override;
+    // Stores the settings; while unlocked with backups on, puts the items,
+    // the scripts and then the schedule in place (unlocked with backups off,
+    // the items only).
+    void save() override;
+    // The options back to their defaults (stored by the next save).
+    void defaults() override;
+
     // One-time preparation once the main view exists.
     void mainViewDidLoad();
 
-    // Stores the items (and, when unlocked, puts them in place). The first
-    // argument is the event that caused the save, if any; only a save whose
-    // sender is the pane itself may touch the keychain.
+    // A save; only the options' OK (sender: the pane itself) stores the
+    // server's password, and false means that store failed.
     bool saveChanges(QEvent *notification, QObject *sender);
 
+    const OVSettings &settings() const
+    {
+        return m_settings;
+    }
     OVBackupItemModel *backupItems() const
     {
         return m_backupItems;
-    }
-    bool hasBackupType(const QString &type) const
-    {
-        return m_backupItems->hasBackupType(type);
-    }
-    bool validateBackupItems() const
-    {
-        return m_backupItems->validateBackupItems(m_toast.installed);
-    }
-    void createNewBackupItem()
-    {
-        m_backupItems->createNewBackupItem();
     }
     bool isAuthorized() const
     {
         return m_isAuthorized;
     }
-    bool isToastInstalled() const
-    {
-        return m_toast.installed;
-    }
-    QString fullPathToToast() const
-    {
-        return m_toast.fullPath;
-    }
-    QString toastApplicationName() const
-    {
-        return m_toast.applicationName;
-    }
-    // Finds Toast among the applications (at start-up).
-    void setToastInstalled()
-    {
-        m_toast = OVToast::detect(OVToast::applicationFolders());
-        m_backupItems->setToast(m_toast.installed, m_toast.fullPath);
-    }
     bool useAnacron() const
     {
-        return m_useAnacron;
+        return m_settings.useAnacron();
     }
+    // Items or a save that the helpers have not put in place yet.
+    bool hasUnappliedChanges() const;
     OVOptionsSheet *optionsSheet() const
     {
         return m_optionsSheet;
@@ -117,81 +104,16 @@ public:
     {
         return m_lock;
     }
-    OVHelpSheet *helpSheet() const
-    {
-        return m_helpSheet;
-    }
-    OVCredits *credits() const
-    {
-        return m_optionsSheet->credits();
-    }
 
-    // Puts the stored settings into the controls.
+    // The stored settings into the options' controls.
     void restoreSavedOptions();
 
-    // The lock.
-    bool isAdminUser() const
-    {
-        return OVLock::isAdminUser();
-    }
-    void initPrivilege()
-    {
-        m_lock->initPrivilege();
-    }
     void removePrivilege();
-    void authorizationChanged(bool authorized)
-    {
-        m_isAuthorized = authorized;
-    }
+    void authorizationChanged(bool authorized);
     // Lets the table's rows be selected and edited, or not.
     void setTableEnabled(bool enabled);
-
     // Refreshes the enabled states after the items or their validity change.
     void updateUI();
-    bool isBackupRunning()
-    {
-        return m_statusMonitor->isBackupRunning();
-    }
-    void updateLogButtons()
-    {
-        m_statusMonitor->updateLogButtons();
-    }
-
-    // The schedule: the pane's lines in the crontab or the anacron table.
-    void buildCrontab()
-    {
-        OVScheduleTables::buildCrontab(m_optionsSheet->scheduleTimes(), m_backupItems->scheduledTypes());
-    }
-    void restoreCrontab()
-    {
-        OVScheduleTables::restoreCrontab();
-    }
-    bool buildAnacrontab()
-    {
-        // Anacron is gone: cron takes the schedule back.
-        const bool built = OVScheduleTables::buildAnacrontab(m_backupItems->scheduledTypes());
-        m_useAnacron = m_useAnacron && built;
-        return built;
-    }
-    bool restoreAnacrontab()
-    {
-        return OVScheduleTables::restoreAnacrontab();
-    }
-    void installCrontab()
-    {
-        OVScheduleTables::installCrontab();
-    }
-
-    // The backup scripts: the three scheduled ones into /tmp for
-    // install_scripts, and the manual one for manual_backup.
-    void buildScheduledScripts()
-    {
-        m_scheduledScripts = m_optionsSheet->scheduledScripts(m_backupItems->items(), m_toast.applicationName);
-    }
-    void buildManualScript()
-    {
-        m_manualScript = m_optionsSheet->manualScript(m_backupItems->items(), m_toast.applicationName);
-    }
 
 public Q_SLOTS:
     // The lock button: opens the lock with an administrator's password, or
@@ -200,78 +122,51 @@ public Q_SLOTS:
     // The master switch; also re-applies every enabled state.
     void masterToggle(QObject *sender);
     void addBackupItem(QObject *sender);
-    void deleteBackupItem(QObject *)
-    {
-        m_itemsTable->deleteSelected();
-    }
+    void deleteBackupItem(QObject *sender);
     // The folder dialog for the selected row: tag 1 source, 2 destination.
-    void chooseFolder(int tag)
-    {
-        m_itemsTable->chooseFolder(tag);
-    }
+    void chooseFolder(int tag);
     // The dialog ended: OK (1) takes the folder for the selected row.
-    void openPanelDidEnd(int returnCode, const QString &path)
-    {
-        m_itemsTable->openPanelDidEnd(returnCode, path);
-    }
-    // Tag 6 (the Toast entry) sets the selected row's Toast flag; any other clears it.
-    void setToastFlag(int tag)
-    {
-        m_itemsTable->setToastFlag(tag);
-    }
+    void openPanelDidEnd(int returnCode, const QString &path);
     // Backs up the manual items now.
     void performBackup(QObject *sender);
-    void viewLog(QObject *sender)
-    {
-        if (auto *button = qobject_cast<QPushButton *>(sender)) {
-            m_logSheet->viewLog(button);
-        }
-    }
-    void hideLogSheet(QObject *)
-    {
-        saveChanges(nullptr, nullptr);
-        m_logSheet->done(QDialog::Accepted);
-    }
+    void viewLog(QObject *sender);
+    void hideLogSheet(QObject *sender);
     void verifyToolPermissions();
     void showOptions(QObject *sender);
     // OK (tag 0) stores and applies the settings; anything else throws the
     // edits away.
     void hideOptions(QObject *sender);
-    void createSafetyNetFolder(QObject *)
-    {
-        m_safetyNet->createSafetyNetFolder();
-    }
-    void openSafetyNetFolder(QObject *)
-    {
-        m_safetyNet->openSafetyNetFolder();
-    }
-    void chooseSafetyNetFolder(QObject *)
-    {
-        if (m_safetyNet->chooseSafetyNetFolder(m_optionsSheet)) {
-            m_optionsSheet->updatePrefsUI();
-        }
-    }
+    void createSafetyNetFolder(QObject *sender);
+    void openSafetyNetFolder(QObject *sender);
+    void chooseSafetyNetFolder(QObject *sender);
     // Connect: stores the server's password and mounts its volume now.
     void connectToServer(QObject *sender);
     // The "Restore…" window, at the selected item's source folder.
     // Restoring reads as the user and changes no setting: no unlock needed.
-    void showRestore(QObject *)
-    {
-        m_restoreWindow = OVRestoreWindow::showAt(m_restoreWindow, m_itemsTable->restoreFolder());
-    }
+    void showRestore(QObject *sender);
+
+protected:
+    void showEvent(QShowEvent *event) override;
 
 private:
-    // An archive that cannot be decoded counts as absent.
-    void loadBackupItems()
-    {
-        if (!m_backupItems->loadArchive()) {
-            addBackupItem(this);
-        }
-    }
     void connectControls();
     bool backupsOn() const;
+    // The settings domain, whole; the lock's and the log's state with it.
+    void storeSettings();
+    // What root puts in place for a save, in order: data first, the
+    // schedule last.
+    QVector<OVSaveJob::Step> saveSteps();
+    void startJob(const QVector<OVSaveJob::Step> &steps, bool withItems);
+    void jobFinished(OVSaveJob::Outcome outcome, const QString &reason);
+    // Tells the host whether anything waits to be applied, and offers it.
+    void updateUnapplied();
+    // The unapplied changes' message: Apply (unlocking first) or Discard.
+    void applyUnapplied();
+    void discardUnapplied();
+    bool addAutoConnectPassword();
 
     std::unique_ptr<Ui::OVOrvanePrefView> m_ui;
+    OVSettings m_settings;
     OVPaneControls m_controls;
     QPointer<OVRestoreWindow> m_restoreWindow;
     OVSafetyNet *m_safetyNet;
@@ -286,14 +181,15 @@ private:
     OVHelpSheet *m_helpSheet;
     OVToolReport *m_toolReport;
     OVAutoConnect *m_autoConnect;
-    OVSaveOnClose *m_saveOnClose;
     bool m_isAuthorized = false;
     OVToast::Detection m_toast;
-    bool m_useAnacron = false;
-    // What the last build made, handed to the helpers on their standard input.
-    QList<QPair<QByteArray, QByteArray>> m_scheduledScripts;
-    QByteArray m_manualScript;
-    // Stores the auto-connect password from the options' fields; false (with
-    // an alert) when the address is invalid or the store refused it.
-    bool addAutoConnectPassword();
+    // The items as root holds them (or as loaded); settings the next save
+    // applies (backups switched on, the defaults); and a save that is owed:
+    // one that failed, or came from an earlier session.
+    QVector<OVBackupItem> m_appliedItems;
+    bool m_settingsEdited = false;
+    bool m_saveOwed = false;
+    QString m_unappliedReason;
+    // The unapplied changes' Apply waits for the lock to open.
+    bool m_applyWhenOpened = false;
 };

@@ -6,33 +6,28 @@
 #include <QPointer>
 #include <functional>
 
-class OVToolReport;
 class QWidget;
 
-// Saves when the module goes. The host destroys the module before the
-// application quits, so the host's window is watched: its close (or a hide
-// that is no minimising) saves, the helpers of that save finish, and what
-// failed is shown before the window goes. System Settings destroys the
-// module when the user picks another one: that saves too (saveOnLeaving).
-// A close is followed by a hide, and by the module's end: one save serves all.
+// Saves when the host's window closes, as closing the pane's window does on
+// its own platform. The host destroys the module before the application
+// quits, so the host's window is watched: its close (or a hide that is no
+// minimising) saves; a close is followed by a hide: one save serves both.
+// The save only starts the helpers' work (OVSaveJob), which the
+// application's end waits for: nothing here waits, and the module's end
+// saves nothing.
 class OVSaveOnClose : public QObject
 {
     Q_OBJECT
 public:
-    // save: the module's save; it gets the event that caused it, if any.
-    OVSaveOnClose(QWidget *module, OVToolReport *report, std::function<void(QEvent *)> save);
-
-    // From the module's destructor. A module never shown, or already saved
-    // by the close, saves nothing more.
-    void saveOnLeaving();
+    // save: the module's save.
+    OVSaveOnClose(QWidget *module, std::function<void()> save);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     QWidget *m_module;
-    OVToolReport *m_report;
-    std::function<void(QEvent *)> m_save;
+    std::function<void()> m_save;
     QPointer<QWidget> m_hostWindow;
     bool m_saved = false;
 };

@@ -4,13 +4,17 @@
 #include "OVStartupFiles.h"
 
 #include "OVBundle.h"
-#include "OVTemporaryFile.h"
 #include "ovfixedpaths.h"
+#include "ovpane_debug.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace OVStartupFiles
 {
@@ -20,7 +24,10 @@ void installAlertSound(const QString &home)
     if (QFileInfo::exists(target) || QFileInfo(target).isSymLink()) {
         return;
     }
-    QFile::copy(OVBundle::pathForResource(QStringLiteral("Magic Bell"), QStringLiteral("aiff")), target);
+    const QString bell = OVBundle::pathForResource(QStringLiteral("Magic Bell"), QStringLiteral("aiff"));
+    if (QFileInfo(target).dir().exists() && !QFile::copy(bell, target)) {
+        qCInfo(OVLOG_PANE) << "cannot copy the alert sound to" << target;
+    }
 }
 
 static void createFolder(const char *path, bool groupWritable)
@@ -29,7 +36,12 @@ static void createFolder(const char *path, bool groupWritable)
     if (::lstat(path, &st) == 0) {
         return;
     }
-    if (::mkdir(path, 0775) == 0 && groupWritable) {
+    if (::mkdir(path, 0775) != 0) {
+        // Not root: the install made them, or a helper makes them again.
+        qCDebug(OVLOG_PANE) << "cannot make" << path << strerror(errno);
+        return;
+    }
+    if (groupWritable) {
         // mkdir's mode passes through the umask; the folders must be 0775.
         ::chmod(path, 0775);
     }
@@ -53,7 +65,7 @@ bool manualBackupIsSetUserId()
 void removeLeftoverScripts()
 {
     for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
-        OVTemporaryFile::remove(QString::fromUtf8(files.tmpScript));
+        ::unlink(files.tmpScript);
     }
 }
 }

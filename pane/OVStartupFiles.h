@@ -15,7 +15,7 @@ void installAlertSound(const QString &home);
 // "/Library/Application Support", then the support folder and its three
 // schedule folders, each with mode 0775, each only when missing.
 void createSupportFolders();
-// Temporary scripts a previous session left in /tmp.
+// The scripts older versions handed over in /tmp, left behind.
 void removeLeftoverScripts();
 // manual_backup carries its set-user-ID bit (false when it cannot be read).
 bool manualBackupIsSetUserId();

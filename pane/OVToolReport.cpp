@@ -7,8 +7,6 @@
 
 #include <KMessageWidget>
 
-#include <QMessageBox>
-
 OVToolReport::OVToolReport(KMessageWidget *message, QObject *parent)
     : QObject(parent)
     , m_message(message)
@@ -33,7 +31,6 @@ void OVToolReport::toolFinished(const QString &tool, bool ok, const QString &mes
     if (!ok) {
         const QString line = failureText(tool, message);
         m_failures.append({tool, line});
-        m_recent.append(line);
     }
     showLines();
 }
@@ -46,21 +43,4 @@ void OVToolReport::showLines()
     }
     m_message->setText(lines.join(QLatin1Char('\n')));
     m_message->setVisible(!lines.isEmpty());
-}
-
-void OVToolReport::finishBeforeClose(QWidget *window, int mark, int msecs)
-{
-    const bool finished = OVToolLauncher::instance()->waitForAll(msecs);
-    QStringList lines = m_recent.mid(mark);
-    if (!finished) {
-        lines.append(OVLocalized("ToolsNotFinished"));
-    }
-    if (lines.isEmpty()) {
-        return;
-    }
-    QMessageBox box(QMessageBox::Warning, OVLocalized("SaveFailed"), OVLocalized("SaveFailedExplanation"), QMessageBox::NoButton, window);
-    box.setObjectName(QStringLiteral("saveFailedAlert"));
-    box.setInformativeText(lines.join(QLatin1Char('\n')));
-    box.addButton(OVLocalized("OK"), QMessageBox::AcceptRole);
-    box.exec();
 }

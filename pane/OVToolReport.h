@@ -6,7 +6,6 @@
 #include <QStringList>
 
 class KMessageWidget;
-class QWidget;
 
 // Shows in the module what a helper did not do: each failed or refused
 // helper gives one line, "The schedule was not installed: <its message>",
@@ -20,21 +19,10 @@ public:
     // The line for a helper's failure.
     static QString failureText(const QString &tool, const QString &message);
 
-    // How many failures have come in so far; a save compares before and after.
-    int failureCount() const
-    {
-        return m_recent.size();
-    }
-    // When the host window closes: waits for the helpers of the save, and
-    // shows (in a dialog, before the host goes) whatever failed since mark.
-    void finishBeforeClose(QWidget *window, int mark, int msecs);
-
 private:
     void toolFinished(const QString &tool, bool ok, const QString &message);
     void showLines();
 
     KMessageWidget *m_message;
     QList<QPair<QString, QString>> m_failures; // tool, line
-    // Every failure's line, in order.
-    QStringList m_recent;
 };

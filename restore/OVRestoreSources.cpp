@@ -4,7 +4,7 @@
 #include "OVRestoreSources.h"
 
 #include "OVItemArchive.h"
-#include "OVSafetyNet.h"
+#include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
 
@@ -78,9 +78,9 @@ int readable(const QString &path)
 
 QString OVRestoreSources::frequencyName(int frequency)
 {
-    // A manual run, and any value that is no schedule, keeps the daily name.
-    const bool scheduled = frequency == int(OVFrequency::Weekly) || frequency == int(OVFrequency::Monthly);
-    return QString::fromLatin1(OVFixedPaths::files(scheduled ? OVFrequency(frequency) : OVFrequency::Daily).name);
+    // A manual run, and any value that is no schedule, keeps the first schedule's name.
+    const bool scheduled = frequency >= 0 && frequency < int(OVFixedPaths::ScheduledCount);
+    return QString::fromLatin1(scheduled ? OVFixedPaths::Scheduled[frequency].name : OVFixedPaths::Manual.name);
 }
 
 QDate OVRestoreSources::parseMarker(const QByteArray &text)
@@ -95,9 +95,9 @@ QDate OVRestoreSources::parseMarker(const QByteArray &text)
 
 bool OVRestoreSources::parseArchiveName(const QString &name, QDateTime *time, QString *frequency)
 {
-    static const QRegularExpression pattern(QStringLiteral("\\A(\\d{4}-\\d\\d-\\d\\d \\d\\d\\.\\d\\d\\.\\d\\d) (Daily|Weekly|Monthly)\\z"));
+    static const QRegularExpression pattern(QStringLiteral("\\A(\\d{4}-\\d\\d-\\d\\d \\d\\d\\.\\d\\d\\.\\d\\d) (\\w+)\\z"));
     const QRegularExpressionMatch match = pattern.match(name);
-    if (!match.hasMatch()) {
+    if (!match.hasMatch() || !OVFixedPaths::scheduledByName(match.captured(2).toLatin1().constData())) {
         return false;
     }
     const QDateTime when = QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd HH.mm.ss"));
@@ -152,27 +152,26 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
     result.relativePath =
         path == result.sourceRoot ? QStringLiteral("") : path.mid(result.sourceRoot.size() + (result.sourceRoot == QLatin1String("/") ? 0 : 1));
 
-    QString safetyNet = setup.settings.value(QStringLiteral("SafetyNetFolder")).toString();
-    if (safetyNet.isEmpty()) {
-        safetyNet = OVSafetyNet::defaultFolder();
-    }
-    safetyNet = withoutTrailingSlash(safetyNet);
+    OVSettings settings;
+    settings.setDomain(setup.settings);
+    const QString safetyNet = withoutTrailingSlash(settings.safetyNetFolder());
     QVector<QPair<QDateTime, QString>> archives[3];
     const QStringList names = QDir(safetyNet).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
     for (const QString &name : names) {
         QDateTime time;
         QString frequency;
         if (parseArchiveName(name, &time, &frequency)) {
-            const int slot = frequency == QLatin1String("Daily") ? 0 : frequency == QLatin1String("Weekly") ? 1 : 2;
-            archives[slot].append({time, name});
+            if (const OVFixedPaths::FrequencyFiles *schedule = OVFixedPaths::scheduledByName(frequency.toLatin1().constData())) {
+                archives[schedule - OVFixedPaths::Scheduled].append({time, name});
+            }
         }
     }
     if (names.isEmpty() && readable(safetyNet) == EACCES) {
         result.problems.append({OVRestoreProblem::Unreadable, safetyNet, QString(), QString()});
     }
 
-    const QString remoteVolume = setup.settings.value(QStringLiteral("RemoteVolumeName")).toString();
-    const QString remoteServer = setup.settings.value(QStringLiteral("RemoteServerAddress")).toString();
+    const QString remoteVolume = settings.remoteVolumeName();
+    const QString remoteServer = settings.remoteServerAddress();
     QVector<OVSnapshot> snapshots;
     QStringList chains;
     for (const OVBackupItem &item : covering) {
@@ -223,7 +222,7 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
             snapshots.append(copy);
         }
 
-        const int slot = frequency == QLatin1String("Daily") ? 0 : frequency == QLatin1String("Weekly") ? 1 : 2;
+        const int slot = int(OVFixedPaths::scheduledByName(frequency.toLatin1().constData()) - OVFixedPaths::Scheduled);
         const QString destinationInArchive = destination == QLatin1String("/") ? QString() : destination.mid(1);
         for (const auto &archive : qAsConst(archives[slot])) {
             const QString folder = safetyNet + QLatin1Char('/') + archive.second;

@@ -41,7 +41,7 @@ class OVRestoreSources
 public:
     struct Setup {
         QVector<OVBackupItem> items;
-        // The settings domain: "SafetyNetFolder", the remote volume.
+        // The settings domain (its Safety Net folder, the remote volume).
         QVariantMap settings;
         // Holds ".daily/.lastbackup" and its twins.
         QString supportFolder;

@@ -9,8 +9,8 @@
 #include "OVLocalizedStrings.h"
 #include "OVRemoteServer.h"
 #include "OVRestoreJob.h"
+#include "OVSettings.h"
 #include "OVSettingsDomain.h"
-#include "OVSettingsTable.h"
 
 #include <KMessageWidget>
 
@@ -477,8 +477,7 @@ void OVRestoreWindow::offerConnect()
 {
     auto *connection = new OVRemoteConnection(this);
     connect(this, &OVRestoreWindow::connectRequested, connection, [connection](const QString &server, const QString &volume) {
-        const QVariantMap settings = OVSettingsDomain::read().value_or(QVariantMap());
-        connection->connectToServer({server, OVSettingsTable::value(settings, "RemoteUserName").toString(), volume});
+        connection->connectToServer({server, OVSettings::stored().remoteUserName(), volume});
     });
     connect(connection, &OVRemoteConnection::finished, this, [this](bool ok, const QString &, const QString &message) {
         if (ok) {

@@ -4,6 +4,8 @@
 #include "OVSafetyNet.h"
 
 #include "OVLocalizedStrings.h"
+#include "OVSettings.h"
+#include "ovsafetynet_debug.h"
 
 #include <QDesktopServices>
 #include <QDir>
@@ -11,54 +13,63 @@
 #include <QFileInfo>
 #include <QUrl>
 
-namespace
-{
-const QString FolderName = QStringLiteral("Safety Net Archives");
-}
-
-OVSafetyNet::OVSafetyNet(QObject *parent)
+OVSafetyNet::OVSafetyNet(OVSettings *settings, QObject *parent)
     : QObject(parent)
-    , m_folder(defaultFolder())
+    , m_settings(settings)
 {
 }
 
 QString OVSafetyNet::defaultFolder()
 {
-    return QDir::homePath() + QStringLiteral("/Documents/") + FolderName;
+    return OVSettings::defaultSafetyNetFolder();
+}
+
+QString OVSafetyNet::safetyNetFolder() const
+{
+    return m_settings->safetyNetFolder();
+}
+
+void OVSafetyNet::setSafetyNetFolder(const QString &folder)
+{
+    m_settings->setSafetyNetFolder(folder);
 }
 
 QString OVSafetyNet::folderForChoice(const QString &chosen)
 {
+    const QString folderName = QFileInfo(defaultFolder()).fileName();
     QString path = chosen;
     while (path.size() > 1 && path.endsWith(QLatin1Char('/'))) {
         path.chop(1);
     }
-    if (QFileInfo(path).fileName() == FolderName) {
+    if (QFileInfo(path).fileName() == folderName) {
         return path;
     }
     if (!path.endsWith(QLatin1Char('/'))) {
         path += QLatin1Char('/');
     }
-    return path + FolderName;
+    return path + folderName;
 }
 
 bool OVSafetyNet::folderExists() const
 {
-    return !m_folder.isEmpty() && QFileInfo(m_folder).isDir();
+    return QFileInfo(safetyNetFolder()).isDir();
 }
 
 void OVSafetyNet::createSafetyNetFolder()
 {
-    if (m_folder.isEmpty() || QFileInfo::exists(m_folder) || QFileInfo(m_folder).isSymLink()) {
+    const QString folder = safetyNetFolder();
+    if (QFileInfo::exists(folder) || QFileInfo(folder).isSymLink()) {
         return;
     }
-    QDir().mkdir(m_folder);
+    if (!QDir().mkdir(folder)) {
+        qCInfo(OVLOG_SAFETYNET) << "cannot make the Safety Net folder" << folder << "(its parent may be missing)";
+    }
 }
 
 void OVSafetyNet::openSafetyNetFolder()
 {
     createSafetyNetFolder();
-    QDesktopServices::openUrl(QUrl::fromLocalFile(m_folder));
+    QDesktopServices::openUrl(QUrl::fromLocalFile(safetyNetFolder()));
 }
 
 bool OVSafetyNet::chooseSafetyNetFolder(QWidget *parent)
@@ -68,12 +79,12 @@ bool OVSafetyNet::chooseSafetyNetFolder(QWidget *parent)
     dialog.setFileMode(QFileDialog::Directory);
     dialog.setOption(QFileDialog::ShowDirsOnly);
     dialog.setLabelText(QFileDialog::Accept, OVLocalized("Choose"));
-    dialog.setDirectory(folderExists() ? m_folder : QDir::homePath());
+    dialog.setDirectory(folderExists() ? safetyNetFolder() : QDir::homePath());
     dialog.setWindowModality(Qt::ApplicationModal);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) {
         return false;
     }
-    m_folder = folderForChoice(dialog.selectedFiles().constFirst());
+    setSafetyNetFolder(folderForChoice(dialog.selectedFiles().constFirst()));
     createSafetyNetFolder();
     return true;
 }

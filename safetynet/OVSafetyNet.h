@@ -6,29 +6,25 @@
 #include <QObject>
 #include <QString>
 
+class OVSettings;
 class QWidget;
 
 // The folder that receives the archived versions of changed and deleted
-// files. Its last path component is always "Safety Net Archives".
+// files, as the settings hold it. Its last path component is always the
+// default folder's ("Safety Net Archives").
 class OVSafetyNet : public QObject
 {
     Q_OBJECT
 public:
-    explicit OVSafetyNet(QObject *parent = nullptr);
+    explicit OVSafetyNet(OVSettings *settings, QObject *parent = nullptr);
 
     // "~/Documents/Safety Net Archives", expanded.
     static QString defaultFolder();
     // The folder a choice in the folder dialog stands for.
     static QString folderForChoice(const QString &chosen);
 
-    QString safetyNetFolder() const
-    {
-        return m_folder;
-    }
-    void setSafetyNetFolder(const QString &folder)
-    {
-        m_folder = folder;
-    }
+    QString safetyNetFolder() const;
+    void setSafetyNetFolder(const QString &folder);
     bool folderExists() const;
 
     // Makes the folder when nothing is at its path; its parent is not made.
@@ -39,5 +35,5 @@ public:
     bool chooseSafetyNetFolder(QWidget *parent);
 
 private:
-    QString m_folder;
+    OVSettings *m_settings;
 };

@@ -3,9 +3,8 @@
 
 #include "OVScheduleTables.h"
 
-#include "OVTemporaryFile.h"
-#include "OVToolLauncher.h"
-#include "ovfixedpaths.h"
+#include "OVSettings.h"
+#include "ovschedule_debug.h"
 
 #include <QFile>
 
@@ -17,6 +16,7 @@ std::optional<QByteArray> readFile(const char *path)
 {
     QFile file(QString::fromUtf8(path));
     if (!file.open(QIODevice::ReadOnly)) {
+        qCWarning(OVLOG_SCHEDULE) << "cannot read" << file.fileName() << file.errorString() << "- the schedule there stays as it is";
         return std::nullopt;
     }
     return file.readAll();
@@ -30,22 +30,34 @@ std::optional<QByteArray> readCrontab()
     return readFile(OVFixedPaths::SavedCrontab);
 }
 
-// The edited tables wait here for installCrontab, which hands them to the
-// helper on its standard input.
-QByteArray s_crontab, s_anacrontab;
-bool s_hasCrontab = false, s_hasAnacrontab = false;
+using Wanted = std::array<std::optional<QByteArray>, OVFixedPaths::ScheduledCount>;
 
-void keepCrontab(const QByteArray &text)
+template<typename Line>
+Wanted wantedLines(const Scheduled &scheduled, Line line)
 {
-    s_crontab = text;
-    s_hasCrontab = true;
+    Wanted wanted;
+    for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
+        if (scheduled[schedule]) {
+            wanted[schedule] = line(OVFixedPaths::Scheduled[schedule].frequency);
+        }
+    }
+    return wanted;
+}
 }
 
-void keepAnacrontab(const QByteArray &text)
+Times times(const OVSettings &settings)
 {
-    s_anacrontab = text;
-    s_hasAnacrontab = true;
-}
+    Times times;
+    for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
+        const OVFrequency frequency = OVFixedPaths::Scheduled[schedule].frequency;
+        // Twelve minute entries in the morning, twelve in the afternoon.
+        const int minute = settings.minute(frequency);
+        times.at[schedule].minute = (minute % 12) * 5;
+        times.at[schedule].hour = settings.hour(frequency) + (minute >= 12 ? 12 : 0);
+    }
+    times.weekday = settings.weeklyDay();
+    times.dayOfMonth = settings.dayOfMonth() + 1;
+    return times;
 }
 
 QByteArray scriptPath(OVFrequency schedule)
@@ -53,22 +65,26 @@ QByteArray scriptPath(OVFrequency schedule)
     return QByteArray(OVFixedPaths::files(schedule).script);
 }
 
-QByteArray cronLine(OVFrequency schedule, const Times &t)
+QByteArray cronLine(OVFrequency schedule, const Times &times)
 {
-    const QByteArray quoted = '"' + scriptPath(schedule) + '"';
-    switch (schedule) {
-    case OVFrequency::Daily:
-        return QByteArray::number(t.dailyMinute) + '\t' + QByteArray::number(t.dailyHour) + "\t*\t*\t*\troot\t" + quoted + '\n';
-    case OVFrequency::Weekly:
-        return QByteArray::number(t.weeklyMinute) + '\t' + QByteArray::number(t.weeklyHour) + "\t*\t*\t" + QByteArray::number(t.weeklyDay) + "\troot\t" + quoted
-            + '\n';
-    case OVFrequency::Monthly:
-        return QByteArray::number(t.monthlyMinute) + '\t' + QByteArray::number(t.monthlyHour) + '\t' + QByteArray::number(t.dayOfMonth) + "\t*\t*\troot\t"
-            + quoted + '\n';
-    case OVFrequency::Manual:
+    const OVFixedPaths::FrequencyFiles &files = OVFixedPaths::files(schedule);
+    if (!files.script) {
+        return QByteArray();
+    }
+    const Times::Time &time = times.at[static_cast<int>(schedule)];
+    QByteArray days;
+    switch (files.cronDay) {
+    case OVFixedPaths::CronDay::EveryDay:
+        days = "*\t*\t*";
+        break;
+    case OVFixedPaths::CronDay::Weekday:
+        days = "*\t*\t" + QByteArray::number(times.weekday);
+        break;
+    case OVFixedPaths::CronDay::MonthDay:
+        days = QByteArray::number(times.dayOfMonth) + "\t*\t*";
         break;
     }
-    return QByteArray();
+    return QByteArray::number(time.minute) + '\t' + QByteArray::number(time.hour) + '\t' + days + "\troot\t\"" + files.script + "\"\n";
 }
 
 QByteArray anacronLine(OVFrequency schedule)
@@ -76,7 +92,7 @@ QByteArray anacronLine(OVFrequency schedule)
     return QByteArray(OVFixedPaths::files(schedule).anacronJob) + '"' + scriptPath(schedule) + "\"\n";
 }
 
-QByteArray edit(QByteArray table, const std::array<std::optional<QByteArray>, 3> &wanted)
+QByteArray edit(QByteArray table, const Wanted &wanted)
 {
     for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
         const int at = table.indexOf(scriptPath(OVFixedPaths::Scheduled[schedule].frequency));
@@ -94,94 +110,60 @@ QByteArray edit(QByteArray table, const std::array<std::optional<QByteArray>, 3>
     return table;
 }
 
-void buildCrontab(const Times &times, const std::array<bool, 3> &scheduled)
+std::optional<QByteArray> crontabWith(const Times &times, const Scheduled &scheduled)
 {
     const auto table = readCrontab();
     if (!table) {
-        return;
+        return std::nullopt;
     }
-    std::array<std::optional<QByteArray>, 3> wanted;
-    for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
-        if (scheduled[schedule]) {
-            wanted[schedule] = cronLine(OVFixedPaths::Scheduled[schedule].frequency, times);
-        }
-    }
-    keepCrontab(edit(*table, wanted));
+    return edit(*table, wantedLines(scheduled, [&times](OVFrequency schedule) {
+        return cronLine(schedule, times);
+    }));
 }
 
-void restoreCrontab()
-{
-    const auto table = readCrontab();
-    if (table) {
-        keepCrontab(edit(*table, {}));
-    }
-}
-
-bool buildAnacrontab(const std::array<bool, 3> &scheduled)
+std::optional<QByteArray> anacrontabWith(const Scheduled &scheduled)
 {
     if (!QFile::exists(QString::fromUtf8(OVFixedPaths::Anacrontab))) {
-        return false;
+        return std::nullopt;
     }
     const auto table = readFile(OVFixedPaths::Anacrontab);
-    if (table) {
-        std::array<std::optional<QByteArray>, 3> wanted;
-        for (std::size_t schedule = 0; schedule < OVFixedPaths::ScheduledCount; ++schedule) {
-            if (scheduled[schedule]) {
-                wanted[schedule] = anacronLine(OVFixedPaths::Scheduled[schedule].frequency);
-            }
-        }
-        keepAnacrontab(edit(*table, wanted));
+    if (!table) {
+        return std::nullopt;
     }
-    return true;
+    return edit(*table, wantedLines(scheduled, anacronLine));
 }
 
-bool restoreAnacrontab()
+namespace
 {
-    if (!QFile::exists(QString::fromUtf8(OVFixedPaths::Anacrontab))) {
-        return false;
-    }
-    const auto table = readFile(OVFixedPaths::Anacrontab);
-    if (table) {
-        keepAnacrontab(edit(*table, {}));
-    }
-    return true;
-}
-
-void installCrontab()
+OVToolLauncher::Parts parts(const std::optional<QByteArray> &crontab, const std::optional<QByteArray> &anacrontab)
 {
     OVToolLauncher::Parts parts;
-    if (s_hasCrontab) {
-        parts.append({"crontab", s_crontab});
+    if (crontab) {
+        parts.append({"crontab", *crontab});
     }
-    if (s_hasAnacrontab) {
-        parts.append({"anacrontab", s_anacrontab});
+    if (anacrontab) {
+        parts.append({"anacrontab", *anacrontab});
     }
-    s_hasCrontab = s_hasAnacrontab = false;
-    OVToolLauncher::launch(OVFixedPaths::InstallCrontabTool, OVToolLauncher::parts(parts));
+    return parts;
+}
 }
 
-void applySchedule(bool &useAnacron, const Times &times, const std::array<bool, 3> &scheduled)
+OVToolLauncher::Parts tables(bool &useAnacron, const Times &times, const Scheduled &scheduled)
 {
-    if (useAnacron && !buildAnacrontab(scheduled)) {
+    const Scheduled none{};
+    if (useAnacron) {
+        if (QFile::exists(QString::fromUtf8(OVFixedPaths::Anacrontab))) {
+            return parts(crontabWith(times, none), anacrontabWith(scheduled));
+        }
         // Anacron is gone: cron takes the schedule back.
         useAnacron = false;
     }
-    if (useAnacron) {
-        restoreCrontab();
-    } else {
-        buildCrontab(times, scheduled);
-        restoreAnacrontab();
-    }
-    installCrontab();
+    return parts(crontabWith(times, scheduled), anacrontabWith(none));
 }
 
-void removeSchedule(bool useAnacron)
+OVToolLauncher::Parts tablesWithout(bool useAnacron)
 {
-    if (useAnacron) {
-        restoreAnacrontab();
-    } else {
-        restoreCrontab();
-    }
-    installCrontab();
+    const Scheduled none{};
+    return useAnacron ? parts(std::nullopt, anacrontabWith(none)) : parts(crontabWith(Times(), none), std::nullopt);
 }
 }

@@ -3,22 +3,35 @@
 
 #pragma once
 
+#include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 
 #include <QByteArray>
-#include <QString>
 #include <array>
 #include <optional>
 
+class OVSettings;
+
 // Orvane's lines in the system crontab and in the anacron table. The pane
-// only edits copies: the edited table goes to /tmp for install_crontab.
+// only edits copies of the installed tables; install_crontab takes them.
 namespace OVScheduleTables
 {
+using Scheduled = std::array<bool, OVFixedPaths::ScheduledCount>;
+
+// When each schedule runs, as cron counts.
 struct Times {
-    int dailyMinute = 0, dailyHour = 0;
-    int weeklyMinute = 0, weeklyHour = 0, weeklyDay = 0;
-    int monthlyMinute = 0, monthlyHour = 0, dayOfMonth = 1;
+    struct Time {
+        int minute = 0;
+        int hour = 0;
+    };
+    std::array<Time, OVFixedPaths::ScheduledCount> at{};
+    int weekday = 0; // 0 Sunday
+    int dayOfMonth = 1;
 };
+// The times the settings' menu entries stand for: hours "12", "1" ... "11",
+// minutes ":00 AM" to ":55 PM" in steps of five, weekdays from Sunday, days
+// from the 1st.
+Times times(const OVSettings &settings);
 
 // The schedule's script path: a line holding it is the pane's.
 QByteArray scriptPath(OVFrequency schedule);
@@ -28,23 +41,20 @@ QByteArray anacronLine(OVFrequency schedule);
 // For each schedule, the first line holding its script path is replaced by
 // the wanted line, or deleted when none is wanted; a wanted line that has
 // no place yet goes at the very end. Every other line stays as it is.
-QByteArray edit(QByteArray table, const std::array<std::optional<QByteArray>, 3> &wanted);
+QByteArray edit(QByteArray table, const std::array<std::optional<QByteArray>, OVFixedPaths::ScheduledCount> &wanted);
 
-// The files: "/etc/crontab" (or the saved "/etc/crontab.ov" when it is
-// missing) and "/etc/anacrontab", edited into "/tmp/crontab.orvane" and
-// "/tmp/anacrontab.orvane". A base that cannot be read writes nothing.
-void buildCrontab(const Times &times, const std::array<bool, 3> &scheduled);
-void restoreCrontab();
-// False, writing nothing, when there is no /etc/anacrontab.
-bool buildAnacrontab(const std::array<bool, 3> &scheduled);
-bool restoreAnacrontab();
-void installCrontab();
+// "/etc/crontab" (or the saved "/etc/crontab.ov" when it is missing) with
+// the lines of the scheduled ones; nothing when neither can be read.
+std::optional<QByteArray> crontabWith(const Times &times, const Scheduled &scheduled);
+// "/etc/anacrontab" with the lines of the scheduled ones; nothing when
+// there is no anacron table.
+std::optional<QByteArray> anacrontabWith(const Scheduled &scheduled);
 
-// A save's schedule: the wanted lines go into the table that runs them (the
-// anacron table when useAnacron, else the crontab) and out of the other,
-// then install_crontab. With no anacron table, cron takes the schedule back
+// A save's tables for install_crontab: the wanted lines go into the table
+// that runs them (the anacron table when useAnacron, else the crontab) and
+// out of the other. With no anacron table, cron takes the schedule back
 // and useAnacron turns false.
-void applySchedule(bool &useAnacron, const Times &times, const std::array<bool, 3> &scheduled);
-// The master switch off: the pane's lines leave the table that runs them.
-void removeSchedule(bool useAnacron);
+OVToolLauncher::Parts tables(bool &useAnacron, const Times &times, const Scheduled &scheduled);
+// Backups switched off: the pane's lines leave the table that runs them.
+OVToolLauncher::Parts tablesWithout(bool useAnacron);
 }

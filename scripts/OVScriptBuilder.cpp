@@ -4,6 +4,8 @@
 #include "OVScriptBuilder.h"
 
 #include "OVBundle.h"
+#include "OVSettings.h"
+#include "ovscripts_debug.h"
 
 #include <QFile>
 #include <QPair>
@@ -129,7 +131,7 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     } else {
         put("safetyNetFolder = safetyNetFolder", "safetyNetFolder = \"\"");
     }
-    // The manual script runs as "Daily"; the notices tell it apart by this.
+    // The manual script runs as the first schedule; the notices tell it apart by this.
     if (!shared.scheduled) {
         put("runKind = \"scheduled\"", "runKind = \"manual\"");
     }
@@ -166,7 +168,11 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
 QByteArray readTemplate()
 {
     QFile file(OVBundle::pathForResource(QStringLiteral("backup_script"), QStringLiteral("rb")));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (!file.open(QIODevice::ReadOnly)) {
+        qCWarning(OVLOG_SCRIPTS) << "cannot read the script template" << file.fileName() << file.errorString();
+        return QByteArray();
+    }
+    return file.readAll();
 }
 
 namespace
@@ -202,15 +208,42 @@ Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const F
     return script;
 }
 
-QList<QPair<QByteArray, QByteArray>>
-buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared)
+FrequencyOptions frequencyOptions(const OVSettings &settings, OVFrequency frequency)
+{
+    FrequencyOptions options;
+    options.mirror = settings.mirrorFolders(frequency);
+    options.remote = settings.remoteBackup(frequency);
+    options.showProgress = settings.showProgress(frequency);
+    options.repairPermissions = settings.repairPermissions(frequency);
+    return options;
+}
+
+SharedOptions sharedOptions(const OVSettings &settings)
+{
+    SharedOptions shared;
+    shared.promptBeforeBackup = settings.promptBeforeBackup();
+    shared.waitUntilAway = settings.waitUntilAway();
+    shared.autoConnect = settings.autoConnect();
+    shared.server = settings.remoteServerAddress();
+    shared.account = settings.remoteUserName();
+    shared.volume = settings.remoteVolumeName();
+    shared.safetyNet = settings.safetyNet();
+    shared.maxArchives = QString::number(settings.maxArchives());
+    shared.archiveIndex = settings.archiveItems();
+    shared.safetyNetFolder = settings.safetyNetFolder();
+    return shared;
+}
+
+QList<QPair<QByteArray, QByteArray>> buildScheduledScripts(const QVector<OVBackupItem> &items, const OVSettings &settings, const QString &toast)
 {
     const QByteArray templateText = readTemplate();
+    SharedOptions shared = sharedOptions(settings);
+    shared.toastApplication = toast;
     shared.scheduled = true;
     fillUser(shared);
     QList<QPair<QByteArray, QByteArray>> scripts;
     for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
-        const Script filled = script(files.frequency, items, options(files.frequency));
+        const Script filled = script(files.frequency, items, frequencyOptions(settings, files.frequency));
         if (filled.sources.isEmpty() || templateText.isEmpty()) {
             continue;
         }
@@ -219,13 +252,15 @@ buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<Fr
     return scripts;
 }
 
-QByteArray buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared)
+QByteArray buildManualScript(const QVector<OVBackupItem> &items, const OVSettings &settings, const QString &toast)
 {
-    const Script filled = script(OVFrequency::Manual, items, options);
+    const Script filled = script(OVFrequency::Manual, items, frequencyOptions(settings, OVFrequency::Manual));
     const QByteArray templateText = readTemplate();
     if (filled.sources.isEmpty() || templateText.isEmpty()) {
         return {};
     }
+    SharedOptions shared = sharedOptions(settings);
+    shared.toastApplication = toast;
     shared.scheduled = false;
     fillUser(shared);
     return fill(templateText, filled, shared);

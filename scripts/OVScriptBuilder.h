@@ -11,14 +11,15 @@
 #include <QPair>
 #include <QString>
 #include <QVector>
-#include <functional>
+
+class OVSettings;
 
 // Fills the backup script template. Every text the pane puts into the Ruby
 // program goes inside a double-quoted literal with \, " and # escaped, so
 // the Ruby value is the text byte for byte and no name can run code.
 namespace OVScriptBuilder
 {
-// The options of one frequency's check boxes.
+// The options of one frequency.
 struct FrequencyOptions {
     bool mirror = false;
     bool remote = false;
@@ -45,7 +46,7 @@ struct SharedOptions {
 };
 
 struct Script {
-    QByteArray frequency; // "Daily", "Weekly" or "Monthly"
+    QByteArray frequency; // the schedule's name (OVFixedPaths::FrequencyFiles)
     QByteArray logfile;
     QByteArray lastBackup;
     FrequencyOptions options;
@@ -69,10 +70,14 @@ QByteArray readTemplate();
 // frequency in table order (a Toast item's destination is "Toast").
 Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const FrequencyOptions &options);
 
-// The scheduled scripts for install_scripts, named "daily", "weekly" and
-// "monthly"; a frequency with no qualifying item has none.
-QList<QPair<QByteArray, QByteArray>>
-buildScheduledScripts(const QVector<OVBackupItem> &items, const std::function<FrequencyOptions(OVFrequency)> &options, SharedOptions shared);
+// The options as the settings hold them.
+FrequencyOptions frequencyOptions(const OVSettings &settings, OVFrequency frequency);
+SharedOptions sharedOptions(const OVSettings &settings);
+
+// The scheduled scripts for install_scripts, named by each schedule's word
+// ("daily"), from the items and the settings (toast: the Toast application's
+// name, or empty); a frequency with no qualifying item has none.
+QList<QPair<QByteArray, QByteArray>> buildScheduledScripts(const QVector<OVBackupItem> &items, const OVSettings &settings, const QString &toast);
 // The manual script for manual_backup; empty when no manual item qualifies.
-QByteArray buildManualScript(const QVector<OVBackupItem> &items, const FrequencyOptions &options, SharedOptions shared);
+QByteArray buildManualScript(const QVector<OVBackupItem> &items, const OVSettings &settings, const QString &toast);
 }

@@ -6,6 +6,7 @@
 #include "OVBundle.h"
 #include "OVLocalizedStrings.h"
 #include "ovfixedpaths.h"
+#include "ovstatus_debug.h"
 
 #include <KAcceleratorManager>
 
@@ -16,6 +17,8 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -36,7 +39,7 @@ QPixmap image(const char *name)
 }
 }
 
-OVStatusMonitor::OVStatusMonitor(const std::array<Row, 3> &rows, std::function<bool()> isAuthorized, QObject *parent)
+OVStatusMonitor::OVStatusMonitor(const std::array<Row, OVFixedPaths::ScheduledCount> &rows, std::function<bool()> isAuthorized, QObject *parent)
     : QObject(parent)
     , m_rows(rows)
     , m_isAuthorized(std::move(isAuthorized))
@@ -104,17 +107,19 @@ bool OVStatusMonitor::isBackupRunning()
                    return a.endsWith(".rb");
                });
     };
-    for (int i = 0; i < 3; ++i) {
+    for (std::size_t i = 0; i < m_running.size(); ++i) {
         m_running[i] = isRunningBackup(FilesOf[i].runFlag);
         struct stat info {
         };
         // Stale (or not a flag at all): ignored, and removed when we may; a
         // flag a run has only just made may not hold its PID yet.
-        if (!m_running[i] && ::lstat(FilesOf[i].runFlag, &info) == 0 && info.st_mtime < ::time(nullptr) - 10) {
-            ::unlink(FilesOf[i].runFlag);
+        if (!m_running[i] && ::lstat(FilesOf[i].runFlag, &info) == 0 && info.st_mtime < ::time(nullptr) - 10 && ::unlink(FilesOf[i].runFlag) != 0) {
+            qCDebug(OVLOG_STATUS) << "a stale run flag stays:" << FilesOf[i].runFlag << strerror(errno);
         }
     }
-    return m_running[0] || m_running[1] || m_running[2];
+    return std::any_of(m_running.cbegin(), m_running.cend(), [](bool running) {
+        return running;
+    });
 }
 
 std::optional<QDate> OVStatusMonitor::parseMarker(const QByteArray &text)
@@ -157,7 +162,7 @@ QString OVStatusMonitor::displayDate(const QByteArray &marker)
 void OVStatusMonitor::updateLogButtons()
 {
     const bool running = isBackupRunning();
-    for (int i = 0; i < 3; ++i) {
+    for (std::size_t i = 0; i < m_rows.size(); ++i) {
         QPushButton *button = m_rows[i].button;
         QLabel *status = m_rows[i].image;
         if (running && m_running[i]) {
@@ -192,6 +197,8 @@ void OVStatusMonitor::updateLogButtons()
         QByteArray text;
         if (marker.open(QIODevice::ReadOnly)) {
             text = marker.read(256);
+        } else {
+            qCInfo(OVLOG_STATUS) << "cannot read the last-backup marker" << marker.fileName() << marker.errorString();
         }
         const QString date = displayDate(text);
         button->setText(date.isEmpty() ? OVLocalized("None") : date);

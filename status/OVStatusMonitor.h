@@ -28,7 +28,7 @@ public:
     };
 
     // The rows of the scheduled frequencies, in their order.
-    OVStatusMonitor(const std::array<Row, 3> &rows, std::function<bool()> isAuthorized, QObject *parent = nullptr);
+    OVStatusMonitor(const std::array<Row, OVFixedPaths::ScheduledCount> &rows, std::function<bool()> isAuthorized, QObject *parent = nullptr);
 
     // Refreshes the three running flags: a run flag in /tmp counts while the
     // process whose PID it holds is alive and is a backup script (root's
@@ -62,8 +62,8 @@ Q_SIGNALS:
     void updated();
 
 private:
-    std::array<Row, 3> m_rows;
+    std::array<Row, OVFixedPaths::ScheduledCount> m_rows;
     std::function<bool()> m_isAuthorized;
-    std::array<bool, 3> m_running{};
+    std::array<bool, OVFixedPaths::ScheduledCount> m_running{};
     QTimer *m_timer;
 };

@@ -7,8 +7,10 @@
 #include "OVBackupItemModel.h"
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
+#include "OVSaveJob.h"
 #include "OVScheduleTables.h"
 #include "OVScriptBuilder.h"
+#include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
@@ -66,12 +68,19 @@ void write(const QString &file, const QByteArray &contents)
     out.write(contents);
 }
 
-// Hands what the edits made to install_crontab, as the pane does, and
-// waits for its answer (root needs no unlock).
-bool installed()
+// Hands the edited tables to install_crontab, as the pane does, and waits
+// for its answer (root needs no unlock).
+bool installed(const std::optional<QByteArray> &crontab, const std::optional<QByteArray> &anacrontab = std::nullopt)
 {
     QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
-    installCrontab();
+    OVToolLauncher::Parts parts;
+    if (crontab) {
+        parts.append({"crontab", *crontab});
+    }
+    if (anacrontab) {
+        parts.append({"anacrontab", *anacrontab});
+    }
+    OVToolLauncher::launch(OVFixedPaths::InstallCrontabTool, OVToolLauncher::parts(parts));
     if (!OVToolLauncher::instance()->waitForAll(30000) || finished.size() != 1) {
         return false;
     }
@@ -102,13 +111,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
-        m_times.dailyMinute = 30;
-        m_times.dailyHour = 15;
-        m_times.weeklyMinute = 5;
-        m_times.weeklyHour = 0;
-        m_times.weeklyDay = 6;
-        m_times.monthlyMinute = 45;
-        m_times.monthlyHour = 11;
+        m_times.at = {{{30, 15}, {5, 0}, {45, 11}}};
+        m_times.weekday = 6;
         m_times.dayOfMonth = 28;
     }
 
@@ -122,9 +126,7 @@ private Q_SLOTS:
 
     void helperInstallsTheEditedTablesByteForByte()
     {
-        buildCrontab(m_times, {true, true, true});
-        QVERIFY(buildAnacrontab({false, false, true}));
-        QVERIFY(installed());
+        QVERIFY(installed(crontabWith(m_times, {true, true, true}), anacrontabWith({false, false, true})));
         QCOMPARE(read(OVFixedPaths::Crontab),
                  DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QCOMPARE(read(OVFixedPaths::SavedCrontab), DebianCrontab);
@@ -132,13 +134,10 @@ private Q_SLOTS:
 
         // cron's own lines and order survive any number of edits.
         Times later = m_times;
-        later.dailyHour = 4;
-        buildCrontab(later, {true, false, true});
-        QVERIFY(installed());
+        later.at[0].hour = 4;
+        QVERIFY(installed(crontabWith(later, {true, false, true})));
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
-        restoreCrontab();
-        QVERIFY(restoreAnacrontab());
-        QVERIFY(installed());
+        QVERIFY(installed(crontabWith(later, {}), anacrontabWith({})));
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
         QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab);
     }
@@ -148,35 +147,33 @@ private Q_SLOTS:
         // Without /etc/crontab the saved copy is the base.
         QFile::remove(path(OVFixedPaths::Crontab));
         write(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
-        buildCrontab(m_times, {true, false, false});
-        QVERIFY(installed());
+        QVERIFY(installed(crontabWith(m_times, {true, false, false})));
         QCOMPARE(read(OVFixedPaths::Crontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
 
         // An unterminated last line is never joined by the line installed.
         write(path(OVFixedPaths::Crontab), "A=1");
-        buildCrontab(m_times, {false, true, false});
-        QVERIFY(installed());
+        QVERIFY(installed(crontabWith(m_times, {false, true, false})));
         QCOMPARE(read(OVFixedPaths::Crontab), "A=1\n" + cronLine(OVFrequency::Weekly, m_times));
 
-        // Neither readable: nothing is handed over, nothing changes.
+        // Neither readable: no table to hand over.
         QFile::remove(path(OVFixedPaths::Crontab));
         QFile::remove(path(OVFixedPaths::SavedCrontab));
-        buildCrontab(m_times, {true, true, true});
-        installed();
-        QVERIFY(!QFile::exists(path(OVFixedPaths::Crontab)));
+        QVERIFY(!crontabWith(m_times, {true, true, true}));
 
-        // No anacron: no anacron table is made.
+        // No anacron: no anacron table, and a save's schedule goes to cron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
-        QVERIFY(!buildAnacrontab({true, true, true}));
-        QVERIFY(!restoreAnacrontab());
-        installed();
-        QVERIFY(!QFile::exists(path(OVFixedPaths::Anacrontab)));
+        QVERIFY(!anacrontabWith({true, true, true}));
+        write(path(OVFixedPaths::Crontab), DebianCrontab);
+        bool useAnacron = true;
+        const auto parts = tables(useAnacron, m_times, {true, false, false});
+        QVERIFY(!useAnacron);
+        QCOMPARE(parts.size(), 1);
+        QCOMPARE(parts.first().second, DebianCrontab + cronLine(OVFrequency::Daily, m_times));
     }
 
     void anacronAcceptsAndRunsTheTable()
     {
-        QVERIFY(buildAnacrontab({true, true, true}));
-        QVERIFY(installed());
+        QVERIFY(installed(std::nullopt, anacrontabWith({true, true, true})));
         QProcess check;
         check.start(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)});
         QVERIFY(check.waitForFinished());
@@ -188,12 +185,9 @@ private Q_SLOTS:
         write(QStringLiteral("/root/source/file"), "daily");
         QDir().mkpath(QStringLiteral("/root/destination"));
         QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
-        const auto scripts = OVScriptBuilder::buildScheduledScripts(
-            {item(int(OVFrequency::Daily))},
-            [](OVFrequency) {
-                return OVScriptBuilder::FrequencyOptions();
-            },
-            OVScriptBuilder::SharedOptions());
+        OVSettings settings;
+        settings.setSafetyNet(false);
+        const auto scripts = OVScriptBuilder::buildScheduledScripts({item(int(OVFrequency::Daily))}, settings, QString());
         OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(scripts));
         QVERIFY(OVToolLauncher::instance()->waitForAll(30000));
         QCOMPARE(finished.size(), 1);
@@ -226,23 +220,21 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
+        // Set in the options and applied by their OK, as the user does.
+        pane.showOptions(nullptr);
         OVOptionsSheet *ui = pane.optionsSheet();
-        UI(ui, dailyHourPopUp)->setCurrentIndex(3);
-        UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 PM")));
-        UI(ui, weeklyDayPopUp)->setCurrentIndex(6);
-        UI(ui, dayOfMonthPopUp)->setCurrentIndex(27);
-        const Times times = pane.optionsSheet()->scheduleTimes();
-        QCOMPARE(times.dailyHour, 15);
-        QCOMPARE(times.dailyMinute, 30);
-        QCOMPARE(times.weeklyDay, 6);
-        QCOMPARE(times.dayOfMonth, 28);
-        UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 AM")));
-        QCOMPARE(pane.optionsSheet()->scheduleTimes().dailyHour, 3);
-        UI(ui, dailyMinutePopUp)->setCurrentIndex(UI(ui, dailyMinutePopUp)->findText(QStringLiteral(":30 PM")));
-
+        UI(ui, kcfg_DailyHour)->setCurrentIndex(3);
+        UI(ui, kcfg_DailyMinute)->setCurrentIndex(UI(ui, kcfg_DailyMinute)->findText(QStringLiteral(":30 PM")));
+        UI(ui, kcfg_WeeklyDay)->setCurrentIndex(6);
+        UI(ui, kcfg_DayOfMonth)->setCurrentIndex(27);
         pane.backupItems()->setItems(
             {item(int(OVFrequency::Daily)), item(int(OVFrequency::Weekly)), item(int(OVFrequency::Monthly)), item(int(OVFrequency::Manual))});
-        QVERIFY(pane.saveChanges(nullptr, &pane));
+        pane.hideOptions(UI(ui, okButton));
+        const Times times = OVScheduleTables::times(pane.settings());
+        QCOMPARE(times.at[0].hour, 15);
+        QCOMPARE(times.at[0].minute, 30);
+        QCOMPARE(times.weekday, 6);
+        QCOMPARE(times.dayOfMonth, 28);
         const QByteArray three =
             DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
         QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), three, 5000);
@@ -260,23 +252,39 @@ private Q_SLOTS:
         QFile::remove(path(OVFixedPaths::Anacrontab));
         pane.saveChanges(nullptr, nullptr);
         QVERIFY(!pane.useAnacron());
-        // (The restore above put the absent day of the month, the 1st, in the dialog.)
-        QCOMPARE(pane.optionsSheet()->scheduleTimes().dayOfMonth, 1);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Monthly, pane.optionsSheet()->scheduleTimes()), 5000);
+        QVERIFY(!OVSettingsDomain::read()->value(QStringLiteral("UseAnacron")).toBool());
+        QVERIFY(!UI(ui, kcfg_UseAnacron)->isChecked());
+        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Monthly, OVScheduleTables::times(pane.settings())), 5000);
 
-        // Backups off: the lines go.
+        // Backups off: the lines go, then the scripts; again and again.
         auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
+        for (int round = 0; round < 2; ++round) {
+            QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
+            master->setCurrentIndex(1);
+            pane.masterToggle(master);
+            QVERIFY(OVSaveJob::finishAll(10000));
+            QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+            QVERIFY(!QFile::exists(path(OVFixedPaths::MonthlyScript)));
+            master->setCurrentIndex(0);
+            pane.saveChanges(nullptr, nullptr);
+            QVERIFY(OVSaveJob::finishAll(10000));
+        }
         master->setCurrentIndex(1);
         pane.masterToggle(master);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab, 5000);
 
-        // Off, a save installs no schedule; locked, neither does it.
+        // Off, a save installs no schedule; locked, neither does it, nor does
+        // the switch remove anything.
         pane.saveChanges(nullptr, nullptr);
         master->setCurrentIndex(0);
         pane.removePrivilege();
         pane.saveChanges(nullptr, nullptr);
-        QTest::qWait(500);
+        QVERIFY(OVSaveJob::finishAll(10000));
         QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+        write(path(OVFixedPaths::MonthlyScript), "#!/usr/bin/ruby\n");
+        master->setCurrentIndex(1);
+        pane.masterToggle(master);
+        QVERIFY(OVSaveJob::finishAll(10000));
+        QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
     }
 };
 

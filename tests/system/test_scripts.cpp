@@ -7,6 +7,7 @@
 #include "OVBackupItemModel.h"
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
+#include "OVSaveJob.h"
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
@@ -70,12 +71,15 @@ private Q_SLOTS:
         };
         pane.backupItems()->setItems({item(int(OVFrequency::Daily), "/root/e2e/daily source", "/root/e2e/daily dest"),
                                       item(int(OVFrequency::Manual), "/root/e2e/manual source", "/root/e2e/manual dest")});
-        UI(pane.optionsSheet(), useSafetyNetCheck)->setChecked(false);
-        QVERIFY(pane.saveChanges(nullptr, &pane));
+        // The options' OK saves.
+        pane.showOptions(nullptr);
+        UI(pane.optionsSheet(), kcfg_SafetyNet)->setChecked(false);
+        pane.hideOptions(UI(pane.optionsSheet(), okButton));
+        QVERIFY(!pane.settings().safetyNet());
 
         // Only the daily schedule has items; its script is root's alone.
         const QString installed = QString::fromUtf8(OVFixedPaths::DailyScript);
-        QVERIFY(OVToolLauncher::instance()->waitForAll(30000));
+        QVERIFY(OVSaveJob::finishAll(30000));
         QVERIFY(QFile::exists(installed));
         QVERIFY(!QFile::exists(QString::fromUtf8(OVFixedPaths::WeeklyScript)));
         QVERIFY(read(installed).contains("sourceFolders = [ \"/root/e2e/daily source\" ]\n"));

@@ -6,8 +6,8 @@
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
 #include "OVSafetyNet.h"
+#include "OVSettings.h"
 #include "OVSettingsDomain.h"
-#include "OVSettingsTable.h"
 #include "ovconfig.h"
 #include "ovsheetchild.h"
 
@@ -56,7 +56,7 @@ private Q_SLOTS:
 
     void everySettingSurvivesSaveAndRestart()
     {
-        QVariantMap expected;
+        OVSettings expected;
         {
             OVOrvanePref pane(nullptr, {});
             OVOptionsSheet *ui = pane.optionsSheet();
@@ -69,33 +69,30 @@ private Q_SLOTS:
                 popUp->setCurrentIndex(popUp->count() - 1);
             }
             UI(ui, maxArchivesStepper)->setValue(7);
-            UI(ui, timeValueField)->setValue(45);
-            UI(ui, serverAddressField)->setText(QStringLiteral("smb://nas.local"));
-            UI(ui, userNameField)->setText(QStringLiteral("ann \"quoted\""));
-            UI(ui, volumeField)->setText(QStringLiteral("Backups ✓"));
-            expected = pane.optionsSheet()->values();
-            QCOMPARE(expected.value(QStringLiteral("MaxArchives")).toInt(), 7);
+            UI(ui, kcfg_TimeValue)->setValue(45);
+            UI(ui, kcfg_RemoteServerAddress)->setText(QStringLiteral("smb://nas.local"));
+            UI(ui, kcfg_RemoteUserName)->setText(QStringLiteral("ann \"quoted\""));
+            UI(ui, kcfg_RemoteVolumeName)->setText(QStringLiteral("Backups ✓"));
             pane.hideOptions(UI(ui, okButton));
             QVERIFY(!pane.optionsSheet()->isVisible());
+            expected = pane.settings();
+            QCOMPARE(expected.maxArchives(), 7);
+            QVERIFY(expected.hour(OVFrequency::Daily) != OVSettings().hour(OVFrequency::Daily));
         }
 
+        // Exactly the table's keys, typed as the domain always held them.
         const auto stored = OVSettingsDomain::read();
         QVERIFY(stored);
-        QStringList keys;
-        for (const OVSettingsTable::Setting &setting : OVSettingsTableRange()) {
-            keys.append(QString::fromLatin1(setting.key));
-        }
-        keys.sort();
-        QCOMPARE(stored->keys(), keys);
+        QCOMPARE(stored->keys(), OVSettings().domain().keys());
         QCOMPARE(stored->value(QStringLiteral("SafetyNetFolder")).toString(), OVSafetyNet::defaultFolder());
         QCOMPARE(stored->value(QStringLiteral("Locked")).userType(), int(QMetaType::Bool));
         QCOMPARE(stored->value(QStringLiteral("MaxArchives")).userType(), int(QMetaType::LongLong));
 
         OVOrvanePref restarted(nullptr, {});
-        const QVariantMap restored = restarted.optionsSheet()->values();
-        for (auto it = expected.constBegin(); it != expected.constEnd(); ++it) {
-            QVERIFY2(restored.value(it.key()) == it.value(), qPrintable(it.key()));
+        for (const OVSettings::Item &item : OVSettings::items()) {
+            QVERIFY2(restarted.settings().value(item.key) == expected.value(item.key), qPrintable(item.key));
         }
+        QCOMPARE(UI(restarted.optionsSheet(), kcfg_RemoteUserName)->text(), QStringLiteral("ann \"quoted\""));
         QCOMPARE(UI(restarted.optionsSheet(), maxArchivesStepper)->value(), 7);
     }
 
@@ -105,58 +102,21 @@ private Q_SLOTS:
         {
             OVOrvanePref pane(nullptr, {});
             OVOptionsSheet *ui = pane.optionsSheet();
-            designedHour = UI(ui, dailyHourPopUp)->currentText();
-            QCOMPARE(UI(ui, soundPopUp)->currentText(), QStringLiteral("Magic Bell"));
-            QVERIFY(UI(ui, useSafetyNetCheck)->isChecked() && UI(ui, displayAlertCheck)->isChecked() && UI(ui, playSoundCheck)->isChecked());
+            designedHour = UI(ui, kcfg_DailyHour)->currentText();
+            QCOMPARE(UI(ui, kcfg_Sound)->currentText(), QStringLiteral("Magic Bell"));
+            QVERIFY(UI(ui, kcfg_SafetyNet)->isChecked() && UI(ui, kcfg_DisplayAlert)->isChecked() && UI(ui, kcfg_PlaySound)->isChecked());
         }
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("WaitUntilAway"), true}}));
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *ui = pane.optionsSheet();
-        QVERIFY(UI(ui, waitUntilAwayCheck)->isChecked());
-        QVERIFY(UI(ui, useSafetyNetCheck)->isChecked() && UI(ui, displayAlertCheck)->isChecked() && UI(ui, playSoundCheck)->isChecked());
-        QVERIFY(!UI(ui, autoConnectCheck)->isChecked() && !UI(ui, dailyMirrorFoldersCheck)->isChecked());
-        QCOMPARE(UI(ui, maxArchivesField)->value(), 3);
+        QVERIFY(UI(ui, kcfg_WaitUntilAway)->isChecked());
+        QVERIFY(UI(ui, kcfg_SafetyNet)->isChecked() && UI(ui, kcfg_DisplayAlert)->isChecked() && UI(ui, kcfg_PlaySound)->isChecked());
+        // The rest as the table says (test_optionssheet reads every key).
         QCOMPARE(UI(ui, maxArchivesStepper)->value(), 3);
-        QCOMPARE(UI(ui, timeValueField)->value(), 2);
-        QCOMPARE(UI(ui, timeUnitPopUp)->currentIndex(), 1);
-        QCOMPARE(UI(ui, weeklyDayPopUp)->currentIndex(), 0);
-        QCOMPARE(UI(ui, dailyHourPopUp)->currentText(), designedHour);
-        QCOMPARE(UI(ui, soundPopUp)->currentText(), QStringLiteral("Magic Bell"));
+        QCOMPARE(UI(ui, kcfg_DailyHour)->currentText(), designedHour);
+        QCOMPARE(UI(ui, kcfg_Sound)->currentText(), QStringLiteral("Magic Bell"));
         QCOMPARE(pane.safetyNet()->safetyNetFolder(), OVSafetyNet::defaultFolder());
         QVERIFY(UI(ui, versionField)->text().endsWith(QStringLiteral(OV_VERSION)));
-    }
-
-    void storedValuesOfWrongTypeOrRange()
-    {
-        QVERIFY(OVSettingsDomain::replace({
-            {QStringLiteral("DailyHour"), 12},
-            {QStringLiteral("WeeklyHour"), 11},
-            {QStringLiteral("MonthlyHour"), -3},
-            {QStringLiteral("DailyMinute"), QStringLiteral("not a number")},
-            {QStringLiteral("ArchiveItems"), 99},
-            {QStringLiteral("TimeUnit"), 2.7},
-            {QStringLiteral("MaxArchives"), 100000},
-            {QStringLiteral("TimeValue"), -5},
-            {QStringLiteral("SafetyNet"), QStringLiteral("false")},
-            {QStringLiteral("DisplayAlert"), 0},
-            {QStringLiteral("Sound"), QStringLiteral("No Such Sound")},
-            {QStringLiteral("SafetyNetFolder"), 42},
-            {QStringLiteral("RemoteUserName"), true},
-            {QStringLiteral("Master"), QStringLiteral("x")},
-        }));
-        OVOrvanePref pane(nullptr, {});
-        OVOptionsSheet *ui = pane.optionsSheet();
-        QCOMPARE(UI(ui, weeklyHourPopUp)->currentIndex(), 11);
-        QVERIFY(UI(ui, dailyHourPopUp)->currentIndex() >= 0 && UI(ui, monthlyHourPopUp)->currentIndex() >= 0);
-        QVERIFY(UI(ui, dailyMinutePopUp)->currentIndex() >= 0 && UI(ui, archivePopUp)->currentIndex() >= 0);
-        QCOMPARE(UI(ui, maxArchivesField)->value(), UI(ui, maxArchivesField)->maximum());
-        QCOMPARE(UI(ui, timeValueField)->value(), UI(ui, timeValueField)->minimum());
-        QVERIFY(!UI(ui, useSafetyNetCheck)->isChecked());
-        QVERIFY(!UI(ui, displayAlertCheck)->isChecked());
-        QCOMPARE(UI(ui, soundPopUp)->currentText(), QStringLiteral("Magic Bell"));
-        QCOMPARE(pane.safetyNet()->safetyNetFolder(), QStringLiteral("42"));
-        QVERIFY(pane.saveChanges(nullptr, nullptr));
-        QVERIFY(OVSettingsDomain::read());
     }
 
     void cancelThrowsEditsAway()
@@ -164,70 +124,27 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
-        UI(ui, maxArchivesField)->setValue(9);
+        UI(ui, kcfg_MaxArchives)->setValue(9);
         pane.hideOptions(UI(ui, okButton));
         const QByteArray stored = readDomainFile();
         QVERIFY(!stored.isEmpty());
 
         pane.showOptions(nullptr);
-        UI(ui, maxArchivesField)->setValue(20);
-        UI(ui, waitUntilAwayCheck)->setChecked(true);
-        UI(ui, serverAddressField)->setText(QStringLiteral("afp://elsewhere"));
+        UI(ui, kcfg_MaxArchives)->setValue(20);
+        UI(ui, kcfg_WaitUntilAway)->setChecked(true);
+        UI(ui, kcfg_RemoteServerAddress)->setText(QStringLiteral("afp://elsewhere"));
         pane.hideOptions(UI(ui, cancelButton));
         QCOMPARE(readDomainFile(), stored);
-        QCOMPARE(UI(ui, maxArchivesField)->value(), 9);
-        QVERIFY(!UI(ui, waitUntilAwayCheck)->isChecked());
-        QVERIFY(UI(ui, serverAddressField)->text().isEmpty());
+        QCOMPARE(UI(ui, kcfg_MaxArchives)->value(), 9);
+        QVERIFY(!UI(ui, kcfg_WaitUntilAway)->isChecked());
+        QVERIFY(UI(ui, kcfg_RemoteServerAddress)->text().isEmpty());
 
         // Escape counts as Cancel.
         pane.showOptions(nullptr);
-        UI(ui, maxArchivesField)->setValue(30);
+        UI(ui, kcfg_MaxArchives)->setValue(30);
         QTest::keyClick(pane.optionsSheet(), Qt::Key_Escape);
         QVERIFY(!pane.optionsSheet()->isVisible());
-        QCOMPARE(UI(ui, maxArchivesField)->value(), 9);
-    }
-
-    void enableRules()
-    {
-        OVOrvanePref pane(nullptr, {});
-        OVOptionsSheet *sheet = pane.optionsSheet();
-        OVOptionsSheet *ui = sheet;
-
-        UI(ui, displayAlertCheck)->setChecked(true);
-        UI(ui, autoDismissCheck)->setChecked(true);
-        sheet->updatePrefsUI();
-        QVERIFY(UI(ui, autoDismissCheck)->isEnabled() && UI(ui, timeValueField)->isEnabled() && UI(ui, timeValueStepper)->isEnabled()
-                && UI(ui, timeUnitPopUp)->isEnabled());
-        // A click on a governing box applies the rules by itself.
-        UI(ui, displayAlertCheck)->click();
-        QVERIFY(!UI(ui, autoDismissCheck)->isEnabled());
-        QVERIFY(!UI(ui, timeValueField)->isEnabled() && !UI(ui, timeValueStepper)->isEnabled() && !UI(ui, timeUnitPopUp)->isEnabled());
-        UI(ui, displayAlertCheck)->click();
-        UI(ui, autoDismissCheck)->click();
-        QVERIFY(UI(ui, autoDismissCheck)->isEnabled() && !UI(ui, timeUnitPopUp)->isEnabled());
-
-        UI(ui, playSoundCheck)->setChecked(true);
-        UI(ui, playSoundCheck)->click();
-        QVERIFY(!UI(ui, soundPopUp)->isEnabled());
-
-        UI(ui, autoConnectCheck)->setChecked(false);
-        UI(ui, autoConnectCheck)->click();
-        QVERIFY(UI(ui, serverAddressField)->isEnabled() && UI(ui, userNameField)->isEnabled() && UI(ui, volumeField)->isEnabled());
-        UI(ui, autoConnectCheck)->click();
-        QVERIFY(!UI(ui, serverAddressField)->isEnabled() && !UI(ui, volumeField)->isEnabled());
-
-        // The open button wants the folder on disk as well as the Safety Net on.
-        UI(ui, useSafetyNetCheck)->setChecked(true);
-        sheet->updatePrefsUI();
-        QVERIFY(QFileInfo(OVSafetyNet::defaultFolder()).isDir());
-        QVERIFY(UI(ui, openArchiveFolderButton)->isEnabled() && UI(ui, archivePopUp)->isEnabled() && UI(ui, maxArchivesStepper)->isEnabled());
-        QVERIFY(QDir(OVSafetyNet::defaultFolder()).removeRecursively());
-        sheet->updatePrefsUI();
-        QVERIFY(!UI(ui, openArchiveFolderButton)->isEnabled() && UI(ui, chooseArchiveFolderButton)->isEnabled());
-        pane.createSafetyNetFolder(nullptr);
-        UI(ui, useSafetyNetCheck)->click();
-        QVERIFY(!UI(ui, openArchiveFolderButton)->isEnabled() && !UI(ui, chooseArchiveFolderButton)->isEnabled() && !UI(ui, archivePopUp)->isEnabled());
-        QVERIFY(!UI(ui, maxArchivesField)->isEnabled());
+        QCOMPARE(UI(ui, kcfg_MaxArchives)->value(), 9);
     }
 
     void sheetHeightFollowsTheTab()
@@ -259,28 +176,6 @@ private Q_SLOTS:
         pane.hideOptions(UI(ui, cancelButton));
     }
 
-    void schedulePopUpsCarryCronNumbers()
-    {
-        OVOrvanePref pane(nullptr, {});
-        OVOptionsSheet *ui = pane.optionsSheet();
-        QCOMPARE(UI(ui, dailyHourPopUp)->count(), 12);
-        for (int i = 0; i < 12; ++i) {
-            QCOMPARE(UI(ui, dailyHourPopUp)->itemData(i).toInt(), i);
-        }
-        QCOMPARE(UI(ui, dailyHourPopUp)->itemText(0), QStringLiteral("12"));
-        for (QComboBox *minutes : {UI(ui, dailyMinutePopUp), UI(ui, weeklyMinutePopUp), UI(ui, monthlyMinutePopUp)}) {
-            for (int i = 0; i < minutes->count(); ++i) {
-                const QString last = minutes->itemText(i).split(QLatin1Char(' ')).last();
-                QVERIFY(last == QLatin1String("AM") || last == QLatin1String("PM"));
-                QCOMPARE(minutes->itemData(i).toInt(), (i % 12) * 5);
-            }
-        }
-        QCOMPARE(UI(ui, weeklyDayPopUp)->itemData(0).toInt(), 0);
-        QCOMPARE(UI(ui, weeklyDayPopUp)->itemText(0), QStringLiteral("Sunday"));
-        QCOMPARE(UI(ui, dayOfMonthPopUp)->count(), 31);
-        QCOMPARE(UI(ui, dayOfMonthPopUp)->itemData(30).toInt(), 31);
-    }
-
     void anacronTakesTheTimes()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("UseAnacron"), true}}));
@@ -288,7 +183,7 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
-        QVERIFY(UI(ui, dailyHourPopUp)->isEnabled() && UI(ui, dayOfMonthPopUp)->isEnabled());
+        QVERIFY(UI(ui, kcfg_DailyHour)->isEnabled() && UI(ui, kcfg_DayOfMonth)->isEnabled());
         QVERIFY(UI(ui, anacronTextField)->text().isEmpty());
         pane.hideOptions(UI(ui, cancelButton));
 
@@ -296,17 +191,17 @@ private Q_SLOTS:
         QVERIFY(table.open(QIODevice::WriteOnly));
         table.close();
         pane.showOptions(nullptr);
-        for (QComboBox *popUp : {UI(ui, dailyHourPopUp),
-                                 UI(ui, weeklyHourPopUp),
-                                 UI(ui, monthlyHourPopUp),
-                                 UI(ui, dailyMinutePopUp),
-                                 UI(ui, weeklyMinutePopUp),
-                                 UI(ui, monthlyMinutePopUp),
-                                 UI(ui, weeklyDayPopUp),
-                                 UI(ui, dayOfMonthPopUp)}) {
+        for (QComboBox *popUp : {UI(ui, kcfg_DailyHour),
+                                 UI(ui, kcfg_WeeklyHour),
+                                 UI(ui, kcfg_MonthlyHour),
+                                 UI(ui, kcfg_DailyMinute),
+                                 UI(ui, kcfg_WeeklyMinute),
+                                 UI(ui, kcfg_MonthlyMinute),
+                                 UI(ui, kcfg_WeeklyDay),
+                                 UI(ui, kcfg_DayOfMonth)}) {
             QVERIFY(!popUp->isEnabled());
         }
-        QVERIFY(UI(ui, archivePopUp)->isEnabled());
+        QVERIFY(UI(ui, kcfg_ArchiveItems)->isEnabled());
         QVERIFY(!UI(ui, anacronTextField)->text().isEmpty());
         pane.hideOptions(UI(ui, okButton));
         QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("UseAnacron")).toBool());

@@ -108,7 +108,7 @@ private Q_SLOTS:
 
     void readsArchiveWrittenByThePlatform()
     {
-        QFile file(QFINDTESTDATA("data/apple-keyed-archive.xml"));
+        QFile file(QStringLiteral(OV_SOURCE_DIR "/tests/unit/data/apple-keyed-archive.xml"));
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray xml = file.readAll();
         // The same archive in binary form, as libplist turns it back out.
@@ -136,7 +136,7 @@ private Q_SLOTS:
     void refusesWhatIsNoItemList_data()
     {
         QTest::addColumn<QByteArray>("data");
-        QFile file(QFINDTESTDATA("data/apple-keyed-archive.xml"));
+        QFile file(QStringLiteral(OV_SOURCE_DIR "/tests/unit/data/apple-keyed-archive.xml"));
         file.open(QIODevice::ReadOnly);
         const QByteArray xml = file.readAll();
         QTest::newRow("empty") << QByteArray();

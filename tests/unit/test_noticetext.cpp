@@ -22,11 +22,14 @@ private Q_SLOTS:
                  std::optional<qint64>(7000));
         QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 2}}),
                  std::optional<qint64>(3 * 3600 * 1000));
-        // Out of range: at least a second, at most a day.
+        // Out of range: at least a second, at most a day; a unit beyond the
+        // menu is the menu's default, minutes, as the options show it.
         QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 0}, {QStringLiteral("TimeUnit"), 0}}),
                  std::optional<qint64>(1000));
-        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 999}, {QStringLiteral("TimeUnit"), 9}}),
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 999}, {QStringLiteral("TimeUnit"), 2}}),
                  std::optional<qint64>(24 * 3600 * 1000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 9}}),
+                 std::optional<qint64>(3 * 60 * 1000));
     }
 
     void kindOfRunNamesManualRuns()

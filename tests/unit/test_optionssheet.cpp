@@ -1,101 +1,261 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The options sheet against the settings table, on its own: each key is
-// stored from its own control and restored into it, and absent keys take
-// the table's absent values.
+// The settings, declared once, and the options sheet bound to them by name:
+// each key reaches its own control and comes back from it, the interface
+// file's design is the defaults, and a stored domain is read value by value
+// as the table says. Any user.
 #include "OVOptionsSheet.h"
 #include "OVSafetyNet.h"
-#include "OVSettingsTable.h"
+#include "OVScheduleTables.h"
+#include "OVSettings.h"
+#include "OVSettingsBinding.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QSpinBox>
+#include <QTemporaryDir>
 #include <QTest>
 
 class TestOptionsSheet : public QObject
 {
     Q_OBJECT
 
-    // "DailyHour" is held by "dailyHourPopUp", "SafetyNet" by
-    // "useSafetyNetCheck": the control's name follows the key.
-    template<typename T>
-    static T *control(QObject *sheet, const QString &key, const char *suffix)
+    // A value of each setting's type that no other setting holds.
+    static QVariant distinct(const OVSettings::Item &item, int n)
     {
-        const QString lower = key.left(1).toLower() + key.mid(1);
-        for (const QString &name : QStringList{lower + QLatin1String(suffix), QStringLiteral("use") + key + QLatin1String(suffix)}) {
-            if (auto *found = sheet->findChild<T *>(name)) {
-                return found;
-            }
+        switch (item.kind) {
+        case OVSettings::Kind::Flag:
+            return !item.defaultValue.toBool();
+        case OVSettings::Kind::Index:
+        case OVSettings::Kind::Count:
+            // Off the default, inside the range.
+            return item.minimum + (item.defaultValue.toInt() - item.minimum + 1 + n % qMax(1, item.maximum - item.minimum)) % (item.maximum - item.minimum + 1);
+        case OVSettings::Kind::Text:
+            return QStringLiteral("text %1").arg(n);
         }
-        return nullptr;
+        return QVariant();
     }
 
 private Q_SLOTS:
-    void everyKeyComesFromItsOwnControl()
+    void everyKeyComesBackFromItsOwnControl()
     {
-        OVSafetyNet safetyNet;
-        OVOptionsSheet sheet(&safetyNet);
-        // Every pop-up a different index, every box a different pattern, so
-        // a key read from another control shows.
+        OVSettings settings;
+        OVSafetyNet safetyNet(&settings);
+        OVOptionsSheet sheet(&settings, &safetyNet);
+        auto *sound = sheet.soundPopUp();
         int n = 0;
-        for (QComboBox *popUp : sheet.findChildren<QComboBox *>()) {
-            if (popUp->count() > 0) {
-                popUp->setCurrentIndex(n++ % popUp->count());
-            }
+        for (const OVSettings::Item &item : OVSettings::items()) {
+            settings.setValue(item.key, distinct(item, n++));
         }
-        n = 0;
-        for (QCheckBox *check : sheet.findChildren<QCheckBox *>()) {
-            check->setChecked(n++ % 3 == 0);
-        }
-        const QVariantMap values = sheet.values();
-        int popUps = 0;
-        int checks = 0;
-        for (const OVSettingsTable::Setting &setting : OVSettingsTableRange()) {
-            const QString key = QString::fromLatin1(setting.key);
-            auto *popUp = setting.type == OVSettingsTable::Type::Integer ? control<QComboBox>(&sheet, key, "PopUp") : nullptr;
-            if (popUp) {
-                QVERIFY2(values.contains(key), setting.key);
-                QCOMPARE(values.value(key).toInt(), popUp->currentIndex());
-                ++popUps;
-            } else if (auto *check = control<QCheckBox>(&sheet, key, "Check")) {
-                QVERIFY2(values.value(key).toBool() == check->isChecked(), setting.key);
-                ++checks;
-            }
-        }
-        QCOMPARE(values.value(QStringLiteral("ArchiveItems")).toInt(), sheet.findChild<QComboBox *>(QStringLiteral("archivePopUp"))->currentIndex());
-        QCOMPARE(popUps, 9);
-        QCOMPARE(values.value(QStringLiteral("AutoDismissAlert")).toBool(), sheet.findChild<QCheckBox *>(QStringLiteral("autoDismissCheck"))->isChecked());
-        QCOMPARE(checks, 24);
+        sound->addItem(settings.sound());
+        const OVSettings held = settings;
+        sheet.load();
 
-        // And back: a fresh sheet shows what the first one held.
-        OVOptionsSheet restored(&safetyNet);
-        restored.restore(values);
-        QCOMPARE(restored.values(), values);
-        // The scripts read the same boxes the store does.
-        QCOMPARE(restored.frequencyOptions(OVFrequency::Weekly).mirror, values.value(QStringLiteral("WeeklyMirrorFolders")).toBool());
-        QCOMPARE(restored.frequencyOptions(OVFrequency::Manual).repairPermissions, values.value(QStringLiteral("ManuallyRepairPermissions")).toBool());
+        // Read back into a fresh object: a key bound to another's control,
+        // or not bound at all, comes back as something else.
+        OVSettings readBack;
+        OVSettingsBinding binding(&sheet, &readBack);
+        binding.updateSettings();
+        QStringList bound = binding.keys();
+        for (const OVSettings::Item &item : OVSettings::items()) {
+            if (bound.contains(item.key)) {
+                QVERIFY2(readBack.value(item.key) == held.value(item.key), qPrintable(item.key));
+            }
+        }
+        // Every key has its control, but the pane's own four.
+        bound.sort();
+        QStringList expected;
+        for (const OVSettings::Item &item : OVSettings::items()) {
+            expected.append(item.key);
+        }
+        for (const char *own : {"Master", "Locked", "ShowOnlyErrors", "SafetyNetFolder"}) {
+            expected.removeOne(QLatin1String(own));
+        }
+        expected.sort();
+        QCOMPARE(bound, expected);
+        QVERIFY(!binding.hasChanged());
     }
 
-    void absentKeysTakeTheTableValues()
+    void theDesignIsTheDefaults()
     {
-        OVSafetyNet safetyNet;
-        OVOptionsSheet sheet(&safetyNet);
-        const int designedHour = sheet.findChild<QComboBox *>(QStringLiteral("dailyHourPopUp"))->currentIndex();
-        sheet.restore({{QStringLiteral("WaitUntilAway"), true}, {QStringLiteral("MaxArchives"), QStringLiteral("not a number")}});
-        const QVariantMap values = sheet.values();
-        QVERIFY(values.value(QStringLiteral("WaitUntilAway")).toBool());
-        QVERIFY(values.value(QStringLiteral("SafetyNet")).toBool());
-        QVERIFY(values.value(QStringLiteral("DisplayAlert")).toBool());
-        QVERIFY(!values.value(QStringLiteral("AutoConnect")).toBool());
-        QCOMPARE(values.value(QStringLiteral("MaxArchives")).toInt(), 3);
-        QCOMPARE(values.value(QStringLiteral("TimeUnit")).toInt(), 1);
-        // Times the store lacks keep the sheet's own.
-        QCOMPARE(values.value(QStringLiteral("DailyHour")).toInt(), designedHour);
-        // Every key the sheet stores is in the table; the pane adds the rest.
-        for (auto it = values.constBegin(); it != values.constEnd(); ++it) {
-            QVERIFY2(OVSettingsTable::find(it.key()), qPrintable(it.key()));
+        // The interface file's states, untouched, read as settings.
+        OVSettings settings;
+        OVSafetyNet safetyNet(&settings);
+        OVOptionsSheet sheet(&settings, &safetyNet);
+        sheet.soundPopUp()->addItem(settings.sound());
+        OVSettings design;
+        OVSettingsBinding(&sheet, &design).updateSettings();
+        for (const OVSettings::Item &item : OVSettings::items()) {
+            QVERIFY2(design.value(item.key) == item.defaultValue, qPrintable(item.key));
         }
-        QCOMPARE(values.size() + 4, OVSettingsTable::count());
+
+        // And every menu has the entries its setting's range counts.
+        OVSettingsBinding binding(&sheet, &settings);
+        for (const QString &key : binding.keys()) {
+            const OVSettings::Item *item = OVSettings::item(key);
+            if (auto *menu = qobject_cast<QComboBox *>(binding.widget(key)); menu && item->kind == OVSettings::Kind::Index) {
+                QVERIFY2(menu->count() == item->maximum + 1, qPrintable(key));
+            } else if (auto *count = qobject_cast<QSpinBox *>(binding.widget(key))) {
+                QVERIFY2(count->minimum() == item->minimum && count->maximum() == item->maximum, qPrintable(key));
+            }
+        }
+    }
+
+    void aStoredDomainIsReadAsTheTableSays_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QVariant>("stored");
+        QTest::addColumn<QVariant>("read");
+        const auto row = [](const char *name, const char *key, const QVariant &stored, const QVariant &read) {
+            QTest::newRow(name) << QString::fromLatin1(key) << stored << read;
+        };
+        row("absent flag on", "SafetyNet", QVariant(), true);
+        row("absent count", "MaxArchives", QVariant(), 3);
+        row("absent index", "TimeUnit", QVariant(), 1);
+        row("absent hour", "WeeklyHour", QVariant(), 3);
+        row("absent sound", "Sound", QVariant(), QStringLiteral("Magic Bell"));
+        row("hour in range", "WeeklyHour", 11, 11);
+        row("hour beyond the menu", "DailyHour", 12, 2);
+        row("negative hour", "MonthlyHour", -3, 4);
+        row("text for an index", "DailyMinute", QStringLiteral("not a number"), 0);
+        row("master beyond the menu", "Master", 7, 0);
+        row("archive choice beyond", "ArchiveItems", 99, 0);
+        row("count above", "MaxArchives", 100000, 99);
+        row("count below", "TimeValue", -5, 1);
+        row("text for a flag", "SafetyNet", QStringLiteral("false"), false);
+        row("number for a flag", "DisplayAlert", 0, false);
+        row("number for a text", "SafetyNetFolder", 42, QStringLiteral("42"));
+        row("flag for a text", "RemoteUserName", true, QStringLiteral("true"));
+        row("empty folder", "SafetyNetFolder", QString(), OVSettings::defaultSafetyNetFolder());
+        row("per frequency", "ManuallyRepairPermissions", true, true);
+    }
+    void aStoredDomainIsReadAsTheTableSays()
+    {
+        QFETCH(QString, key);
+        QFETCH(QVariant, stored);
+        OVSettings settings;
+        settings.setDomain(stored.isValid() ? QVariantMap{{key, stored}} : QVariantMap{});
+        QTEST(settings.value(key), "read");
+        // Written back with exactly the table's keys, typed.
+        const QVariantMap domain = settings.domain();
+        QCOMPARE(domain.size(), OVSettings::items().size());
+        QCOMPARE(domain.size(), 45);
+        QCOMPARE(domain.value(key).userType(), settings.value(key).userType());
+    }
+
+    void typedAccessorsAreTheKeys()
+    {
+        OVSettings settings;
+        settings.setDomain({{QStringLiteral("WeeklyMirrorFolders"), true}, {QStringLiteral("MonthlyMinute"), 13}, {QStringLiteral("MaxArchives"), 7}});
+        QVERIFY(settings.mirrorFolders(OVFrequency::Weekly));
+        QVERIFY(!settings.mirrorFolders(OVFrequency::Daily) && !settings.mirrorFolders(OVFrequency::Manual));
+        QCOMPARE(settings.minute(OVFrequency::Monthly), 13);
+        QCOMPARE(settings.maxArchives(), 7);
+        settings.setRepairPermissions(OVFrequency::Manual, true);
+        QCOMPARE(settings.domain().value(QStringLiteral("ManuallyRepairPermissions")), QVariant(true));
+    }
+
+    // The schedule runs at the times the menus' titles say.
+    void menuTitlesAreTheScheduleTimes()
+    {
+        OVSettings settings;
+        OVSafetyNet safetyNet(&settings);
+        OVOptionsSheet sheet(&settings, &safetyNet);
+        const OVSettingsBinding *binding = sheet.binding();
+        auto menu = [binding](const QString &key) {
+            return qobject_cast<QComboBox *>(binding->widget(key));
+        };
+        for (const OVFixedPaths::FrequencyFiles &schedule : OVFixedPaths::Scheduled) {
+            const QString name = QString::fromLatin1(schedule.name);
+            QComboBox *hours = menu(name + QStringLiteral("Hour"));
+            QComboBox *minutes = menu(name + QStringLiteral("Minute"));
+            QVERIFY(hours && minutes);
+            for (int h = 0; h < hours->count(); ++h) {
+                for (int m = 0; m < minutes->count(); ++m) {
+                    settings.setHour(schedule.frequency, h);
+                    settings.setMinute(schedule.frequency, m);
+                    const auto time = OVScheduleTables::times(settings).at[int(schedule.frequency)];
+                    // "3" and ":30 PM" is 15:30.
+                    const QStringList title = minutes->itemText(m).split(QLatin1Char(' '));
+                    const int hour = hours->itemText(h).toInt() % 12 + (title.value(1) == QLatin1String("PM") ? 12 : 0);
+                    QCOMPARE(time.hour, hour);
+                    QCOMPARE(time.minute, title.value(0).mid(1).toInt());
+                }
+            }
+        }
+        QCOMPARE(menu(QStringLiteral("WeeklyDay"))->itemText(0), QStringLiteral("Sunday"));
+        for (int day = 0; day < menu(QStringLiteral("DayOfMonth"))->count(); ++day) {
+            settings.setDayOfMonth(day);
+            QCOMPARE(OVScheduleTables::times(settings).dayOfMonth, menu(QStringLiteral("DayOfMonth"))->itemText(day).toInt());
+        }
+    }
+
+    // A click on a governing box enables or disables what it governs.
+    void governingBoxesEnableTheirControls_data()
+    {
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<QStringList>("controls");
+        const QStringList delay{QStringLiteral("kcfg_TimeValue"), QStringLiteral("timeValueStepper"), QStringLiteral("kcfg_TimeUnit")};
+        const QStringList server{QStringLiteral("kcfg_RemoteServerAddress"),
+                                 QStringLiteral("kcfg_RemoteUserName"),
+                                 QStringLiteral("passwordField"),
+                                 QStringLiteral("kcfg_RemoteVolumeName"),
+                                 QStringLiteral("connectButton")};
+        const QStringList safetyNet{QStringLiteral("kcfg_ArchiveItems"),
+                                    QStringLiteral("kcfg_MaxArchives"),
+                                    QStringLiteral("maxArchivesStepper"),
+                                    QStringLiteral("chooseArchiveFolderButton"),
+                                    QStringLiteral("openArchiveFolderButton")};
+        QTest::newRow("alert off") << QStringLiteral("kcfg_DisplayAlert") << false << (QStringList{QStringLiteral("kcfg_AutoDismissAlert")} + delay);
+        QTest::newRow("dismiss on") << QStringLiteral("kcfg_AutoDismissAlert") << true << delay;
+        QTest::newRow("dismiss off") << QStringLiteral("kcfg_AutoDismissAlert") << false << delay;
+        QTest::newRow("sound off") << QStringLiteral("kcfg_PlaySound") << false << QStringList{QStringLiteral("kcfg_Sound")};
+        QTest::newRow("sound on") << QStringLiteral("kcfg_PlaySound") << true << QStringList{QStringLiteral("kcfg_Sound")};
+        QTest::newRow("connect on") << QStringLiteral("kcfg_AutoConnect") << true << server;
+        QTest::newRow("connect off") << QStringLiteral("kcfg_AutoConnect") << false << server;
+        QTest::newRow("safety net off") << QStringLiteral("kcfg_SafetyNet") << false << safetyNet;
+        QTest::newRow("safety net on") << QStringLiteral("kcfg_SafetyNet") << true << safetyNet;
+    }
+    void governingBoxesEnableTheirControls()
+    {
+        QFETCH(QString, box);
+        QFETCH(bool, on);
+        QFETCH(QStringList, controls);
+        QTemporaryDir folder;
+        OVSettings settings;
+        settings.setSafetyNetFolder(folder.path());
+        settings.setAutoDismissAlert(true);
+        settings.setValue(box.mid(5), !on);
+        OVSafetyNet safetyNet(&settings);
+        OVOptionsSheet sheet(&settings, &safetyNet);
+        sheet.load();
+        sheet.findChild<QCheckBox *>(box)->click();
+        for (const QString &control : controls) {
+            QVERIFY2(sheet.findChild<QWidget *>(control)->isEnabled() == on, qPrintable(control));
+        }
+        // Opening the Safety Net wants its folder on disk too.
+        QVERIFY(folder.remove());
+        sheet.updatePrefsUI();
+        QVERIFY(!sheet.findChild<QPushButton *>(QStringLiteral("openArchiveFolderButton"))->isEnabled());
+    }
+
+    void anUnknownSoundSelectsTheBell()
+    {
+        OVSettings settings;
+        OVSafetyNet safetyNet(&settings);
+        OVOptionsSheet sheet(&settings, &safetyNet);
+        for (const char *title : {"Basso", "Magic Bell", "Glass"}) {
+            sheet.soundPopUp()->addItem(QString::fromLatin1(title));
+        }
+        settings.setSound(QStringLiteral("Glass"));
+        sheet.load();
+        QCOMPARE(sheet.soundPopUp()->currentText(), QStringLiteral("Glass"));
+        settings.setSound(QStringLiteral("No Such Sound"));
+        sheet.load();
+        QCOMPARE(sheet.soundPopUp()->currentText(), QStringLiteral("Magic Bell"));
     }
 };
 

@@ -1,19 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// When the module saves as it goes: once when the host's window closes, not
-// when it is minimised, again after the window comes back, once when System
-// Settings drops the module, never for a module that was not shown. A helper
-// that fails during the close save is reported before the window goes. Any
-// user: the save is counted, no helper runs.
+// When the module saves as its host's window goes: once when it closes (a
+// close, then a hide), again after the window comes back, never when it is
+// minimised, never for a module that is its own window. Any user: the save
+// is counted, no helper runs.
 #include "OVSaveOnClose.h"
-#include "OVToolLauncher.h"
-#include "OVToolReport.h"
 
-#include <KMessageWidget>
-
-#include <QMessageBox>
 #include <QTest>
-#include <QTimer>
 #include <QVBoxLayout>
 
 class TestSaveOnClose : public QObject
@@ -23,19 +16,13 @@ class TestSaveOnClose : public QObject
     struct Host {
         QWidget window;
         QWidget *module = new QWidget(&window);
-        KMessageWidget *message = new KMessageWidget(module);
-        OVToolReport *report = new OVToolReport(message, module);
-        QList<QEvent::Type> saves;
-        std::function<void()> duringSave;
-        OVSaveOnClose *watch = new OVSaveOnClose(module, report, [this](QEvent *event) {
-            saves.append(event ? event->type() : QEvent::None);
-            if (duringSave) {
-                duringSave();
-            }
-        });
+        int saves = 0;
         Host()
         {
             (new QVBoxLayout(&window))->addWidget(module);
+            new OVSaveOnClose(module, [this] {
+                ++saves;
+            });
         }
         void show()
         {
@@ -45,80 +32,34 @@ class TestSaveOnClose : public QObject
     };
 
 private Q_SLOTS:
-    void closingSavesOnce()
+    void savesOnceEachTimeTheWindowGoes()
     {
         Host host;
         host.show();
-        host.window.close(); // a close, then a hide
-        QCOMPARE(host.saves, QList<QEvent::Type>{QEvent::Close});
-        host.watch->saveOnLeaving();
-        QCOMPARE(host.saves.size(), 1);
-
-        // Back on screen, the next close saves again.
-        Host again;
-        again.show();
-        again.window.close();
-        again.show();
-        again.window.hide();
-        QCOMPARE(again.saves, (QList<QEvent::Type>{QEvent::Close, QEvent::Hide}));
-    }
-
-    void minimisingSavesNothing()
-    {
-        Host host;
+        host.window.close();
+        QCOMPARE(host.saves, 1);
         host.show();
+        host.window.hide();
+        QCOMPARE(host.saves, 2);
+
         // The desktop hides a minimised window.
+        host.show();
         host.window.showMinimized();
         host.window.hide();
-        QVERIFY(host.saves.isEmpty());
+        QCOMPARE(host.saves, 2);
     }
 
-    void leavingSavesOnce()
+    void aModuleThatIsItsOwnWindowHasNoHost()
     {
-        Host host;
-        host.show();
-        host.watch->saveOnLeaving();
-        host.watch->saveOnLeaving();
-        QCOMPARE(host.saves, QList<QEvent::Type>{QEvent::None});
-        // The module is going: its window's close is no longer its save.
-        host.window.close();
-        QCOMPARE(host.saves.size(), 1);
-
-        Host unseen;
-        unseen.watch->saveOnLeaving();
-        QVERIFY(unseen.saves.isEmpty());
-
-        // A module that is its own window has no host to watch.
         QWidget alone;
-        auto *message = new KMessageWidget(&alone);
-        int count = 0;
-        auto *watch = new OVSaveOnClose(&alone, new OVToolReport(message, &alone), [&count](QEvent *) {
-            ++count;
+        int saves = 0;
+        new OVSaveOnClose(&alone, [&saves] {
+            ++saves;
         });
         alone.show();
         QVERIFY(QTest::qWaitForWindowExposed(&alone));
         alone.close();
-        watch->saveOnLeaving();
-        QCOMPARE(count, 0);
-    }
-
-    void failureShownBeforeTheWindowGoes()
-    {
-        Host host;
-        host.duringSave = [] {
-            Q_EMIT OVToolLauncher::instance()->toolFinished(QStringLiteral("install_scripts"), false, QStringLiteral("disk full"));
-        };
-        host.show();
-        QString shown;
-        QTimer::singleShot(100, this, [&shown] {
-            if (auto *box = qApp->activeModalWidget() ? qobject_cast<QMessageBox *>(qApp->activeModalWidget()) : nullptr) {
-                shown = box->objectName() + QLatin1Char('|') + box->informativeText();
-                box->accept();
-            }
-        });
-        host.window.close();
-        QVERIFY2(shown.startsWith(QLatin1String("saveFailedAlert|")), qPrintable(shown));
-        QVERIFY(shown.contains(QLatin1String("disk full")));
+        QCOMPARE(saves, 0);
     }
 };
 

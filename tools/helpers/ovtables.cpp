@@ -11,8 +11,6 @@ namespace ovtables
 {
 namespace
 {
-const std::string_view s_scripts[] = {OVFixedPaths::DailyScript, OVFixedPaths::WeeklyScript, OVFixedPaths::MonthlyScript};
-
 std::vector<std::string_view> splitFields(std::string_view line)
 {
     std::vector<std::string_view> fields;
@@ -55,22 +53,30 @@ bool isOwnCronLine(std::string_view line)
     if (f.size() != 7 || !isNumber(f[0], 0, 59) || !isNumber(f[1], 0, 23) || f[3] != "*" || f[5] != "root") {
         return false;
     }
-    if (f[6] == quoted(OVFixedPaths::DailyScript)) {
-        return f[2] == "*" && f[4] == "*";
-    }
-    if (f[6] == quoted(OVFixedPaths::WeeklyScript)) {
-        return f[2] == "*" && isNumber(f[4], 0, 7);
-    }
-    if (f[6] == quoted(OVFixedPaths::MonthlyScript)) {
-        return isNumber(f[2], 1, 31) && f[4] == "*";
+    using OVFixedPaths::CronDay;
+    for (const OVFixedPaths::FrequencyFiles &schedule : OVFixedPaths::Scheduled) {
+        if (f[6] == quoted(schedule.script)) {
+            switch (schedule.cronDay) {
+            case CronDay::EveryDay:
+                return f[2] == "*" && f[4] == "*";
+            case CronDay::Weekday:
+                return f[2] == "*" && isNumber(f[4], 0, 7);
+            case CronDay::MonthDay:
+                return isNumber(f[2], 1, 31) && f[4] == "*";
+            }
+        }
     }
     return false;
 }
 
 bool isOwnAnacronLine(std::string_view line)
 {
-    return line == "1\t20\torvane.daily\t" + quoted(OVFixedPaths::DailyScript) || line == "7\t25\torvane.weekly\t" + quoted(OVFixedPaths::WeeklyScript)
-        || line == "30\t30\torvane.monthly\t" + quoted(OVFixedPaths::MonthlyScript);
+    for (const OVFixedPaths::FrequencyFiles &schedule : OVFixedPaths::Scheduled) {
+        if (line == schedule.anacronJob + quoted(schedule.script)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 struct Lines {
@@ -103,8 +109,8 @@ bool isOwnLine(std::string_view line, Table table)
 
 bool mentionsOwnScript(std::string_view line)
 {
-    for (const auto script : s_scripts) {
-        if (line.find(script) != std::string_view::npos) {
+    for (const OVFixedPaths::FrequencyFiles &schedule : OVFixedPaths::Scheduled) {
+        if (line.find(schedule.script) != std::string_view::npos) {
             return true;
         }
     }

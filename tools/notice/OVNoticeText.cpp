@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "OVNoticeText.h"
 
-#include "OVSettingsTable.h"
+#include "OVSettings.h"
+#include "ovfixedpaths.h"
 
 #include <QByteArrayList>
 #include <QStringList>
@@ -11,7 +12,7 @@ namespace OVNoticeText
 {
 std::optional<QString> kindOfRun(const QString &frequency, bool manual)
 {
-    if (frequency != QLatin1String("Daily") && frequency != QLatin1String("Weekly") && frequency != QLatin1String("Monthly")) {
+    if (!OVFixedPaths::scheduledByName(frequency.toLatin1().constData())) {
         return std::nullopt;
     }
     return manual ? QStringLiteral("manual") : frequency.toLower();
@@ -80,19 +81,21 @@ QString jobTitle(const QString &kind)
 
 QString logFile(const QString &frequency)
 {
-    return QStringLiteral("/var/log/orvane_%1.log").arg(frequency.toLower());
+    const OVFixedPaths::FrequencyFiles *files = OVFixedPaths::scheduledByName(frequency.toLatin1().constData());
+    return QString::fromUtf8(files ? files->log : OVFixedPaths::Manual.log);
 }
 
 std::optional<qint64> dismissDelay(const QVariantMap &settings)
 {
-    if (!OVSettingsTable::value(settings, "AutoDismissAlert").toBool()) {
+    OVSettings read;
+    read.setDomain(settings);
+    if (!read.autoDismissAlert()) {
         return std::nullopt;
     }
     static const qint64 unitSeconds[] = {1, 60, 3600};
-    const int unit = qBound(0, OVSettingsTable::value(settings, "TimeUnit").toInt(), 2);
-    // The options allow 1 to 999; a day is the most any notice waits.
-    const qint64 value = qBound<qint64>(1, OVSettingsTable::value(settings, "TimeValue").toLongLong(), 999);
-    return qMin<qint64>(value * unitSeconds[unit], 24 * 3600) * 1000;
+    // As the options show them: 1 to 999 seconds, minutes or hours; a day
+    // is the most any notice waits.
+    return qMin<qint64>(read.timeValue() * unitSeconds[read.timeUnit()], 24 * 3600) * 1000;
 }
 
 unsigned long Progress::percent() const

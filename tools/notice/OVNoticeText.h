@@ -34,8 +34,8 @@ QString jobTitle(const QString &kind);
 QString logFile(const QString &frequency);
 
 // Milliseconds after which the end notice closes by itself, or nothing when
-// it stays until the user closes it ("AutoDismissAlert", "TimeValue",
-// "TimeUnit": 0 seconds, 1 minutes, 2 hours).
+// it stays until the user closes it, from the settings domain's values as
+// OVSettings reads them.
 std::optional<qint64> dismissDelay(const QVariantMap &settings);
 
 // One line of a run's progress file:

@@ -15,8 +15,8 @@
 //   orvane-notice --idle           print the seconds the user has been idle
 //
 // FREQ is "Daily", "Weekly" or "Monthly"; "manual" marks a manual run.
-// The notices follow the user's settings ("DisplayAlert", "AutoDismissAlert",
-// "TimeValue", "TimeUnit", "PlaySound", "Sound").
+// The notices follow the user's settings (OVSettings): whether a notice is
+// shown, when it closes by itself, and its sound.
 //
 // Every program ends when its notification is gone: closed, expired, ended
 // by its own time-out, replaced by the next end notice of the same kind of
@@ -36,8 +36,7 @@
 //      the user was away.
 #include "OVBackupJob.h"
 #include "OVNoticeText.h"
-#include "OVSettingsDomain.h"
-#include "OVSettingsTable.h"
+#include "OVSettings.h"
 #include "OVSoundMenu.h"
 
 #include <KIO/OpenUrlJob>
@@ -264,11 +263,11 @@ int finished(const QString &frequency, const QString &kind, const QString &resul
 {
     const bool complete = result == QLatin1String("complete");
     const QByteArray report = runReport();
-    const QVariantMap settings = OVSettingsDomain::read().value_or(QVariantMap());
-    if (OVSettingsTable::value(settings, "PlaySound").toBool()) {
-        OVSoundMenu::playNamedSound(OVSettingsTable::value(settings, "Sound").toString(), QDir::homePath());
+    const OVSettings settings = OVSettings::stored();
+    if (settings.playSound()) {
+        OVSoundMenu::playNamedSound(settings.sound(), QDir::homePath());
     }
-    if (!OVSettingsTable::value(settings, "DisplayAlert").toBool()) {
+    if (!settings.displayAlert()) {
         return Done;
     }
     if (!useOwnSessionBus() || !serverPresent(NotificationService, QStringLiteral("notification server"))) {
@@ -305,7 +304,7 @@ int finished(const QString &frequency, const QString &kind, const QString &resul
             QCoreApplication::exit(Done);
         }
     });
-    const qint64 delay = OVNoticeText::dismissDelay(settings).value_or(LongestNoticeMilliseconds);
+    const qint64 delay = OVNoticeText::dismissDelay(settings.domain()).value_or(LongestNoticeMilliseconds);
     QTimer::singleShot(static_cast<int>(qMin(delay, LongestNoticeMilliseconds)), qApp, [notice] {
         closeAndExit(notice, Done);
     });

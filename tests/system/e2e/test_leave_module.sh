@@ -1,12 +1,15 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-# In System Settings under Xvfb, as an administrator who is not root, with
-# polkit granting the unlock (a rule, no agent): unlock, add a daily item
-# with both folders, then pick another module. Leaving saved as closing
-# does: by the time the other module shows, the polkit-gated helpers have
-# put the item list, the daily script and its crontab line in place. Back
-# in Orvane the item is there; the daily log opens at its end. Screenshots
+# A user's way through Orvane in System Settings under Xvfb, as an
+# administrator who is not root, with polkit granting the unlock (a rule, no
+# agent): unlock; an item added with both folders through the real folder
+# dialog and made daily; another module picked: System Settings asks whether
+# to apply the edit, and Apply puts the item list, the daily script and its
+# crontab line in place. Back in Orvane the item is there and the daily log
+# opens at its end; the options' six tabs, one change kept by OK; the item
+# made weekly and System Settings quit: closing applies it too, and
+# System Settings opened again finds Orvane through its search. Screenshots
 # go to $1.
 set -u
 out=${1:?output folder}
@@ -49,9 +52,11 @@ check "System Settings shows Orvane" test -n "$window" || { finish; exit 1; }
 sleep 3
 check "nothing is scheduled yet" sh -c "! grep -q orvane_daily /etc/crontab"
 
-# Unlock (polkit's rule grants it), add an item, give it both folders, make it daily.
+# Unlock (polkit's rule grants it).
 xdotool mousemove --window "$window" 284 601 click 1
 sleep 2
+
+# Add an item, give it both folders, make it daily.
 xdotool mousemove --window "$window" 305 426 click 1
 sleep 1
 # A plain click only selects the new row: no menu, no folder dialog.
@@ -72,13 +77,21 @@ xdotool mousemove --window "$window" 600 300
 screenshot "$out/leave-before.png"
 check "nothing is saved before leaving" sh -c "! grep -q Fotos '$archive' 2>/dev/null"
 
-# Another module from the sidebar ("Applications"): System Settings destroys Orvane.
+# Another module from the sidebar ("Applications"): the module reports the
+# edit it has not applied, so System Settings asks first; Apply saves, and
+# System Settings destroys Orvane.
 xdotool mousemove --window "$window" 77 126 click 1
+ask=$(timeout 10 xdotool search --sync --onlyvisible --name 'Apply Settings' | head -1)
+check "System Settings asks to apply the changes" test -n "$ask"
+screenshot "$out/leave-asks.png"
+xdotool key --window "$ask" alt+a
 left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; }
 for _ in $(seq 40); do left_orvane && break; sleep 0.25; done
 check "System Settings shows the other module" left_orvane
 sleep 1
 screenshot "$out/leave-other-module.png"
+applied() { grep -q Fotos "$archive" 2>/dev/null && grep -q "$support/.daily/orvane_daily.rb" /etc/crontab; }
+for _ in $(seq 40); do applied && break; sleep 0.25; done
 check "leaving saved the item list in place" grep -q Fotos "$archive"
 check "leaving installed the daily script" test -f "$support/.daily/orvane_daily.rb"
 check "leaving put the daily line in the crontab" grep -q "$support/.daily/orvane_daily.rb" /etc/crontab
@@ -91,7 +104,8 @@ xdotool mousemove --window "$window" 61 252 click 1
 check "System Settings shows Orvane again" wait_for_title "$window" '^Orvane' 20
 sleep 3
 screenshot "$out/leave-back.png"
-check "the list holds the default item and the new one" python3 - "$archive" <<'PY'
+frequency_of_new_item() { # the new item's frequency column in the archive
+    python3 - "$archive" <<'PY'
 import plistlib, sys
 archive = plistlib.load(open(sys.argv[1], 'rb'))
 objects = archive['$objects']
@@ -100,10 +114,14 @@ def text(uid):
     return objects[uid.data] if uid.data else None
 assert len(items) == 2, items
 new = items[1]
-assert new['OVFrequencyColumn'] == 0, new
+assert new['OVCheckColumn'] is True
 assert text(new['OVSourcePath']) == '/home/ovadmin/Fotos', text(new['OVSourcePath'])
+assert text(new['OVBackupSource']) == 'Fotos'
 assert text(new['OVDestPath']) == '/home/ovadmin/Backups'
+print(new['OVFrequencyColumn'])
 PY
+}
+check "the list holds the default item and the new one, daily" test "$(frequency_of_new_item)" = 0
 
 # The daily status button: the log opens, at its newest line.
 xdotool mousemove --window "$window" 485 489 click 1
@@ -111,6 +129,57 @@ log=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Backup Log' 
 check "the daily log opens" test -n "$log"
 sleep 1
 screenshot "$out/leave-log-at-end.png"
+xdotool windowfocus --sync "$log"
+xdotool key Escape
+for _ in $(seq 25); do xdotool search --onlyvisible --name 'Orvane Backup Log' >/dev/null 2>&1 || break; sleep 0.2; done
+check "Escape closes the log" sh -c "! xdotool search --onlyvisible --name 'Orvane Backup Log' >/dev/null 2>&1"
 
+# The options: each tab, then "wait until away" ticked with the keyboard and OK.
+xdotool mousemove --window "$window" 768 426 click 1
+dialog=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Options' | head -1)
+check "the options dialog opens" test -n "$dialog"
+sleep 1
+xdotool windowfocus --sync "$dialog"
+for tab in 1 2 3 4 5 6; do
+    screenshot "$out/options-tab-$tab.png"
+    xdotool key ctrl+Tab
+    sleep 0.7
+done
+xdotool key Tab space
+sleep 0.3
+xdotool key Return
+sleep 1.5
+check "OK closes the options" sh -c "! xdotool search --onlyvisible --name 'Orvane Options' >/dev/null 2>&1"
+domain=/home/ovadmin/.config/org.orvane.Orvane.plist
+check "the stored settings hold the change" sh -c "grep -A1 '<key>WaitUntilAway</key>' '$domain' | grep -q '<true/>'"
+check "the sound menu offers the bell" sh -c "grep -A1 '<key>Sound</key>' '$domain' | grep -q 'Magic Bell'"
+
+# Weekly now (the frequency menu: from "Daily" one down), then quit.
+double_click 334 157
+sleep 1.5
+xdotool key Down Return
+sleep 1
+xdotool key --window "$window" ctrl+q
+for _ in $(seq 100); do pgrep -x systemsettings >/dev/null || break; sleep 0.2; done
+check "quitting applied the change" test "$(frequency_of_new_item)" = 1
+
+# System Settings alone, Orvane found through the sidebar's search.
+user systemsettings >>/tmp/systemsettings.log 2>&1 &
+window=$(timeout 30 xdotool search --sync --name 'System Settings' | head -1)
+check "System Settings opens a window" test -n "$window"
+sleep 3
+xdotool mousemove --window "$window" 127 23 click 1
+sleep 0.5
+xdotool type --delay 40 Orvane
+sleep 1.5
+screenshot "$out/systemsettings-search.png"
+for _ in 1 2 3; do
+    xdotool mousemove --window "$window" 61 96 click 1
+    wait_for_title "$window" '^Orvane' 10 && break
+done
+check "the search finds Orvane and shows it" wait_for_title "$window" '^Orvane' 1
+sleep 2
+screenshot "$out/leave-reopened.png"
+check "no installation problem is reported" sh -c "! xdotool search --name 'not installed correctly' >/dev/null 2>&1"
 xdotool key --window "$window" ctrl+q
 finish

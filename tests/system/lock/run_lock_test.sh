@@ -16,7 +16,7 @@ for folder in daily weekly monthly; do
 done
 status=0
 polkit_rule grant || exit 1
-run grantedUnlockThenLock startsUnlockedOnlyForAdminWhoLeftItOpen enablingFollowsLockAndMaster masterOffRemovesScripts foldersStayRootsAlone || status=1
+run grantedUnlockThenLock startsUnlockedOnlyForAdminWhoLeftItOpen enablingFollowsLockAndMaster foldersStayRootsAlone || status=1
 polkit_rule deny || exit 1
-run deniedUnlockStaysLocked refusedHelperShowsItsMessage || status=1
+run deniedUnlockStaysLocked refusedSaveKeepsTheEdit || status=1
 exit $status

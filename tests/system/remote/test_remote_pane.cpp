@@ -25,14 +25,14 @@ class TestRemotePane : public QObject
     static void fill(OVOptionsSheet *sheet, const QString &address, const QString &password)
     {
         QObject *ui = sheet;
-        if (!UI(ui, autoConnectCheck)->isChecked()) {
-            UI(ui, autoConnectCheck)->click(); // as the user does: the enable rules follow
+        if (!UI(ui, kcfg_AutoConnect)->isChecked()) {
+            UI(ui, kcfg_AutoConnect)->click(); // as the user does: the enable rules follow
         }
-        UI(ui, serverAddressField)->setText(address);
-        UI(ui, userNameField)->setText(qEnvironmentVariable("OV_REMOTE_ACCOUNT"));
-        UI(ui, volumeField)->setText(qEnvironmentVariable("OV_REMOTE_VOLUME"));
+        UI(ui, kcfg_RemoteServerAddress)->setText(address);
+        UI(ui, kcfg_RemoteUserName)->setText(qEnvironmentVariable("OV_REMOTE_ACCOUNT"));
+        UI(ui, kcfg_RemoteVolumeName)->setText(qEnvironmentVariable("OV_REMOTE_VOLUME"));
         UI(ui, passwordField)->setText(password);
-        QVERIFY(UI(ui, autoConnectCheck)->isChecked() && UI(ui, passwordField)->isEnabled() && UI(ui, connectButton)->isEnabled());
+        QVERIFY(UI(ui, kcfg_AutoConnect)->isChecked() && UI(ui, passwordField)->isEnabled() && UI(ui, connectButton)->isEnabled());
     }
     static QString password()
     {
@@ -58,7 +58,7 @@ private Q_SLOTS:
             OVOrvanePref pane(nullptr, {});
             QObject *ui = pane.optionsSheet();
             pane.showOptions(nullptr);
-            QVERIFY(UI(ui, passwordField)->isEnabled() == UI(ui, autoConnectCheck)->isChecked());
+            QVERIFY(UI(ui, passwordField)->isEnabled() == UI(ui, kcfg_AutoConnect)->isChecked());
             fill(pane.optionsSheet(), qEnvironmentVariable("OV_REMOTE_SERVER"), password());
             pane.hideOptions(UI(ui, okButton));
             QVERIFY(!pane.optionsSheet()->isVisible());
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QObject *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
         fill(pane.optionsSheet(), qEnvironmentVariable("OV_REMOTE_SERVER"), password());
-        const QString point = QStringLiteral("/Volumes/") + UI(ui, volumeField)->text();
+        const QString point = QStringLiteral("/Volumes/") + UI(ui, kcfg_RemoteVolumeName)->text();
         QVERIFY(!mounted(point));
         UI(ui, connectButton)->click();
         QTRY_VERIFY_WITH_TIMEOUT(mounted(point), 30000);
@@ -131,7 +131,7 @@ private Q_SLOTS:
         QObject *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
         fill(pane.optionsSheet(), QStringLiteral("smb://fileserver"), QStringLiteral("secret"));
-        UI(ui, waitUntilAwayCheck)->setChecked(true);
+        UI(ui, kcfg_WaitUntilAway)->setChecked(true);
         pane.hideOptions(UI(ui, okButton));
         QVERIFY(pane.optionsSheet()->isVisible());
         QVERIFY(pane.findChild<QMessageBox *>(QStringLiteral("passwordNotStoredAlert")));
