@@ -51,6 +51,19 @@ QByteArray listLine(const char *name, const QList<QByteArray> &entries)
     return line + " ]";
 }
 
+QByteArray pairListsLine(const char *name, const QList<QList<QByteArray>> &lists)
+{
+    QList<QByteArray> parts;
+    for (const QList<QByteArray> &list : lists) {
+        QList<QByteArray> entries;
+        for (const QByteArray &entry : list) {
+            entries.append(quoted(entry));
+        }
+        parts.append(entries.isEmpty() ? QByteArrayLiteral("[ ]") : "[ " + entries.join(", ") + " ]");
+    }
+    return QByteArray(name) + " = [ " + parts.join(", ") + " ]";
+}
+
 QByteArray toastApplicationNameLine(const QString &name)
 {
     return "toastApplicationName = " + quoted(name.toUtf8());
@@ -70,6 +83,8 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     put("#ov_backupCommand", "backupCommand = " + commandLiteral(o.mirror, o.remote));
     put("#ov_sourceFolders", listLine("sourceFolders", script.sources));
     put("#ov_destFolders", listLine("destFolders", script.destinations));
+    put("#ov_exclusions", pairListsLine("exclusions", script.exclusions));
+    put("#ov_removedExclusions", pairListsLine("removedExclusions", script.removedExclusions));
     put("#ov_logfile", "logfile = " + quoted(script.logfile));
     put("#ov_lastBackup", "lastBackup = " + quoted(script.lastBackup));
     put("#ov_toastApplicationName", shared.toastApplication.isEmpty() ? QByteArray() : toastApplicationNameLine(shared.toastApplication));
@@ -175,6 +190,16 @@ Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const F
         if (item.qualifiesFor(frequency)) {
             script.sources.append(QFile::encodeName(item.sourcePath()));
             script.destinations.append(item.toast() ? QByteArray("Toast") : QFile::encodeName(item.destPath()));
+            QList<QByteArray> exclusions;
+            QList<QByteArray> removed;
+            for (const QString &entry : item.exclusions()) {
+                exclusions.append(QFile::encodeName(entry));
+                if (item.exclusionsRemovedFromBackup().contains(entry)) {
+                    removed.append(QFile::encodeName(entry));
+                }
+            }
+            script.exclusions.append(exclusions);
+            script.removedExclusions.append(removed);
         }
     }
     return script;
