@@ -67,6 +67,9 @@ constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/manual_backup";
 
 constexpr const char ManualScriptName[] = "orvane_manual.rb";
+
+// The copy tool the scripts run; the items' preview runs it too.
+constexpr const char PsyncTool[] = "/usr/local/bin/psync";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
