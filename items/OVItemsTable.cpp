@@ -96,7 +96,6 @@ OVExclusionsSheet *OVItemsTable::showExclusions(int row)
     connect(sheet, &QDialog::accepted, this, [this, sheet, row, source] {
         if (row < m_model->rowCount() && m_model->item(row).sourcePath() == source && m_model->isEditable()) {
             m_model->setExclusions(row, sheet->entries(), sheet->removedFromBackup());
-            Q_EMIT changed();
         }
     });
     sheet->open();
