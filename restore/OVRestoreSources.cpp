@@ -259,9 +259,10 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
             result.problems.append({OVRestoreProblem::Unreadable, destination, QString(), QString()});
             continue;
         }
-        // The copy is as new as the last run known to have written it: the
-        // newest marker of the frequencies that write it now, or an archive
-        // of any frequency made by a later run.
+        // The copy is dated by the runs that write it now: the newest marker
+        // of their frequencies, or a later archive of the destination that
+        // another frequency's run made. Before any of them has run, no date
+        // is known: earlier runs (of a frequency the item had) wrote it.
         OVSnapshot copy;
         copy.kind = OVSnapshot::Copy;
         for (const QString &frequency : writers.at(chain)) {
@@ -273,7 +274,7 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
                 }
             }
         }
-        if (newestArchive.isValid() && (!copy.time.isValid() || newestArchive.date() > copy.time.date())) {
+        if (copy.time.isValid() && newestArchive.isValid() && newestArchive.date() > copy.time.date()) {
             copy.time = QDateTime(newestArchive.date(), QTime(0, 0));
         }
         copy.root = inner.isEmpty() ? destination : destination + QLatin1Char('/') + inner;

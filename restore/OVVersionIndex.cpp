@@ -177,17 +177,18 @@ bool OVVersionIndex::wasDeletedBy(const OVVersion &version) const
     if (kept.kind != OVSnapshot::Archive) {
         return false;
     }
+    // Replaced, the file was still there just after the run: the chain's
+    // tree of that moment holds it (a later re-creation is younger).
+    Found found;
     for (int snapshot = 0; snapshot < m_snapshots.size(); ++snapshot) {
-        const OVSnapshot &s = m_snapshots.at(snapshot);
-        if (s.chain != kept.chain || snapshot == version.snapshot || (s.kind == OVSnapshot::Archive && s.time <= kept.time)) {
-            continue;
-        }
         struct stat st;
-        if (lstat(QFile::encodeName(joined(s.root, version.relativePath)).constData(), &st) == 0) {
-            return false;
+        if (m_snapshots.at(snapshot).chain == kept.chain && snapshot != version.snapshot
+            && lstat(QFile::encodeName(joined(m_snapshots.at(snapshot).root, version.relativePath)).constData(), &st) == 0) {
+            found.snapshots.append(snapshot);
         }
     }
-    return true;
+    OVVersion after;
+    return found.snapshots.isEmpty() || !chooseAt(version.relativePath, found, kept.time, kept.chain, &after);
 }
 
 bool OVVersionIndex::inSource(const QString &relativePath) const

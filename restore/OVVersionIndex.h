@@ -106,9 +106,9 @@ public:
     // The state shown for the path: the newest, or the one of the date
     // (the one a folder listing shows for it). False when there is none.
     bool versionAt(const QString &relativePath, const QDateTime &asOf, OVVersion *version) const;
-    // A version the Safety Net kept because that run deleted the file (no
-    // later snapshot of its chain holds it); false for one it replaced,
-    // and for a copy.
+    // A version the Safety Net kept because that run deleted the file (the
+    // chain's tree just after the run does not hold it); false for one it
+    // replaced, and for a copy.
     bool wasDeletedBy(const OVVersion &version) const;
     // The path is in the source folder now.
     bool inSource(const QString &relativePath) const;

@@ -83,8 +83,15 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     put("#ov_backupCommand", "backupCommand = " + commandLiteral(o.mirror, o.remote));
     put("#ov_sourceFolders", listLine("sourceFolders", script.sources));
     put("#ov_destFolders", listLine("destFolders", script.destinations));
-    put("#ov_exclusions", pairListsLine("exclusions", script.exclusions));
-    put("#ov_removedExclusions", pairListsLine("removedExclusions", script.removedExclusions));
+    // One list per pair, whatever the script was given.
+    QList<QList<QByteArray>> exclusions;
+    QList<QList<QByteArray>> removedExclusions;
+    for (int pair = 0; pair < script.sources.size(); ++pair) {
+        exclusions.append(script.exclusions.value(pair));
+        removedExclusions.append(script.removedExclusions.value(pair));
+    }
+    put("#ov_exclusions", pairListsLine("exclusions", exclusions));
+    put("#ov_removedExclusions", pairListsLine("removedExclusions", removedExclusions));
     put("#ov_logfile", "logfile = " + quoted(script.logfile));
     put("#ov_lastBackup", "lastBackup = " + quoted(script.lastBackup));
     put("#ov_toastApplicationName", shared.toastApplication.isEmpty() ? QByteArray() : toastApplicationNameLine(shared.toastApplication));

@@ -177,6 +177,11 @@ private Q_SLOTS:
         const QByteArray values = rubyValues(filled);
         QVERIFY2(values.contains("exclusions=[[\"/home/ann/\\\"x\\\" \\#{`id`}\\\\\", \"*.tmp\"], []]\n"), values.constData());
         QVERIFY(values.contains("removedExclusions=[[\"*.tmp\"], []]\n"));
+        // A script made without them still has one list per pair.
+        Script bare = dailyScript();
+        bare.sources.append("/srv/b");
+        bare.destinations.append("/media/b");
+        QVERIFY(fill(templateText, bare, SharedOptions()).startsWith("exclusions = [ ]\nexclusions = [ [ ], [ ] ]\n"));
     }
 
     // A name holding any search text of the template, alone on a line of

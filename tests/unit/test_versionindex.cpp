@@ -112,7 +112,8 @@ private Q_SLOTS:
     // changed, gone.txt and old/ deleted); then it became weekly, and its
     // one weekly run on 01/12 10:00 changed a.txt again. The daily marker
     // is younger than anything this item's runs wrote (other daily items
-    // ran); the weekly one is missing (another machine's install, say).
+    // ran); the weekly one is older than the weekly archive (the clock was
+    // set back).
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
@@ -139,6 +140,7 @@ private Q_SLOTS:
         // Another destination's archive of a run: not this source's.
         put(m_safetyNet + QStringLiteral("/2026-01-12 10.00.00 Daily/elsewhere/a.txt"), "not ours", at("2026-01-09 12:00"));
         put(m_dir.filePath(QStringLiteral("support/.daily/.lastbackup")), "01/13/26\n", at("2026-01-13 10:00"));
+        put(m_dir.filePath(QStringLiteral("support/.weekly/.lastbackup")), "01/11/26\n", at("2026-01-13 10:00"));
 
         OVBackupItem item;
         item.setCheckColumn(true);
@@ -208,8 +210,8 @@ private Q_SLOTS:
             }
         }
         QCOMPARE(archives, QStringList({QStringLiteral("Daily"), QStringLiteral("Weekly")}));
-        // No weekly marker: the weekly archive tells the copy's day; the
-        // daily marker is not this item's any more.
+        // The weekly archive is younger than the weekly marker: it tells the
+        // copy's day; the daily marker is not this item's any more.
         QCOMPARE(index.snapshot(copy).time, at("2026-01-12 00:00"));
         QCOMPARE(index.snapshot(copy).frequency, QStringLiteral("Weekly"));
 
