@@ -83,8 +83,8 @@ OVRestoreWindow::OVRestoreWindow(QWidget *parent)
     m_ui->treeView->setModel(m_model);
     m_ui->treeView->setItemDelegate(new ElidedTipDelegate(m_ui->treeView));
     m_ui->versionList->setItemDelegate(new ElidedTipDelegate(m_ui->versionList));
-    m_ui->splitter->setStretchFactor(0, 3);
-    m_ui->splitter->setStretchFactor(1, 2);
+    m_ui->splitter->setStretchFactor(0, 1);
+    m_ui->splitter->setStretchFactor(1, 0);
 
     m_connectAction = new QAction(OVLocalized("RestoreConnect"), this);
     connect(m_connectAction, &QAction::triggered, this, [this]() {
@@ -218,29 +218,38 @@ void OVRestoreWindow::fitColumns()
 
 QSize OVRestoreWindow::contentSize() const
 {
-    // Every column whole, side by side, with the frames and the scroll bar.
+    // Every column whole, with the frames and the scroll bar; the tree's
+    // open rows above the versions.
     const int scrollBar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
-    const auto columnsWidth = [](const QTreeView *view) {
+    const auto columnsWidth = [scrollBar](const QTreeView *view) {
         // QTreeView hides its column size hint; the item view's is the same.
         const QAbstractItemView *items = view;
-        int width = 0;
+        int width = 2 * view->frameWidth() + scrollBar;
         for (int column = 0; column < view->header()->count(); ++column) {
             width += qMax(items->sizeHintForColumn(column), view->header()->sectionSizeHint(column));
         }
         return width;
     };
-    const int tree = 2 * m_ui->treeView->frameWidth() + scrollBar + columnsWidth(m_ui->treeView);
-    const int versions = 2 * m_ui->versionList->frameWidth() + scrollBar + columnsWidth(m_ui->versionList);
     int rows = 0;
-    for (QModelIndex index = m_model->index(0, 0); index.isValid(); index = m_ui->treeView->indexBelow(index)) {
+    for (QModelIndex index = m_model->index(0, 0); index.isValid() && rows < 200; index = m_ui->treeView->indexBelow(index)) {
         ++rows;
     }
     const int rowHeight = qMax(m_ui->treeView->sizeHintForRow(0), fontMetrics().height() + 4);
-    const int margins = layout()->contentsMargins().left() + layout()->contentsMargins().right();
-    const int width = tree + m_ui->splitter->handleWidth() + versions + margins;
+    const QMargins margins = layout()->contentsMargins();
+    const int width = qMax(columnsWidth(m_ui->treeView), columnsWidth(m_ui->versionList)) + margins.left() + margins.right();
     const int chrome = sizeHint().height() - m_ui->splitter->sizeHint().height();
-    const int height = chrome + m_ui->treeView->header()->sizeHint().height() + (rows + 1) * rowHeight + 2 * m_ui->treeView->frameWidth();
-    return {width, height};
+    const int tree = m_ui->treeView->header()->sizeHint().height() + (rows + 1) * rowHeight + 2 * m_ui->treeView->frameWidth() + scrollBar;
+    const int versions = versionListHeight();
+    return {width, chrome + tree + m_ui->splitter->handleWidth() + versions};
+}
+
+int OVRestoreWindow::versionListHeight() const
+{
+    // Room for a few versions, and for every one a file has up to eight.
+    const int rows = qBound(4, m_ui->versionList->topLevelItemCount(), 8);
+    const int rowHeight = qMax(m_ui->versionList->sizeHintForRow(0), fontMetrics().height() + 4);
+    return m_ui->versionList->header()->sizeHint().height() + rows * rowHeight + 2 * m_ui->versionList->frameWidth()
+        + style()->pixelMetric(QStyle::PM_ScrollBarExtent);
 }
 
 void OVRestoreWindow::fitToContent()
@@ -249,9 +258,9 @@ void OVRestoreWindow::fitToContent()
     const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
     const QSize wanted = contentSize().expandedTo(QSize(640, 420));
     resize(qMin(wanted.width(), available.width() * 9 / 10), qMin(wanted.height(), available.height() * 9 / 10));
-    // The tree gets what its columns need, the versions the rest.
-    const int tree = wanted.width() - m_ui->versionList->sizeHint().width();
-    m_ui->splitter->setSizes({qMax(tree, width() / 2), width()});
+    // The versions get what their rows need, the tree the rest.
+    const int versions = versionListHeight();
+    m_ui->splitter->setSizes({qMax(m_ui->splitter->height() - versions, m_ui->splitter->height() / 2), versions});
 }
 
 void OVRestoreWindow::showEvent(QShowEvent *event)
@@ -296,7 +305,8 @@ void OVRestoreWindow::fillFolder(QStandardItem *folder)
             if (!entry.version.isDir) {
                 size->setText(QLocale().formattedDataSize(entry.version.size));
             }
-            when->setText(versionTitle(entry.version));
+            when->setText(shortTitle(entry.version));
+            when->setToolTip(versionTitle(entry.version));
         }
         if (!entry.inSource) {
             // Deleted from the source: only the backup still has it.
@@ -376,6 +386,15 @@ QString OVRestoreWindow::versionTitle(const OVVersion &version) const
         return quoted(QStringLiteral("RestoreCopyNoRunYet"), snapshot.frequency);
     }
     return quoted(QStringLiteral("RestoreCopyVersion"), QLocale().toString(snapshot.time.date(), QLocale::ShortFormat));
+}
+
+QString OVRestoreWindow::shortTitle(const OVVersion &version) const
+{
+    const OVSnapshot &snapshot = m_sources.index.snapshot(version.snapshot);
+    if (snapshot.kind == OVSnapshot::Archive) {
+        return quoted(QStringLiteral("RestoreShortArchive"), shortDate(snapshot.time));
+    }
+    return snapshot.time.isValid() ? QLocale().toString(snapshot.time.date(), QLocale::ShortFormat) : OVLocalized("RestoreShortCopyEarlier");
 }
 
 void OVRestoreWindow::selectionChanged()

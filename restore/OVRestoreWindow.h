@@ -80,6 +80,9 @@ private:
     void startRestore(const QString &otherFolder);
     void restoreEnded();
     QString versionTitle(const OVVersion &version) const;
+    // The tree's column: the day of a copy, the moment of an archive.
+    QString shortTitle(const OVVersion &version) const;
+    int versionListHeight() const;
     void fitColumns();
     // Sized to the content when first shown, within the screen.
     void fitToContent();
