@@ -59,6 +59,8 @@ constexpr const char LibrarySounds[] = "/Library/Sounds";
 constexpr const char UserSounds[] = "Library/Sounds";
 
 constexpr const char ToolArgument[] = "--Orvane";
+// The polkit action whose holder may change what root runs.
+constexpr const char UnlockAction[] = "org.orvane.Orvane.unlock";
 constexpr const char ArchiveTableTool[] = "archive_table";
 constexpr const char InstallScriptsTool[] = "install_scripts";
 constexpr const char RemoveScriptsTool[] = "remove_scripts";

@@ -4,6 +4,7 @@
 // What an item leaves out: paths and patterns matched as the copy tool
 // takes them, the tool's options, and the preview's records as the tool
 // writes them.
+#include "OVExcludeEdit.h"
 #include "OVExclusions.h"
 #include "OVPreview.h"
 
@@ -79,6 +80,50 @@ private Q_SLOTS:
         QCOMPARE(OVExclusions::defaults(QStringLiteral("/home"), source),
                  QStringList({QStringLiteral("/home/ann/.local/share/Trash"), QStringLiteral("/home/ann/.cache")}));
         QCOMPARE(OVExclusions::defaults(QStringLiteral("/home/ann/.cache"), source), QStringList());
+    }
+
+    // The file manager's Exclude and Include: every item whose source holds
+    // the path, a path entry of its own, what else leaves it out said.
+    void excludeAndIncludeFromTheFileManager()
+    {
+        using Outcome = OVExcludeEdit::Outcome;
+        const auto item = [](int frequency, const char *source, const char *destination) {
+            OVBackupItem item;
+            item.setCheckColumn(true);
+            item.setFrequencyColumn(frequency);
+            item.setSourcePath(QString::fromUtf8(source));
+            item.setDestPath(QString::fromUtf8(destination));
+            return item;
+        };
+        QVector<OVBackupItem> items = {item(0, "/home/ann", "/backup/daily"), item(1, "/home/ann/", "/backup/weekly"), item(0, "/srv", "/backup/srv"),
+                                       item(OVBackupItem::NoSchedule, "/home/ann", "/backup/none")};
+        items[1].setExclusions({QStringLiteral("*.iso"), QStringLiteral("/home/ann/Musik/")});
+        const QString videos = QStringLiteral("/home/ann/Videos");
+
+        Outcome outcome = OVExcludeEdit::exclude(&items, videos, false);
+        QCOMPARE(outcome.kind, Outcome::Changed);
+        QCOMPARE(outcome.sources.size(), 2);
+        QCOMPARE(items[0].exclusions(), QStringList({videos}));
+        QCOMPARE(items[1].exclusions().last(), videos);
+        QVERIFY(items[2].exclusions().isEmpty() && items[3].exclusions().isEmpty());
+        QCOMPARE(OVExcludeEdit::exclude(&items, videos + QStringLiteral("/2024/"), true).kind, Outcome::AlreadyThere);
+        QCOMPARE(OVExcludeEdit::exclude(&items, QStringLiteral("/home/ann"), false).kind, Outcome::NotInAnyItem);
+        QCOMPARE(OVExcludeEdit::exclude(&items, QStringLiteral("/etc/fstab"), false).kind, Outcome::NotInAnyItem);
+        QCOMPARE(OVExcludeEdit::exclude(&items, QStringLiteral("/home/ann/Alt"), true).kind, Outcome::Changed);
+        QCOMPARE(items[0].exclusionsRemovedFromBackup(), QStringList({QStringLiteral("/home/ann/Alt")}));
+
+        outcome = OVExcludeEdit::include(&items, videos);
+        QCOMPARE(outcome.kind, Outcome::Changed);
+        QVERIFY(!items[0].exclusions().contains(videos) && !items[1].exclusions().contains(videos));
+        QCOMPARE(OVExcludeEdit::include(&items, QStringLiteral("/home/ann/Alt")).kind, Outcome::Changed);
+        QVERIFY(items[0].exclusionsRemovedFromBackup().isEmpty());
+        QCOMPARE(OVExcludeEdit::include(&items, QStringLiteral("/home/ann/Musik")).kind, Outcome::Changed);
+        QCOMPARE(items[1].exclusions(), QStringList({QStringLiteral("*.iso")}));
+        QCOMPARE(OVExcludeEdit::include(&items, videos).kind, Outcome::AlreadyThere);
+        // Left out by a pattern, which stays: said, with the pattern.
+        outcome = OVExcludeEdit::include(&items, QStringLiteral("/home/ann/Filme/x.iso"));
+        QCOMPARE(outcome.kind, Outcome::StillExcluded);
+        QCOMPARE(outcome.by, QStringLiteral("*.iso"));
     }
 
     void cacheDirTags()
