@@ -151,8 +151,7 @@ int main(int argc, char **argv)
     bool changed = false;
     int status = Done;
     for (const QString &path : paths) {
-        const OVExcludeEdit::Outcome outcome =
-            run.excluding ? OVExcludeEdit::exclude(&items, path, removeFromBackup) : OVExcludeEdit::include(&items, path);
+        const OVExcludeEdit::Outcome outcome = run.excluding ? OVExcludeEdit::exclude(&items, path, removeFromBackup) : OVExcludeEdit::include(&items, path);
         lines.append(OVExcludeEdit::describe(outcome, path, run.excluding));
         changed = changed || outcome.kind == OVExcludeEdit::Outcome::Changed;
         if (outcome.kind == OVExcludeEdit::Outcome::NotInAnyItem || outcome.kind == OVExcludeEdit::Outcome::StillExcluded) {

@@ -8,8 +8,8 @@
 
 #include "OVLocalizedStrings.h"
 
-#include <QFileIconProvider>
 #include <QDir>
+#include <QFileIconProvider>
 #include <QFileInfo>
 
 #include <algorithm>

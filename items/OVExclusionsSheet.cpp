@@ -13,11 +13,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 
-OVExclusionsSheet::OVExclusionsSheet(const QString &source,
-                                     const QStringList &entries,
-                                     const QStringList &removedFromBackup,
-                                     bool editable,
-                                     QWidget *parent)
+OVExclusionsSheet::OVExclusionsSheet(const QString &source, const QStringList &entries, const QStringList &removedFromBackup, bool editable, QWidget *parent)
     : QDialog(parent)
     , m_ui(new Ui::OVExclusionsSheet)
     , m_source(source)
@@ -80,11 +76,8 @@ void OVExclusionsSheet::add(const QString &entry)
         return;
     }
     // What earlier runs copied stays in the backup unless the user says so.
-    auto *question = new QMessageBox(QMessageBox::Question,
-                                     OVLocalized("ExclusionAskTitle"),
-                                     OVLocalized("ExclusionAsk").arg(entry),
-                                     QMessageBox::NoButton,
-                                     this);
+    auto *question =
+        new QMessageBox(QMessageBox::Question, OVLocalized("ExclusionAskTitle"), OVLocalized("ExclusionAsk").arg(entry), QMessageBox::NoButton, this);
     question->setObjectName(QStringLiteral("removeFromBackupQuestion"));
     question->setAttribute(Qt::WA_DeleteOnClose);
     question->setInformativeText(OVLocalized("ExclusionAskDetail"));

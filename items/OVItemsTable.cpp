@@ -88,8 +88,7 @@ OVExclusionsSheet *OVItemsTable::showExclusions(int row)
         return nullptr;
     }
     const OVBackupItem &item = m_model->item(row);
-    auto *sheet =
-        new OVExclusionsSheet(item.sourcePath(), item.exclusions(), item.exclusionsRemovedFromBackup(), m_model->isEditable(), m_view->window());
+    auto *sheet = new OVExclusionsSheet(item.sourcePath(), item.exclusions(), item.exclusionsRemovedFromBackup(), m_model->isEditable(), m_view->window());
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     // The row is found again by its source: rows may move while it is open.
     const QString source = item.sourcePath();

@@ -68,7 +68,6 @@ bool sourcesFor(const OVRestoreSources::Setup &setup, const QString &path, OVRes
 }
 }
 
-
 bool wanted(const QStringList &arguments)
 {
     for (const QString &argument : arguments.mid(1)) {
@@ -131,8 +130,9 @@ int list(const OVRestoreSources::Setup &setup, const QString &path, const QDateT
     if (!asOf.isValid()) {
         const bool present = index.inSource(relative);
         for (const OVVersion &version : index.versionsOf(relative)) {
-            printVersion(index, version, version.snapshot >= 0 && index.snapshot(version.snapshot).kind == OVSnapshot::Copy ? present
-                                                                                                                              : !index.wasDeletedBy(version),
+            printVersion(index,
+                         version,
+                         version.snapshot >= 0 && index.snapshot(version.snapshot).kind == OVSnapshot::Copy ? present : !index.wasDeletedBy(version),
                          out);
             ++printed;
         }
@@ -254,7 +254,6 @@ int run(const QStringList &arguments, const OVRestoreSources::Setup &setup, QTex
             return usage(OVLocalized("RestoreBadDate").arg(parser.value(atOption)));
         }
     }
-    return listing ? list(setup, paths.first(), asOf, out, err)
-                   : restore(setup, paths, asOf, parser.value(toOption), parser.isSet(replaceOption), out, err);
+    return listing ? list(setup, paths.first(), asOf, out, err) : restore(setup, paths, asOf, parser.value(toOption), parser.isSet(replaceOption), out, err);
 }
 }

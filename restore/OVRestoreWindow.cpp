@@ -16,15 +16,15 @@
 
 #include <QAction>
 #include <QCloseEvent>
-#include <QHelpEvent>
-#include <QScreen>
-#include <QStyledItemDelegate>
-#include <QToolTip>
 #include <QFileDialog>
+#include <QHelpEvent>
 #include <QLocale>
 #include <QMetaMethod>
+#include <QScreen>
 #include <QStandardItemModel>
+#include <QStyledItemDelegate>
 #include <QThread>
+#include <QToolTip>
 
 Q_DECLARE_METATYPE(OVVersion)
 

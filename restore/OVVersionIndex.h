@@ -7,8 +7,8 @@
 #include <QDateTime>
 #include <QHash>
 #include <QPair>
-#include <QSharedPointer>
 #include <QSet>
+#include <QSharedPointer>
 #include <QString>
 #include <QVarLengthArray>
 #include <QVector>

@@ -39,9 +39,10 @@ int main(int argc, char **argv)
     QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("document-revert")));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Restores earlier versions of files and folders from Orvane's backups.\n"
-                                                    "  orvane-restore --list [--at DATE] PATH\n"
-                                                    "  orvane-restore --restore [--at DATE] [--to FOLDER] [--replace] PATH..."));
+    parser.setApplicationDescription(
+        QStringLiteral("Restores earlier versions of files and folders from Orvane's backups.\n"
+                       "  orvane-restore --list [--at DATE] PATH\n"
+                       "  orvane-restore --restore [--at DATE] [--to FOLDER] [--replace] PATH..."));
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("path"), QStringLiteral("A file or folder inside a backed-up folder."), QStringLiteral("[PATH]"));
     parser.process(app);

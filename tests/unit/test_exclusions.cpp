@@ -70,11 +70,16 @@ private Q_SLOTS:
 
         // The copy tool's options: paths relative to the source, removed
         // ones dropped, outside ones left out.
-        QCOMPARE(OVExclusions::psyncArguments({QStringLiteral("/home/ann/.cache"), QStringLiteral("*.iso"), QStringLiteral("/home/ann/Alt"),
-                                               QStringLiteral("/srv/x"), QStringLiteral("tmp/")},
+        QCOMPARE(OVExclusions::psyncArguments({QStringLiteral("/home/ann/.cache"),
+                                               QStringLiteral("*.iso"),
+                                               QStringLiteral("/home/ann/Alt"),
+                                               QStringLiteral("/srv/x"),
+                                               QStringLiteral("tmp/")},
                                               {QStringLiteral("*.iso"), QStringLiteral("/home/ann/Alt")},
                                               source),
-                 QStringList({QStringLiteral("--exclude-path=.cache"), QStringLiteral("--drop=*.iso"), QStringLiteral("--drop-path=Alt"),
+                 QStringList({QStringLiteral("--exclude-path=.cache"),
+                              QStringLiteral("--drop=*.iso"),
+                              QStringLiteral("--drop-path=Alt"),
                               QStringLiteral("--exclude=tmp/")}));
         QCOMPARE(OVExclusions::defaults(QStringLiteral("/home/ann/Documents"), source), QStringList());
         QCOMPARE(OVExclusions::defaults(QStringLiteral("/home"), source),
@@ -95,7 +100,9 @@ private Q_SLOTS:
             item.setDestPath(QString::fromUtf8(destination));
             return item;
         };
-        QVector<OVBackupItem> items = {item(0, "/home/ann", "/backup/daily"), item(1, "/home/ann/", "/backup/weekly"), item(0, "/srv", "/backup/srv"),
+        QVector<OVBackupItem> items = {item(0, "/home/ann", "/backup/daily"),
+                                       item(1, "/home/ann/", "/backup/weekly"),
+                                       item(0, "/srv", "/backup/srv"),
                                        item(OVBackupItem::NoSchedule, "/home/ann", "/backup/none")};
         items[1].setExclusions({QStringLiteral("*.iso"), QStringLiteral("/home/ann/Musik/")});
         const QString videos = QStringLiteral("/home/ann/Videos");
@@ -148,17 +155,18 @@ private Q_SLOTS:
     // lines, in pieces cut anywhere.
     void previewRecords()
     {
-        const QByteArray output = QByteArrayLiteral("psync: full walk (first run to this destination)\n"
-                                                    "copy 12 a.txt\0"
-                                                    "replace 4096 Ünïcødé/b c.odt\0"
-                                                    "copy 0 leer\0"
-                                                    "delete 7 old/line\nbreak\0"
-                                                    "psync: not copied: /home/ann/usb is another disk mounted inside the source\n"
-                                                    "rename 1 x\0"
-                                                    "copy -1 y\0"
-                                                    "delete 3 \0"
-                                                    "copy 5 z.bin\0"
-                                                    "copy 9 unfinished");
+        const QByteArray output = QByteArrayLiteral(
+            "psync: full walk (first run to this destination)\n"
+            "copy 12 a.txt\0"
+            "replace 4096 Ünïcødé/b c.odt\0"
+            "copy 0 leer\0"
+            "delete 7 old/line\nbreak\0"
+            "psync: not copied: /home/ann/usb is another disk mounted inside the source\n"
+            "rename 1 x\0"
+            "copy -1 y\0"
+            "delete 3 \0"
+            "copy 5 z.bin\0"
+            "copy 9 unfinished");
         for (int piece : {1, 7, 1000}) {
             OVPreview preview;
             QVector<OVPreview::Record> records;
@@ -192,8 +200,13 @@ private Q_SLOTS:
         options.mirror = true;
         options.safetyNetFolder = dir.filePath(QStringLiteral("home/Documents/Safety Net Archives"));
         QCOMPARE(OVPreview::arguments(item, options),
-                 QStringList({QStringLiteral("-n"), QStringLiteral("--preview"), QStringLiteral("-d"), QStringLiteral("--drop=*.tmp"),
-                              QStringLiteral("--exclude-path=.cache"), QStringLiteral("--exclude-path=Documents/Safety Net Archives"), item.sourcePath(),
+                 QStringList({QStringLiteral("-n"),
+                              QStringLiteral("--preview"),
+                              QStringLiteral("-d"),
+                              QStringLiteral("--drop=*.tmp"),
+                              QStringLiteral("--exclude-path=.cache"),
+                              QStringLiteral("--exclude-path=Documents/Safety Net Archives"),
+                              item.sourcePath(),
                               item.destPath()}));
     }
 };

@@ -17,10 +17,10 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QTreeWidget>
 #include <QSignalSpy>
 #include <QStyleOptionViewItem>
 #include <QTest>
+#include <QTreeWidget>
 
 #include <memory>
 

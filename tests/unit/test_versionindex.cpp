@@ -385,8 +385,13 @@ private Q_SLOTS:
         const QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 3);
         const QStringList copy = lines[0].split(QLatin1Char('\t'));
-        QCOMPARE(copy, QStringList({QStringLiteral("2026-01-11T09:00:00"), QStringLiteral("9"), QStringLiteral("backup"), QStringLiteral("present"), a,
-                                    m_dest + QStringLiteral("/a.txt")}));
+        QCOMPARE(copy,
+                 QStringList({QStringLiteral("2026-01-11T09:00:00"),
+                              QStringLiteral("9"),
+                              QStringLiteral("backup"),
+                              QStringLiteral("present"),
+                              a,
+                              m_dest + QStringLiteral("/a.txt")}));
         QCOMPARE(lines[1].section(QLatin1Char('\t'), 2, 3), QStringLiteral("safety-net\tpresent"));
         QVERIFY(lines[1].endsWith(QStringLiteral("2026-01-12 10.00.00 Weekly") + m_dest + QStringLiteral("/a.txt")));
         QVERIFY(lines[2].contains(QStringLiteral("2026-01-10 10.00.00 Daily")));
