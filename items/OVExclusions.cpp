@@ -16,14 +16,18 @@ QString withoutTrailingSlash(QString path)
     return path;
 }
 
-// "*" and "?" stay within a name, "**" crosses folders.
+// "*" and "?" stay within a name, "**" crosses folders; a "**/" that
+// begins a folder's name stands for any number of folders, none included.
 QString regexFor(const QString &glob)
 {
     QString re;
     for (int i = 0; i < glob.size(); ++i) {
         const QChar c = glob.at(i);
         if (c == QLatin1Char('*')) {
-            if (i + 1 < glob.size() && glob.at(i + 1) == QLatin1Char('*')) {
+            if (glob.midRef(i, 3) == QLatin1String("**/") && (i == 0 || glob.at(i - 1) == QLatin1Char('/'))) {
+                re += QStringLiteral("(?:.*/)?");
+                i += 2;
+            } else if (i + 1 < glob.size() && glob.at(i + 1) == QLatin1Char('*')) {
                 re += QStringLiteral(".*");
                 ++i;
             } else {

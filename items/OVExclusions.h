@@ -10,7 +10,8 @@
 
 // What an item leaves out of its backups. An entry that begins with "/" is
 // a path inside the item's source, taken literally; any other entry is a
-// pattern: "*" and "?" within a name, "**" across folders; without "/" it
+// pattern: "*" and "?" within a name, "**" across folders ("a/**/b" holds
+// "a/b" too); without "/" it
 // matches a name at any depth, with "/" a path from the source's top; a
 // trailing "/" matches folders only. Whatever lies below a left-out folder
 // is left out with it. Folders tagged with a CACHEDIR.TAG are always left

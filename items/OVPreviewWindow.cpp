@@ -165,8 +165,9 @@ void OVPreviewWindow::ended(int exitCode, QProcess::ExitStatus status)
     readOutput();
     m_ui->busyBar->hide();
     QStringList lines;
-    // The tool's reasons, in its words for users, without its name.
-    const QList<QByteArray> errors = m_errors.split('\n');
+    // The tool's reasons, in its words for users, without its name; when
+    // all went well, what it says is for the log only.
+    const QList<QByteArray> errors = status == QProcess::NormalExit && exitCode == 0 ? QList<QByteArray>() : m_errors.split('\n');
     for (const QByteArray &line : errors) {
         const QString text = QString::fromUtf8(line.startsWith("psync: ") ? line.mid(7) : line).trimmed();
         if (!text.isEmpty()) {
