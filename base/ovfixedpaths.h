@@ -72,6 +72,11 @@ constexpr const char ManualScriptName[] = "orvane_manual.rb";
 
 // The copy tool the scripts run; the items' preview runs it too.
 constexpr const char PsyncTool[] = "/usr/local/bin/psync";
+// psync: the rsync it drives (and the oldest it accepts), and its per-pair
+// state (root, 0700).
+constexpr const char RsyncPath[] = "/usr/bin/rsync";
+constexpr const char RsyncVersionNeeded[] = "3.5.0";
+constexpr const char PsyncStateFolder[] = "/var/lib/orvane/psync";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
