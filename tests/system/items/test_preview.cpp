@@ -8,6 +8,7 @@
 
 #include "OVPreviewWindow.h"
 
+#include <QAbstractItemView>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
@@ -27,13 +28,17 @@ const QString Root = QStringLiteral("/home/ovpreview");
 const QString Source = Root + QStringLiteral("/Projekte");
 const QString Destination = QStringLiteral("/Volumes/Backup/Projekte");
 
+// Times on whole seconds, the same for the same age.
+const QDateTime Now = QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch());
+
 void put(const QString &path, const QByteArray &content, qint64 secondsAgo = 3600)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
     file.write(content);
-    QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(-secondsAgo), QFileDevice::FileModificationTime));
+    QVERIFY(file.flush());
+    QVERIFY(file.setFileTime(Now.addSecs(-secondsAgo), QFileDevice::FileModificationTime));
 }
 
 // Every name below a folder with its size, time and contents.
@@ -44,7 +49,9 @@ QByteArray fingerprint(const QString &root)
     while (it.hasNext()) {
         const QString path = it.next();
         QFile file(path);
-        file.open(QIODevice::ReadOnly);
+        if (it.fileInfo().isFile()) {
+            file.open(QIODevice::ReadOnly);
+        }
         lines.append(path + QString::number(it.fileInfo().size()) + QString::number(it.fileInfo().lastModified().toMSecsSinceEpoch())
                      + QString::fromLatin1(QCryptographicHash::hash(file.readAll(), QCryptographicHash::Md5).toHex()));
     }
@@ -124,7 +131,7 @@ private Q_SLOTS:
             QCOMPARE(records.value(QStringLiteral("neu.txt")), QStringLiteral("Copy"));
             QCOMPARE(records.value(QStringLiteral("geändert.txt")), QStringLiteral("Replace"));
             QCOMPARE(records.value(QStringLiteral("Tiefe/Ordner/neu 2.bin")), QStringLiteral("Copy"));
-            QVERIFY(!records.contains(QStringLiteral("gleich.txt")));
+            QVERIFY2(!records.contains(QStringLiteral("gleich.txt")), qPrintable(records.value(QStringLiteral("gleich.txt"))));
             QVERIFY(!records.contains(QStringLiteral("scratch.tmp")));
             QVERIFY(!records.contains(QStringLiteral("build/out.o")) && !records.contains(QStringLiteral("build")));
             QCOMPARE(records.value(QStringLiteral("weg.txt")), mirror ? QStringLiteral("Delete") : QString());
