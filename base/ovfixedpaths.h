@@ -101,6 +101,10 @@ struct FrequencyFiles {
     const char *errors;
     const char *lastBackup; // the last-backup marker, "%m/%d/%y"
     const char *anacronJob; // period, delay and tag of the anacron line
+    const char *progress; // the running backup's progress line
+    const char *lastRun; // "scheduled DATE RESULT" and "manual DATE RESULT", beside the marker
+    const char *disks; // the disk of each source and destination at its last good run
+    const char *archiveRecord; // the Safety Net archives in the order runs made them
 };
 
 // The scheduled frequencies, indexed by their OVFrequency value.
@@ -117,7 +121,11 @@ constexpr FrequencyFiles Scheduled[] = {
      DailyLog,
      DailyErrors,
      "/Library/Application Support/Orvane/.daily/.lastbackup",
-     "1\t20\torvane.daily\t"},
+     "1\t20\torvane.daily\t",
+     "/tmp/ov_Daily.progress",
+     "/Library/Application Support/Orvane/.daily/.lastrun",
+     "/Library/Application Support/Orvane/.daily/.disks",
+     "/Library/Application Support/Orvane/.daily/.archives"},
     {OVFrequency::Weekly,
      "Weekly",
      "weekly",
@@ -130,7 +138,11 @@ constexpr FrequencyFiles Scheduled[] = {
      WeeklyLog,
      WeeklyErrors,
      "/Library/Application Support/Orvane/.weekly/.lastbackup",
-     "7\t25\torvane.weekly\t"},
+     "7\t25\torvane.weekly\t",
+     "/tmp/ov_Weekly.progress",
+     "/Library/Application Support/Orvane/.weekly/.lastrun",
+     "/Library/Application Support/Orvane/.weekly/.disks",
+     "/Library/Application Support/Orvane/.weekly/.archives"},
     {OVFrequency::Monthly,
      "Monthly",
      "monthly",
@@ -143,7 +155,11 @@ constexpr FrequencyFiles Scheduled[] = {
      MonthlyLog,
      MonthlyErrors,
      "/Library/Application Support/Orvane/.monthly/.lastbackup",
-     "30\t30\torvane.monthly\t"},
+     "30\t30\torvane.monthly\t",
+     "/tmp/ov_Monthly.progress",
+     "/Library/Application Support/Orvane/.monthly/.lastrun",
+     "/Library/Application Support/Orvane/.monthly/.disks",
+     "/Library/Application Support/Orvane/.monthly/.archives"},
 };
 constexpr std::size_t ScheduledCount = sizeof(Scheduled) / sizeof(Scheduled[0]);
 
@@ -161,7 +177,11 @@ constexpr FrequencyFiles Manual = {OVFrequency::Manual,
                                    DailyLog,
                                    DailyErrors,
                                    Scheduled[0].lastBackup,
-                                   nullptr};
+                                   nullptr,
+                                   Scheduled[0].progress,
+                                   Scheduled[0].lastRun,
+                                   Scheduled[0].disks,
+                                   Scheduled[0].archiveRecord};
 
 constexpr const FrequencyFiles &files(OVFrequency frequency)
 {

@@ -14,9 +14,9 @@ Encoding.default_internal = nil
 
 # Libraries load when they are needed: a run with nothing to copy should
 # cost little more than the copy tool itself.
-autoload :FileUtils, "fileutils"
 autoload :Open3, "open3"
 autoload :Etc, "etc"
+autoload :Syslog, "syslog"
 
 frequency = "Daily"
 #ov_frequency
@@ -26,10 +26,28 @@ sourceFolders = []
 #ov_sourceFolders
 destFolders = []
 #ov_destFolders
+exclusions = []
+#ov_exclusions
+removedExclusions = []
+#ov_removedExclusions
 logfile = "/var/log/orvane_daily.log"
 #ov_logfile
 lastBackup = "/Library/Application Support/Orvane/.daily/.lastbackup"
 #ov_lastBackup
+lastRun = "/Library/Application Support/Orvane/.daily/.lastrun"
+#ov_lastRun
+disksFile = "/Library/Application Support/Orvane/.daily/.disks"
+#ov_disks
+archiveRecord = "/Library/Application Support/Orvane/.daily/.archives"
+#ov_archiveRecord
+runFlag = "/tmp/ov_Daily.run"
+#ov_runFlag
+errorFile = "/var/log/.orvane_daily.err"
+#ov_errorFile
+progressFile = "/tmp/ov_Daily.progress"
+#ov_progressFile
+resourcesFolder = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources"
+#ov_resources
 toastApplicationName = "Toast Titanium"
 #ov_toastApplicationName
 username = "root"
@@ -54,96 +72,227 @@ runKind = "scheduled"
 
 class OrvaneBackup
   RESOURCES = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources"
-  NOTICE = File.join(RESOURCES, "orvane-notice")
   AUTOMOUNT = File.join(RESOURCES, "automount")
   # Below this much free space a destination counts as full.
   MIN_FREE_BYTES = 1024 * 1024
   # Waiting for the user to be away ends after this long.
   AWAY_SECONDS = 10 * 60
   MAX_WAIT_SECONDS = 6 * 60 * 60
+  # The question whether to delete ends by itself after ten minutes; the
+  # run waits a little longer than that, never for ever.
+  ASK_SECONDS = 11 * 60
   FREQUENCIES = %w[Daily Weekly Monthly].freeze
-  # What psync leaves at a target besides the backup itself.
+  CONTENTS = { "Everything" => "everything", "Changed" => "changed", "Deleted" => "deleted" }.freeze
+  # What psync may leave at a target besides the backup itself.
   PSYNC_ENTRIES = %w[.psync-work .psync-attributes].freeze
   # rsync's --info=progress2 line: bytes, percent, rate, time, and once a
   # file has gone "(xfr#N, to-chk=LEFT/TOTAL)" (ir-chk while still listing).
   PROGRESS_LINE = /\A\s*([\d,]+)\s+(\d+)%.*?(?:[it][or]-chk=(\d+)\/(\d+))?\)?\s*\z/
+  # At most this many lines of one kind of warning from one copy reach the
+  # error file; the log has them all.
+  MAX_LINES = 20
 
-  attr_reader :errors
+  # What went wrong with a file or folder, in a user's words.
+  REASONS = {
+    "ENOENT" => "it does not exist", "EACCES" => "permission was refused", "EPERM" => "it is not permitted",
+    "ENOSPC" => "the disk is full", "EDQUOT" => "the disk quota is used up", "EROFS" => "the disk is read-only",
+    "EIO" => "the disk could not be read or written", "ENOTDIR" => "part of its path is not a folder",
+    "EISDIR" => "a folder is in its place", "ELOOP" => "it is a symbolic link, which is never followed",
+    "EEXIST" => "something else is already in its place", "ENOTEMPTY" => "the folder is not empty",
+    "EBUSY" => "it is in use", "ETXTBSY" => "it is in use", "ENAMETOOLONG" => "its name is too long",
+    "ENOTCONN" => "its disk is no longer connected", "ESTALE" => "its disk is no longer connected",
+    "ENODEV" => "its disk is not there", "ENXIO" => "its disk is not there",
+    "EMFILE" => "too many files are open", "ENFILE" => "too many files are open",
+    "ENOMEM" => "the computer ran out of memory", "EAGAIN" => "the computer ran out of processes",
+    "EXDEV" => "it lies on another disk", "ETIMEDOUT" => "the server did not answer in time",
+    "EHOSTDOWN" => "the server cannot be reached", "EHOSTUNREACH" => "the server cannot be reached",
+    "ECONNREFUSED" => "the server refused the connection", "EPIPE" => "the other side stopped listening",
+    "EINVAL" => "the request was refused as invalid", "EFBIG" => "the file is too big for the disk"
+  }.freeze
+  SIGNALS = {
+    "SIGTERM" => "the system asked it to stop", "SIGINT" => "it was interrupted",
+    "SIGHUP" => "the session that started it ended", "SIGQUIT" => "it was asked to quit"
+  }.freeze
+
+  attr_reader :report
 
   def initialize(settings)
     @s = settings
     @frequency = FREQUENCIES.include?(settings[:frequency]) ? settings[:frequency] : "Daily"
-    @errors = []
+    @report = []
+    @errors = 0
+    @cautions = 0
     @started = Time.now
     @disks = nil
-    @archive_name = nil
-    @net = nil
+    @archives = []
     @progress_written = nil
     @progress_notice = nil
   end
 
-  def run_flag = "/tmp/ov_#{@frequency}.run"
-  def error_file = "/var/log/.orvane_#{@frequency.downcase}.err"
-  def progress_file = "/tmp/ov_#{@frequency}.progress"
   def manual? = @s[:runKind] == "manual"
-  # Where the file system of each source and destination at its last
-  # successful run is kept: beside the last-backup marker.
-  def disks_file = File.join(File.dirname(@s[:lastBackup]), ".disks")
+  def mirror? = command_flags.include?("d")
+  def psync = @s[:backupCommand].split(" ").first
+  def command_flags = @s[:backupCommand].split(" ")[1..].to_a.select { |a| a.start_with?("-") }.join.delete("-")
+  def notice_tool = File.join(@s[:resourcesFolder], "orvane-notice")
+  def archive_name = "#{@started.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}"
 
-  # Whatever stands at a path goes (file, link, folder of anyone), never
-  # following a link: a path in /tmp may have been planted by any user.
-  def self.clear(path)
+  def self.bytes(text) = text.to_s.b
+  def self.plural(count, word) = "#{count} #{word}#{count == 1 ? '' : 's'}"
+
+  # A failure in words: never an exception's own text, which names the
+  # implementation. What no user can act on goes to the system log whole.
+  def self.reason(exception)
+    case exception
+    when SystemCallError
+      name = exception.class.name.to_s.split("::").last
+      REASONS[name] || SystemCallError.new(nil, exception.errno).message.sub(/\A[A-Z]/) { |c| c.downcase }.sub(/ - .*\z/m, "")
+    when SignalException
+      SIGNALS[exception.signm] || "it was stopped"
+    else
+      begin
+        Syslog.open("orvane", Syslog::LOG_PID, Syslog::LOG_DAEMON) unless Syslog.opened?
+        Syslog.err("%s", "#{exception.class}: #{exception.message} #{exception.backtrace&.first(4)&.join(' < ')}".b)
+      rescue StandardError
+        nil
+      end
+      "a fault in the backup script itself (its details are in the system log)"
+    end
+  end
+
+  def self.reason_of_errno(number) = reason(SystemCallError.new(nil, number))
+
+  def reason(exception) = OrvaneBackup.reason(exception)
+
+  # --- Files ---------------------------------------------------------------
+  #
+  # The script itself writes only into folders that root alone may write
+  # (/var/log, the frequency's folder of the support folder) and, for the
+  # run flag and the progress file, /tmp, where each is made anew with
+  # O_EXCL and O_NOFOLLOW. Everything else at a destination or in the Safety
+  # Net folder is psync's, by descriptor.
+
+  # The administrators' group: logs name files of every user, so they are
+  # for root and administrators only.
+  def self.admin_gid
+    return @admin_gid if defined?(@admin_gid)
+    @admin_gid = %w[admin sudo wheel].lazy.filter_map { |name| (Etc.getgrnam(name).gid rescue nil) }.first || 0
+  end
+
+  # A log or error file, root's and readable by the administrators only,
+  # whatever modes it had.
+  def self.open_private(path, flags)
+    file = File.open(path, flags | File::NOFOLLOW | File::BINARY, 0o640)
+    stat = file.stat
+    begin
+      file.chown(0, admin_gid) unless stat.uid.zero? && stat.gid == admin_gid
+      file.chmod(0o640) unless (stat.mode & 0o7777) == 0o640
+    rescue Errno::EPERM
+      nil # not root: a test or a look by hand
+    end
+    file
+  end
+
+  # Whatever stands at a path in /tmp goes aside in one rename, unwalked
+  # however deep it is (root may rename anything in the sticky /tmp); what
+  # was a file, a link or an empty folder then goes. The new name is not
+  # guessable. Returns where a folder that still holds anything was put.
+  def self.move_aside(path)
     stat = File.lstat(path)
   rescue Errno::ENOENT, Errno::ENOTDIR
     nil
   else
-    stat.directory? ? FileUtils.remove_entry_secure(path) : File.unlink(path)
+    aside = File.join(File.dirname(path), ".#{File.basename(path)}.stale-#{Random.urandom(12).unpack1('H*')}")
+    File.rename(path, aside)
+    begin
+      stat.directory? ? Dir.rmdir(aside) : File.unlink(aside)
+      nil
+    rescue SystemCallError
+      aside
+    end
   end
 
-  # Makes a file anew (O_EXCL, O_NOFOLLOW), whatever stood at its path.
-  def self.write_fresh(path, data, mode = 0o644)
+  # Makes a file anew in /tmp (O_EXCL, O_NOFOLLOW), whatever stood at its
+  # path. Returns what stood there and was kept aside, and the file's stat.
+  def self.make_fresh(path, data, mode = 0o644)
+    kept = nil
     3.times do
-      clear(path)
+      kept ||= move_aside(path)
       begin
-        return File.open(path, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW | File::BINARY, mode) do |f|
+        stat = File.open(path, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW | File::BINARY, mode) do |f|
           f.write(data)
+          f.stat
         end
+        return [kept, stat]
       rescue Errno::EEXIST
-        next # someone was quicker; clear again
+        next # someone was quicker; aside with it too
       end
     end
-    raise Errno::EEXIST, path
+    raise Errno::EEXIST
   end
 
   # Replaces a file in one step: a new file beside it, renamed over it. A
   # reader sees the old content or the new, never a part.
   def self.replace(path, data, mode = 0o644)
-    temporary = "#{path}.#{Process.pid}.#{rand(1 << 32)}"
+    temporary = "#{path}.#{Process.pid}.#{Random.urandom(8).unpack1('H*')}"
     File.open(temporary, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW | File::BINARY, mode) { |f| f.write(data) }
-    File.rename(temporary, path)
+    begin
+      File.rename(temporary, path)
+    rescue Errno::EISDIR, Errno::ENOTEMPTY, Errno::EEXIST
+      move_aside(path) # a folder was planted there
+      File.rename(temporary, path)
+    end
   rescue SystemCallError
     File.unlink(temporary) rescue nil
     raise
   end
 
-  def self.bytes(text) = text.to_s.b
-  def self.plural(count, word) = "#{count} #{word}#{count == 1 ? '' : 's'}"
+  # Removes a file this run made, if it is still the one it made.
+  def self.remove_own(path, made)
+    stat = File.lstat(path)
+    File.unlink(path) if stat.file? && stat.uid.zero? && (made.nil? || [stat.dev, stat.ino] == [made.dev, made.ino])
+  rescue SystemCallError
+    nil
+  end
+
+  # --- The report ----------------------------------------------------------
 
   def log(message)
     line = "#{Time.now.strftime('%Y-%m-%d %H:%M:%S')} #{@frequency}: #{OrvaneBackup.bytes(message)}\n".b
-    File.open(@s[:logfile], "ab", 0o644) { |f| f.write(line) }
+    file = OrvaneBackup.open_private(@s[:logfile], File::WRONLY | File::APPEND | File::CREAT)
+    begin
+      file.write(line)
+    ensure
+      file.close
+    end
   rescue SystemCallError => e
-    $stderr.write("orvane: cannot write the log #{@s[:logfile]}: #{e.message}\n".b + line.to_s)
+    $stderr.write("orvane: cannot write the log #{@s[:logfile]} (#{reason(e)}): ".b + line.to_s)
   end
 
+  # An error: something was not backed up as it should have been.
   def error(message)
-    @errors << OrvaneBackup.bytes(message)
+    @errors += 1
+    @report << OrvaneBackup.bytes(message)
     log("ERROR: #{OrvaneBackup.bytes(message)}")
     nil
   end
 
-  # The whole run. Returns the exit status: 0 done, 1 done with errors,
-  # 3 not run (the user declined it).
+  # A caution: the backup was made, but something needs the user's eye.
+  def caution(message)
+    @cautions += 1
+    @report << OrvaneBackup.bytes(message)
+    log("WARNING: #{OrvaneBackup.bytes(message)}")
+    nil
+  end
+
+  def result
+    return "errors" if @errors.positive?
+    @cautions.positive? ? "caution" : "complete"
+  end
+
+  # --- The run ---------------------------------------------------------------
+
+  # The whole run. Returns the exit status: 0 done, 1 done with errors or
+  # cautions, 3 not run (the user declined it).
   def run
     begin
       wait_until_away if @s[:shouldWaitUntilAway]
@@ -152,35 +301,42 @@ class OrvaneBackup
         return 3
       end
     rescue StandardError => e
-      log("could not ask the user first (#{e.class}: #{OrvaneBackup.bytes(e.message)}); backing up anyway")
+      log("could not ask the user first (#{reason(e)}); backing up anyway")
     end
+    # What the last run left, before this one changes it.
+    @before = { marker: (File.binread(@s[:lastBackup], 64).strip rescue nil), errors: File.exist?(@s[:errorFile]) }
     begin
-      # A flag or progress file left by a dead run, or planted, is stale.
-      OrvaneBackup.clear(progress_file)
-      OrvaneBackup.write_fresh(run_flag, "#{Process.pid}\n")
+      kept = OrvaneBackup.move_aside(@s[:progressFile])
+      log("something left at #{@s[:progressFile]} was put aside as #{kept}") if kept
+      kept, @flag = OrvaneBackup.make_fresh(@s[:runFlag], "#{Process.pid}\n")
+      log("something left at #{@s[:runFlag]} was put aside as #{kept}") if kept
     rescue StandardError => e
-      error("the run flag #{run_flag} could not be made (#{OrvaneBackup.bytes(e.message)}); the pane will not show this backup as running")
+      error("the run flag #{@s[:runFlag]} could not be made (#{reason(e)}); the pane will not show this backup as running")
     end
     begin
-      OrvaneBackup.clear(error_file)
+      File.unlink(@s[:errorFile]) rescue nil
       log("#{manual? ? 'manual ' : ''}backup started (#{OrvaneBackup.plural(@s[:sourceFolders].size, 'folder')})")
       back_up_all
     rescue StandardError, ScriptError, NoMemoryError, SystemStackError => e
-      error("the backup stopped unexpectedly (#{e.class}: #{OrvaneBackup.bytes(e.message)}); folders not yet backed up keep their earlier backup")
+      error("the backup stopped unexpectedly (#{reason(e)}); folders not yet backed up keep their earlier backup")
     rescue SignalException => e
-      error("the backup was stopped (#{e.signm}) before it ended; folders not yet backed up keep their earlier backup")
+      error("the backup was stopped before it ended (#{reason(e)}); folders not yet backed up keep their earlier backup")
     ensure
       finish
-      [progress_file, run_flag].each { |f| OrvaneBackup.clear(f) rescue nil }
     end
-    @errors.empty? ? 0 : 1
+    result == "complete" ? 0 : 1
   end
 
   def back_up_all
-    mount_remote_volume if @s[:autoConnect]
+    # Only a run whose items are on the remote volume has it mounted.
+    mount_remote_volume if @s[:remoteBackup] && @s[:autoConnect]
     if @s[:repairPermissions]
       log("repair permissions: every copy keeps each file's owner, group and permissions, and " \
           "Linux has no store of system permissions to repair; nothing more to do")
+    end
+    if @s[:shouldArchive]
+      @net_problem = prepare_safety_net
+      remember_archives([archive_name]) unless @net_problem
     end
     @s[:sourceFolders].each_with_index do |source, i|
       destination = @s[:destFolders][i]
@@ -188,35 +344,71 @@ class OrvaneBackup
         back_up(OrvaneBackup.bytes(source), OrvaneBackup.bytes(destination), i)
       rescue StandardError => e
         error("#{source} -> #{destination}: the backup of this folder stopped unexpectedly " \
-              "(#{e.class}: #{OrvaneBackup.bytes(e.message)}); files not yet copied keep their earlier version")
+              "(#{reason(e)}); files not yet copied keep their earlier version")
       end
     end
   end
 
   def finish
-    @net&.close
-    prune_archives if @s[:shouldArchive]
+    close_progress
+    prune_archives if @s[:shouldArchive] && !@net_problem
     save_disks
     unmount_remote_volume
+    stamp = @started.strftime("%m/%d/%y")
     begin
-      OrvaneBackup.write_fresh(@s[:lastBackup], @started.strftime("%m/%d/%y"))
+      OrvaneBackup.replace(@s[:lastBackup], stamp)
+      write_last_run(stamp)
     rescue StandardError => e
-      error("the date of this backup could not be written to #{@s[:lastBackup]} (#{OrvaneBackup.bytes(e.message)})")
+      error("the date of this backup could not be written to #{@s[:lastBackup]} (#{reason(e)})")
     end
-    unless @errors.empty?
-      stamp = Time.now.strftime("%Y-%m-%d %H:%M:%S")
-      begin
-        OrvaneBackup.write_fresh(error_file, @errors.map { |e| "#{stamp} #{e}\n".b }.join.b)
-      rescue StandardError => e
-        log("ERROR: the error file #{error_file} could not be written (#{OrvaneBackup.bytes(e.message)})")
+    write_error_file
+    summary = [(OrvaneBackup.plural(@errors, "error") if @errors.positive?),
+               (OrvaneBackup.plural(@cautions, "warning") if @cautions.positive?)].compact.join(" and ")
+    log(summary.empty? ? "backup complete" : "backup finished with #{summary}")
+    # The notice stays up as long as the user likes; the run does not wait.
+    notice_in_background("--finished", @frequency, result, *kind_argument, input: @report.first(10).map { |l| "#{l}\n" }.join)
+  rescue StandardError => e
+    log("ERROR: the end of the run failed (#{reason(e)})")
+  ensure
+    OrvaneBackup.remove_own(@s[:runFlag], @flag) if @flag
+  end
+
+  def write_error_file
+    return if @report.empty?
+    stamp = Time.now.strftime("%Y-%m-%d %H:%M:%S")
+    File.unlink(@s[:errorFile]) rescue nil
+    file = OrvaneBackup.open_private(@s[:errorFile], File::WRONLY | File::CREAT | File::EXCL)
+    begin
+      file.write(@report.map { |line| "#{stamp} #{line}\n".b }.join.b)
+    ensure
+      file.close
+    end
+  rescue StandardError => e
+    log("ERROR: the error file #{@s[:errorFile]} could not be written (#{reason(e)})")
+  end
+
+  # Beside the last-backup marker, the last run of each kind: "scheduled
+  # DATE RESULT" and "manual DATE RESULT" (RESULT complete, errors or
+  # caution). A manual run refreshes the daily marker, so the pane reads
+  # the scheduled line for the status of the daily backups.
+  def write_last_run(stamp)
+    runs = {}
+    begin
+      File.binread(@s[:lastRun], 4096).each_line do |line|
+        kind, rest = line.chomp.split(" ", 2)
+        runs[kind] = rest if %w[scheduled manual].include?(kind) && rest
+      end
+    rescue Errno::ENOENT
+      # The marker of a run before the kind was kept: a scheduled one.
+      if @before[:marker]&.match?(%r{\A\d\d/\d\d/\d\d\z})
+        runs["scheduled"] = "#{@before[:marker]} #{@before[:errors] ? 'errors' : 'complete'}"
       end
     end
-    log(@errors.empty? ? "backup complete" : "backup finished with #{OrvaneBackup.plural(@errors.size, 'error')}")
-    # The notice stays up as long as the user likes; the run does not wait.
-    notice_in_background("--finished", @frequency, @errors.empty? ? "complete" : "errors", *kind_argument)
-  rescue StandardError => e
-    log("ERROR: the end of the run failed (#{e.class}: #{OrvaneBackup.bytes(e.message)})")
+    runs[manual? ? "manual" : "scheduled"] = "#{stamp} #{result}"
+    OrvaneBackup.replace(@s[:lastRun], runs.map { |kind, rest| "#{kind} #{rest}\n" }.join)
   end
+
+  # --- One pair ----------------------------------------------------------------
 
   # One source onto one destination.
   def back_up(source, destination, index)
@@ -239,8 +431,7 @@ class OrvaneBackup
                    "#{destination_disk}, at the last backup on #{known_disk(destination)}); is its disk connected? " \
                    "#{source} was not backed up and nothing was written there")
     end
-    mirror = command_flags.include?("d")
-    if mirror && empty_folder?(source) && !(Dir.children(destination) - PSYNC_ENTRIES).reject { |n| n.start_with?(STAGING) }.empty?
+    if mirror? && empty_folder?(source) && !(Dir.children(destination) - PSYNC_ENTRIES).empty?
       return error("#{source}: the source folder is empty (is its disk connected?); it was not mirrored, " \
                    "so nothing at #{destination} was deleted")
     end
@@ -252,82 +443,110 @@ class OrvaneBackup
     if free && free < MIN_FREE_BYTES
       return error("#{destination}: the destination is full (#{free} bytes free); #{source} was not backed up")
     end
+    if @s[:shouldArchive] && @net_problem
+      return error("#{source}: not backed up, so that no earlier version at #{destination} is lost: #{@net_problem}")
+    end
+    unless File.file?(psync) && File.executable?(psync)
+      return error("#{source} -> #{destination}: the copy tool #{psync} is not installed; nothing was copied")
+    end
 
     options = []
     if @s[:shouldArchive]
-      owner, problem = safety_net_owner
-      staging, left, problem = stage(source, destination, owner) if owner
-      unless staging
-        return error("#{source}: not backed up, so that no earlier version at #{destination} is lost: #{problem}")
-      end
-      options << "--backup-dir=#{staging[:name]}/#{KEPT}"
-      (left + [staging[:name]]).each { |name| options << "--exclude-path=#{name}" }
+      options += ["--safety-net=#{@s[:safetyNetFolder]}", "--safety-net-owner=#{@s[:username]}",
+                  "--archive=#{archive_name}", "--keep=#{CONTENTS.fetch(@s[:archiveContents].to_s, 'everything')}"]
     end
-    exclude = safety_net_inside(source)
-    options << "--exclude-path=#{exclude}" if exclude
+    inside = safety_net_inside(source)
+    options << "--exclude-path=#{inside}" if inside
+    options += exclusion_options(source, index)
+    options << "--hold-deletions" if mirror?
     options << "--progress" if @s[:showProgress]
     report_progress("0 0 0 0 #{index + 1} #{@s[:sourceFolders].size}", force: true)
 
-    command = @s[:backupCommand].split(" ")
-    command = [command.first, *options, *command[1..], source, destination]
-    @pair = "#{source} -> #{destination}"
-    @left_out = 0
-    @skipped = 0
-    status = run_copy(command, index)
-    if @skipped.positive?
-      log("#{@pair}: #{@skipped} links, devices or special files not copied: the volume cannot hold them")
-    end
-    error("#{@pair}: #{@left_out - 20} more names left out (see the log)") if @left_out > 20
-    case status
-    when 0
-      log("#{source} -> #{destination}: done")
-    when 1
-      if @left_out.positive?
-        log("#{source} -> #{destination}: done, #{OrvaneBackup.plural(@left_out, 'name')} left out")
-      else
-        error("#{source} -> #{destination}: done, but some files vanished or could not be read (see the log)")
-      end
-    else
-      full = @copy_output_full
-      error("#{source} -> #{destination}: " + (full ? "the destination became full" : "the copy failed") +
-            " (psync status #{status.inspect}); files not yet copied keep their earlier version")
-    end
-    if [0, 1].include?(status)
+    @copy = { pair: "#{source} -> #{destination}", source: source, destination: destination, index: index,
+              warnings: 0, reason: nil, held: nil, answer: nil }
+    status = run_copy([psync, *@s[:backupCommand].split(" ")[1..], *options, source, destination])
+    copied(status)
+    if [0, 1, 3].include?(status.exitstatus)
       remember_disk(source, source_disk)
       remember_disk(destination, destination_disk)
     end
   rescue SystemCallError => e
-    error("#{source} -> #{destination}: #{OrvaneBackup.bytes(e.message)}; files not yet copied keep their earlier version")
-  ensure
-    if staging
-      hand_over(source, destination, staging, owner)
-      staging[:dir].close
+    error("#{source} -> #{destination}: #{reason(e)}; files not yet copied keep their earlier version")
+  end
+
+  # What psync's exit status says about the pair.
+  def copied(status)
+    pair = @copy[:pair]
+    case status.exitstatus
+    when 0
+      log("#{pair}: done")
+    when 1
+      if @copy[:warnings].positive?
+        log("#{pair}: done, with the warnings above")
+      else
+        caution("#{pair}: done, but some files vanished or could not be read (see the log)")
+      end
+    when 3
+      caution(held_text)
+    when 4
+      error("#{pair}: the destination became full; files not yet copied keep their earlier version")
+    when nil
+      error("#{pair}: the copy was stopped before it ended; files not yet copied keep their earlier version")
+    else
+      why = @copy[:reason]&.delete_suffix("; files not yet copied keep their earlier version") ||
+            "the copy tool gave no reason (it ended with status #{status.exitstatus})"
+      error("#{pair}: the copy failed: #{why}; files not yet copied keep their earlier version")
     end
   end
 
-  def command_flags = @s[:backupCommand].split(" ")[1..].to_a.select { |a| a.start_with?("-") }.join.delete("-")
+  def held_text
+    count = @copy[:held] || 0
+    one = count == 1
+    why = @copy[:answer] == :keep ? "Keep was chosen" : "nobody answered whether to delete #{one ? 'it' : 'them'}"
+    "#{OrvaneBackup.plural(count, 'file')} in #{@copy[:destination]} #{one ? 'is' : 'are'} no longer in #{@copy[:source]}; " \
+      "#{one ? 'it was' : 'they were'} kept in the backup, since #{why}. The next backup asks again."
+  end
 
-  # Runs psync, logging what it says and turning its progress lines into
-  # the progress file. Returns its exit status.
-  def run_copy(command, index)
-    @copy_output_full = false
+  # Each entry of the pair's exclusions as psync takes it: one beginning
+  # with "/" is a path inside the source, any other a pattern; those the
+  # user also wants gone from the backup are dropped rather than left out.
+  def exclusion_options(source, index)
+    removed = Array(@s[:removedExclusions][index]).map { |e| OrvaneBackup.bytes(e) }
+    top = source == "/" ? "" : source.chomp("/")
+    Array(@s[:exclusions][index]).flat_map do |entry|
+      entry = OrvaneBackup.bytes(entry)
+      kind = removed.include?(entry) ? "drop" : "exclude"
+      next [] if entry.empty?
+      next ["--#{kind}=#{entry}"] unless entry.start_with?("/")
+      path = entry.sub(%r{/+\z}, "")
+      unless path.start_with?("#{top}/") && path.size > top.size + 1
+        log("#{source}: the exclusion #{entry} does not lie inside this source; it is ignored")
+        next []
+      end
+      ["--#{kind}-path=#{path.delete_prefix("#{top}/")}"]
+    end
+  end
+
+  # Runs psync, logging what it says as it says it, turning its progress
+  # into the progress file and answering its question about deletions.
+  def run_copy(command)
     pending = "".b
-    IO.popen(command, "rb", err: %i[child out]) do |output|
+    IO.popen(command, "r+b", err: %i[child out]) do |io|
+      io.close_write unless command.include?("--hold-deletions")
       loop do
-        chunk = output.readpartial(65_536)
-        pending << chunk
+        pending << io.readpartial(65_536)
         while (cut = pending.index(/[\r\n]/))
-          copy_line(pending.slice!(0, cut + 1).chomp("\n").chomp("\r"), index)
+          copy_line(pending.slice!(0, cut + 1).chomp("\n").chomp("\r"), io)
         end
       rescue EOFError
-        copy_line(pending, index) unless pending.empty?
+        copy_line(pending, io) unless pending.empty?
         break
       end
     end
-    $?.exitstatus
+    $?
   end
 
-  def copy_line(line, index)
+  def copy_line(line, io)
     return if line.strip.empty?
     if (m = line.match(PROGRESS_LINE))
       bytes_done = m[1].delete(",").to_i
@@ -335,18 +554,65 @@ class OrvaneBackup
       bytes_total = percent.positive? ? bytes_done * 100 / percent : bytes_done
       total = m[4].to_i
       done = m[3] ? total - m[3].to_i : 0
-      report_progress("#{done} #{total} #{bytes_done} #{bytes_total} #{index + 1} #{@s[:sourceFolders].size}")
-    else
-      @copy_output_full ||= line.include?("No space left on device")
-      log("  #{line}")
-      # A remote volume cannot hold two names that differ only in case:
-      # each one psync left out is an error the user must see.
-      if line.start_with?("psync: not copied: ")
-        @left_out += 1
-        error("#{@pair}: #{line.delete_prefix('psync: ')}") if @left_out <= 20
-      end
-      @skipped += 1 if line.start_with?("psync: skipped ")
+      report_progress("#{done} #{total} #{bytes_done} #{bytes_total} #{@copy[:index] + 1} #{@s[:sourceFolders].size}")
+      return
     end
+    log("  #{line}")
+    case line
+    when /\Apsync: hold (\d+)\z/
+      @copy[:held] = Regexp.last_match(1).to_i
+      answer_hold(io)
+    when /\Apsync: kept \d+ files? in (.+)\z/
+      @archives << Regexp.last_match(1) unless @archives.include?(Regexp.last_match(1))
+    when /\Apsync: (not copied|not kept): /
+      @copy[:warnings] += 1
+      caution("#{@copy[:pair]}: #{line.delete_prefix('psync: ')}") if @copy[:warnings] <= MAX_LINES
+      caution("#{@copy[:pair]}: more was not copied or not kept (see the log)") if @copy[:warnings] == MAX_LINES + 1
+    when /\Apsync: (journal|full walk) /
+      nil
+    when /\Apsync: (.+)\z/
+      @copy[:reason] = Regexp.last_match(1)
+    end
+  end
+
+  # psync holds the deletions of a mirror that would delete much: the user
+  # says whether they go. Only "delete" deletes.
+  def answer_hold(io)
+    count = @copy[:held]
+    log("#{@copy[:pair]}: #{OrvaneBackup.plural(count, 'file')} would be deleted from the backup; asking #{@s[:username]}")
+    @copy[:answer] = ask_deletions(count)
+    log("#{@copy[:pair]}: " + { delete: "the user chose Delete", keep: "the user chose Keep" }.fetch(@copy[:answer], "nobody answered"))
+    io.write(@copy[:answer] == :delete ? "delete\n" : "keep\n")
+  rescue Errno::EPIPE
+    nil
+  ensure
+    io.close_write unless io.closed?
+  end
+
+  def ask_deletions(count)
+    command = notice_command("--ask-deletions", count.to_s, @copy[:destination], @copy[:source], @frequency, *kind_argument)
+    return :unanswered unless command
+    reader, writer = IO.pipe
+    pid = Process.spawn(*command, in: reader, out: File::NULL, err: File::NULL)
+    reader.close
+    deadline = Process.clock_gettime(Process::CLOCK_MONOTONIC) + ASK_SECONDS
+    status = nil
+    until (status = Process.wait2(pid, Process::WNOHANG)&.last)
+      break if Process.clock_gettime(Process::CLOCK_MONOTONIC) > deadline
+      sleep 0.2
+    end
+    unless status
+      # Its standard input ends: the notice goes, and so does the program.
+      writer.close
+      Process.kill("TERM", pid) rescue nil
+      status = Process.wait2(pid).last
+    end
+    { 0 => :delete, 1 => :keep }.fetch(status.exitstatus, :unanswered)
+  rescue SystemCallError => e
+    log("the question could not be asked (#{reason(e)})")
+    :unanswered
+  ensure
+    writer&.close unless writer&.closed?
   end
 
   def empty_folder?(folder) = Dir.children(folder).empty?
@@ -423,7 +689,7 @@ class OrvaneBackup
 
   def disks
     @disks ||= begin
-      fields = File.binread(disks_file).split("\0")
+      fields = File.binread(@s[:disksFile]).split("\0")
       fields.each_slice(2).select { |pair| pair.size == 2 }.to_h
     rescue SystemCallError
       {}
@@ -439,249 +705,89 @@ class OrvaneBackup
 
   def save_disks
     return unless @disks_changed
-    OrvaneBackup.replace(disks_file, @disks.map { |folder, disk| "#{folder}\0#{disk}\0" }.join.b, 0o600)
+    OrvaneBackup.replace(@s[:disksFile], @disks.map { |folder, disk| "#{folder}\0#{disk}\0" }.join.b, 0o600)
   rescue StandardError => e
-    error("the disks of this backup could not be remembered in #{disks_file} (#{OrvaneBackup.bytes(e.message)}); " \
+    error("the disks of this backup could not be remembered in #{@s[:disksFile]} (#{reason(e)}); " \
           "a disk that is not connected may go unnoticed next time")
   end
 
   # --- The Safety Net ----------------------------------------------------
   #
+  # psync keeps every file a copy replaces or deletes, in the same pass, in
   # <Safety Net folder>/<YYYY-MM-DD HH.MM.SS> <Frequency>/<destination
-  # without its leading "/">/<path relative to the destination>. Root never
-  # writes by a path the Safety Net folder's owner controls: rsync moves each
-  # file it replaces or deletes into a root-only staging folder at the
-  # destination's top (given as a relative path, so rsync reaches it from
-  # the destination by plain renames); the kept files are sorted there,
-  # handed to the owner, and the owner's own process moves them into the
-  # Safety Net folder, where it may write anyway.
+  # without its leading "/">/<path in the destination>, and removes old
+  # archives; both by descriptor, as the folder's owner holds it. The
+  # script makes a missing folder (as its owner), and decides which
+  # archives go: by the order in which runs made them, which the archive
+  # record keeps, never by their dates, which a wrong clock may have set.
 
-  # The staging folder's name at a destination's top; "kept" inside it is
-  # what rsync fills.
-  STAGING = ".orvane-kept-"
-  KEPT = "kept"
-  # Run as the Safety Net folder's owner, in the staging folder: makes the
-  # archive (the run's, or the next free second's when it is missing or
-  # already holds this destination) and moves "kept" to its place in it.
-  # Arguments: FOLDER DESTINATION-PATH ARCHIVE-OR-EMPTY CANDIDATE-NAME...
-  HAND_OVER = <<~'SH'
-    umask 077
-    net=$1 rel=$2 archive=$3; shift 3
-    [ -e kept ] || exit 0
-    at() { target=$net/$1; [ -z "$rel" ] || target=$target/$rel; }
-    if [ -n "$archive" ] && [ -d "$net/$archive" ] && at "$archive" && ! [ -e "$target" ] && ! [ -L "$target" ]; then
-        :
-    else
-        archive=
-        for name do
-            problem=$(mkdir -- "$net/$name" 2>&1) && { archive=$name; break; }
-            [ -e "$net/$name" ] || [ -L "$net/$name" ] || { printf '%s\n' "$problem" >&2; exit 1; }
-        done
-        [ -n "$archive" ] || { echo "no free archive name" >&2; exit 1; }
-        at "$archive"
-    fi
-    printf '%s\n' "$archive"
-    [ -z "$rel" ] || mkdir -p -- "${target%/*}" || exit 1
-    mv -T -- kept "$target"
-  SH
-
-  def archive_name(time) = "#{time.strftime('%Y-%m-%d %H.%M.%S')} #{@frequency}"
-
-  # The Safety Net folder, opened once a run without following a link, and
-  # its owner; or nil and why it cannot be used. The script never makes the
-  # folder: without it nothing is overwritten. Everything the owner's
-  # process does in it goes through this descriptor, so a link put on the
-  # folder's path later redirects nothing.
-  def safety_net_owner
-    return [@net.stat, nil] if @net
-    folder = @s[:safetyNetFolder]
-    net = File.open(folder, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
-    stat = net.stat
-    unless stat.directory?
-      net.close
-      return [nil, "the Safety Net folder #{folder} is not a folder"]
-    end
-    @net = net
-    [stat, nil]
-  rescue SystemCallError => e
-    [nil, "the Safety Net folder #{folder} cannot be used (#{OrvaneBackup.bytes(e.message)}; is its disk connected?)"]
+  def safety_net_user
+    @safety_net_user ||= Etc.getpwnam(@s[:username].to_s)
+  rescue ArgumentError
+    nil
   end
 
-  # Makes this pair's staging folder, root-only, after handing over what
-  # killed or failed runs left at the destination. Returns the staging
-  # folder ({name:, dir:}) and the names of earlier ones still there (left
-  # out of the copy), or nil and why not.
-  def stage(source, destination, owner)
-    left = Dir.children(destination).select { |n| n.start_with?(STAGING) }.reject do |name|
-      hand_over_leftover(source, destination, name, owner)
-    end
-    name = "#{STAGING}#{Process.pid}"
-    name = "#{name}-#{rand(1 << 32)}" if left.include?(name)
-    path = File.join(destination, name)
-    Dir.mkdir(path, 0o700)
-    made = true
-    dir = File.open(path, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
-    stat = dir.stat
-    unless stat.directory? && stat.uid.zero? && (stat.mode & 0o077).zero?
-      dir.close
-      raise Errno::EPERM, "#{name} is not the folder this run made"
-    end
-    [{ name: name, dir: dir }, left, nil]
-  rescue SystemCallError => e
-    Dir.rmdir(path) rescue nil if made
-    [nil, nil, "the staging folder #{File.join(destination, name.to_s)} could not be made (#{OrvaneBackup.bytes(e.message)})"]
-  end
-
-  # A staging folder an earlier run left. Root's own (root-only, so no one
-  # else has been in it) is sorted and handed over like this run's; one its
-  # owner already holds is only moved, by the owner; anything else is not
-  # ours and stays. True when it is gone.
-  def hand_over_leftover(source, destination, name, owner)
-    stat = File.lstat(File.join(destination, name))
-    return false unless stat.directory?
-    root = stat.uid.zero? && (stat.mode & 0o077).zero?
-    return false unless root || stat.uid == owner.uid
-    dir = File.open(File.join(destination, name), File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
+  # Nil when the Safety Net folder can take this run's archive, else why not.
+  def prepare_safety_net
+    folder = @s[:safetyNetFolder].to_s
+    return "no Safety Net folder is set in the options" if folder.empty?
+    user = safety_net_user
+    return "#{@s[:username]}, whose backups these are, is not a user of this computer" unless user
     begin
-      return false unless dir.stat.ino == stat.ino
-      log("Safety Net: #{File.join(destination, name)} was left by an earlier run; its files go to the Safety Net now")
-      hand_over(source, destination, { name: name, dir: dir }, owner, sort: root)
-    ensure
-      dir.close
-    end
-  rescue SystemCallError => e
-    error("Safety Net: #{File.join(destination, name)}, left by an earlier run, could not be looked at (#{OrvaneBackup.bytes(e.message)})")
-    false
-  end
-
-  # Sorts the staged files (root-only still), hands them to the Safety Net
-  # folder's owner, and has the owner move them into the archive. True when
-  # the staging folder is gone; on failure the files stay in it, reported,
-  # and go at the next run.
-  def hand_over(source, destination, staging, owner, sort: true)
-    path = File.join(destination, staging[:name])
-    base = "/proc/#{Process.pid}/fd/#{staging[:dir].fileno}"
-    if sort
-      sort_archive(source, base)
-      unless Dir.exist?(File.join(base, KEPT))
-        Dir.rmdir(path)
-        return true
-      end
-      # All below the root-only folder, so nothing changes under the chown.
-      output = IO.popen(["/bin/chown", "-R", "-h", "--", "#{owner.uid}:#{owner.gid}", KEPT], "rb", err: %i[child out],
-                        chdir: base, &:read)
-      raise(output.lines.last&.strip || "chown ended with status #{$?.exitstatus}") unless $?.success?
-      staging[:dir].chown(owner.uid, owner.gid)
-    end
-    rel = File.expand_path(destination).sub(%r{\A/+}, "").chomp("/")
-    candidates = (0..59).map { |i| archive_name(@started + i) }
-    output, problem, status = Open3.capture3(*as_owner(owner), "/bin/sh", "-c", HAND_OVER, "sh", "/proc/self/fd/3", rel,
-                                             @archive_name.to_s, *candidates, chdir: base, unsetenv_others: true,
-                                             3 => @net, stdin_data: "", binmode: true)
-    raise(problem.lines.map(&:strip).reject(&:empty?).last || "status #{status.exitstatus.inspect}") unless status.success?
-    if (name = output.lines.first&.chomp) && !name.empty?
-      @archive_name ||= name
-      log("Safety Net: files kept in #{File.join(@s[:safetyNetFolder], name)}")
-    end
-    Dir.rmdir(path)
-    true
-  rescue StandardError => e
-    error("Safety Net: the earlier versions from #{destination} could not be moved into #{@s[:safetyNetFolder]} " \
-          "(#{OrvaneBackup.bytes(e.message)}); they stay in #{path} and go there at the next run")
-    false
-  end
-
-  # The Safety Net folder's owner, with a clean environment.
-  def as_owner(owner)
-    groups = Etc.getpwuid(owner.uid) ? "--init-groups" : "--clear-groups" rescue "--clear-groups"
-    ["/usr/bin/setpriv", "--reuid=#{owner.uid}", "--regid=#{owner.gid}", groups, "--",
-     "/usr/bin/env", "-i", "PATH=/usr/bin:/bin", "LC_ALL=C"]
-  end
-
-  # rsync keeps every replaced and deleted file; what the choice does not
-  # want goes again, and so do the folders left empty. A path the source
-  # still has was replaced (also by a folder), one it lacks was deleted. A
-  # file that shares its data with another (a hard link into the backup)
-  # becomes a copy of its own before it is handed over.
-  def sort_archive(source, staging)
-    backup_dir = File.join(staging, KEPT)
-    return unless File.directory?(backup_dir)
-    contents = @s[:archiveContents].to_s.empty? ? "Everything" : @s[:archiveContents]
-    kept = 0
-    walk(backup_dir) do |relative, stat|
-      full = File.join(backup_dir, relative)
-      if stat.directory?
-        begin
-          Dir.rmdir(full)
-        rescue Errno::ENOTEMPTY, Errno::EEXIST
-          nil
-        end
-        next
-      end
-      if contents != "Everything"
-        replaced = File.exist?(File.join(source, relative)) || File.symlink?(File.join(source, relative))
-        next File.unlink(full) if (contents == "Changed") != replaced
-      end
-      unlink_copy(full, stat) if stat.file? && stat.nlink > 1
-      kept += 1
-    end
-    Dir.rmdir(backup_dir) if Dir.empty?(backup_dir)
-    log("Safety Net: kept #{OrvaneBackup.plural(kept, 'file')} of #{source} (#{contents.downcase})") if kept.positive?
-  end
-
-  def unlink_copy(path, stat)
-    copy = File.join(File.dirname(path), ".orvane-copy-#{rand(1 << 32)}")
-    File.open(copy, File::WRONLY | File::CREAT | File::EXCL | File::NOFOLLOW, 0o600) do |out|
-      File.open(path, File::RDONLY | File::NOFOLLOW) { |data| IO.copy_stream(data, out) }
-      out.chown(stat.uid, stat.gid)
-      out.chmod(stat.mode & 0o7777)
-    end
-    File.utime(stat.atime, stat.mtime, copy)
-    File.rename(copy, path)
-  end
-
-  # Every entry below a folder, deepest first, never following a link.
-  def walk(folder, relative = nil, &block)
-    here = relative ? File.join(folder, relative) : folder
-    Dir.children(here).each do |name|
-      path = relative ? File.join(relative, name) : name
-      stat = File.lstat(File.join(folder, path))
-      walk(folder, path, &block) if stat.directory?
-      yield path, stat
-    end
-  end
-
-  # At most maxArchives archives of this frequency stay; the other
-  # frequencies' archives are theirs to count. Old archives belong to the
-  # folder's owner, who may change them while they go: GNU rm walks them by
-  # descriptor and never follows a link, and is some ten times quicker than
-  # a walk in Ruby. It runs inside the folder opened without following a
-  # link, on the archives' bare names.
-  def prune_archives
-    folder = @s[:safetyNetFolder]
-    begin
-      # Without blocking on a FIFO someone put there.
-      net = File.open(folder, File::RDONLY | File::NOFOLLOW | File::NONBLOCK)
-    rescue Errno::ENOENT, Errno::ENOTDIR, Errno::ELOOP
-      return
-    end
-    return unless net.stat.directory?
-    base = "/proc/#{Process.pid}/fd/#{net.fileno}"
-    pattern = /\A\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d #{@frequency}\z/
-    archives = Dir.children(base).select { |n| n.match?(pattern) }.sort
-    old = archives.first([archives.size - [@s[:maxArchives].to_i, 1].max, 0].max)
-    return if old.empty?
-    output = IO.popen(["/bin/rm", "-rf", "--one-file-system", "--", *old], "rb", err: %i[child out], chdir: base, &:read)
-    old.each do |name|
-      File.lstat(File.join(base, name))
+      stat = File.lstat(folder)
     rescue Errno::ENOENT
-      log("Safety Net: removed the old archive #{name}")
+      problem = make_safety_net(folder, user)
+      return problem if problem
+      stat = File.lstat(folder)
     end
-    raise(output.lines.last&.strip || "rm ended with status #{$?.exitstatus}") unless $?.success?
-  rescue StandardError => e
-    error("Safety Net: old archives in #{folder} could not be removed (#{OrvaneBackup.bytes(e.message)})")
-  ensure
-    net&.close
+    return "the Safety Net folder #{folder} is a link to another place; it must be a folder of its own" if stat.symlink?
+    return "the Safety Net folder #{folder} is not a folder" unless stat.directory?
+    unless stat.uid == user.uid
+      owner = (Etc.getpwuid(stat.uid).name rescue "user #{stat.uid}")
+      return "the Safety Net folder #{folder} belongs to #{owner}, not to #{user.name}, whose backups these are"
+    end
+    nil
+  rescue SystemCallError => e
+    "the Safety Net folder #{folder} cannot be used (#{reason(e)})"
+  end
+
+  # Makes the missing Safety Net folder as the user it belongs to, never as
+  # root in a place the user controls. Its parent must be there already.
+  def make_safety_net(folder, user)
+    parent = File.dirname(folder)
+    missing = "the Safety Net folder #{folder} is missing and cannot be made"
+    unless File.directory?(parent)
+      return "#{missing}: the folder it belongs in, #{parent}, does not exist (is its disk connected?)"
+    end
+    case (errno = as_user(user) { Dir.mkdir(folder, 0o700) })
+    when 0
+      log("Safety Net: made the folder #{folder}, which was missing")
+      nil
+    when Errno::EEXIST::Errno
+      nil # made meanwhile; what it is gets checked next
+    when Errno::EACCES::Errno, Errno::EPERM::Errno
+      "#{missing}: #{user.name} may not make folders in #{parent} (is its disk connected?)"
+    else
+      "#{missing} (#{errno.between?(1, 254) ? OrvaneBackup.reason_of_errno(errno) : 'it could not be made as its owner'})"
+    end
+  end
+
+  # Runs the block in a process of the user's own: their user, group and
+  # groups. Returns 0, or the number of the error that stopped it.
+  def as_user(user)
+    pid = fork do
+      Process.initgroups(user.name, user.gid)
+      Process::GID.change_privilege(user.gid)
+      Process::UID.change_privilege(user.uid)
+      yield
+      exit!(0)
+    rescue SystemCallError => e
+      exit!(e.errno.between?(1, 254) ? e.errno : 255)
+    rescue Exception
+      exit!(255)
+    end
+    Process.wait(pid)
+    $?.exitstatus || 255
   end
 
   # The Safety Net folder when it lies inside the source, as a path
@@ -692,6 +798,93 @@ class OrvaneBackup
     net = File.realpath(folder)
     root = File.realpath(source).chomp("/") + "/"
     net.start_with?(root) ? net.delete_prefix(root) : nil
+  end
+
+  # The archive record: NUL-separated "FOLDER", "ARCHIVE" pairs, oldest
+  # run first, root's. Runs of one frequency (a manual one among them) may
+  # overlap, so the record is changed under a lock on its folder.
+  def with_archive_record
+    folder = File.open(File.dirname(@s[:archiveRecord]), File::RDONLY | File::NOFOLLOW)
+    folder.flock(File::LOCK_EX)
+    record = begin
+      File.binread(@s[:archiveRecord]).split("\0").each_slice(2).select { |pair| pair.size == 2 }
+    rescue Errno::ENOENT
+      []
+    end
+    changed = yield record
+    OrvaneBackup.replace(@s[:archiveRecord], changed.map { |pair| pair.join("\0") + "\0" }.join.b, 0o600) if changed
+  ensure
+    folder&.close
+  end
+
+  # This run's archives go to the end of the record: before the copy (so a
+  # killed run's archive keeps its place) and after, under the names psync
+  # used.
+  def remember_archives(names)
+    folder = OrvaneBackup.bytes(@s[:safetyNetFolder])
+    with_archive_record do |record|
+      fresh = names.reject { |name| record.include?([folder, name]) }
+      fresh.empty? ? nil : record + fresh.map { |name| [folder, name] }
+    end
+  rescue StandardError => e
+    caution("Safety Net: the order of the archives could not be recorded in #{@s[:archiveRecord]} (#{reason(e)})")
+  end
+
+  # At most maxArchives archives of this frequency stay: the oldest by the
+  # order of runs go, never one this run made. Archives the record does not
+  # know (made before it was kept) count as the oldest. The other
+  # frequencies' archives and anything else in the folder are left alone.
+  def prune_archives
+    folder = OrvaneBackup.bytes(@s[:safetyNetFolder])
+    pattern = /\A\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d #{@frequency}\z/
+    present = Dir.children(folder).grep(pattern)
+    ours = ([archive_name] + @archives).uniq & present
+    with_archive_record do |record|
+      recorded = record.select { |f, _| f == folder }.map(&:last) & present
+      earlier = (present - recorded - ours).sort + (recorded - ours)
+      check_clock(earlier, ours)
+      excess = earlier.size + ours.size - [@s[:maxArchives].to_i, 1].max
+      removed = excess.positive? ? remove_archives(folder, earlier.first(excess)) : []
+      # This folder's archives as they stand, oldest run first. (A name an
+      # overlapping run has recorded but not yet made goes too; that run
+      # records it again when it ends.)
+      record.reject { |f, _| f == folder } + (earlier + ours - removed).map { |name| [folder, name] }
+    end
+  rescue StandardError => e
+    error("Safety Net: old archives in #{@s[:safetyNetFolder]} could not be removed (#{reason(e)})")
+  end
+
+  # A clock set wrong shows as an archive of this run dated before one an
+  # earlier run made.
+  def check_clock(earlier, ours)
+    newest = earlier.max
+    return unless newest && !ours.empty? && ours.min < newest
+    caution("Safety Net: this run's archive #{ours.min} is dated before #{newest}, which an earlier run made: " \
+            "the computer's clock may be wrong (or was wrong then). Archives are kept in the order the runs happened, " \
+            "whatever their dates say")
+  end
+
+  # Has psync remove the archives; returns those it removed.
+  def remove_archives(folder, names)
+    removed = []
+    why = nil
+    command = [psync, "--prune-archives", "--safety-net=#{folder}", "--safety-net-owner=#{@s[:username]}", *names]
+    IO.popen(command, "rb", err: %i[child out], in: File::NULL) do |io|
+      io.each_line do |line|
+        line = line.chomp
+        if (m = line.match(/\Apsync: removed (.+)\z/))
+          removed << m[1]
+          log("Safety Net: removed the old archive #{m[1]}")
+        else
+          log("  #{line}")
+          why = line.delete_prefix("psync: ") if line.start_with?("psync: ")
+        end
+      end
+    end
+    unless $?.success?
+      error("Safety Net: old archives in #{folder} could not be removed: #{why || 'the copy tool gave no reason'}")
+    end
+    removed
   end
 
   # Mounts the remote volume as the user's stored password allows; the
@@ -732,16 +925,26 @@ class OrvaneBackup
 
   # The progress file holds one line, "<files done> <files total> <bytes
   # done> <bytes total> <source index> <source count>", replaced whole at
-  # most once a second.
+  # most once a second. The notice showing it reads a pipe from this run
+  # too: when the run ends, however it ends, the pipe does and so does the
+  # notice.
   def report_progress(line, force: false)
     return unless @s[:showProgress]
     now = Process.clock_gettime(Process::CLOCK_MONOTONIC)
     return if !force && @progress_written && now - @progress_written < 1.0
     @progress_written = now
-    OrvaneBackup.replace(progress_file, "#{line}\n")
-    @progress_notice ||= notice_in_background("--progress", progress_file, @frequency, *kind_argument) || :none
+    OrvaneBackup.replace(@s[:progressFile], "#{line}\n")
+    @progress_notice ||= notice_in_background("--progress", @s[:progressFile], @frequency, *kind_argument, keep_open: true) || :none
   rescue SystemCallError => e
-    log("the progress file #{progress_file} could not be written (#{OrvaneBackup.bytes(e.message)})")
+    log("the progress file #{@s[:progressFile]} could not be written (#{reason(e)})")
+  end
+
+  def close_progress
+    return unless @s[:showProgress]
+    OrvaneBackup.remove_own(@s[:progressFile], nil)
+    @progress_pipe&.close
+  rescue SystemCallError
+    nil
   end
 
   # Waits until the user has left the computer alone for a while.
@@ -789,29 +992,38 @@ class OrvaneBackup
 
   def notice_command(*arguments)
     session = user_session
-    return nil unless session && File.executable?(NOTICE)
-    ["/usr/sbin/runuser", "-u", session[:user].name, "--", "/usr/bin/env", "-i", *session[:environment], NOTICE, *arguments]
+    return nil unless session && File.executable?(notice_tool)
+    ["/usr/sbin/runuser", "-u", session[:user].name, "--", "/usr/bin/env", "-i", *session[:environment], notice_tool, *arguments]
   end
 
   def notice(*arguments)
     command = notice_command(*arguments)
     return nil unless command
-    system(*command, out: File::NULL, err: File::NULL)
+    system(*command, in: File::NULL, out: File::NULL, err: File::NULL)
     $?.exitstatus
   end
 
   def notice_output(*arguments)
     command = notice_command(*arguments)
     return nil unless command
-    output, = Open3.capture2(*command, err: File::NULL, binmode: true)
+    output, = Open3.capture2(*command, stdin_data: "", err: File::NULL, binmode: true)
     output
   end
 
-  def notice_in_background(*arguments)
+  # A notice that lives on its own. Its standard input is a pipe from this
+  # run: INPUT is written to it, and it ends with the run, or at once unless
+  # KEEP_OPEN.
+  def notice_in_background(*arguments, input: "", keep_open: false)
     command = notice_command(*arguments)
-    command && Process.detach(Process.spawn(*command, out: File::NULL, err: File::NULL))
+    return nil unless command
+    reader, writer = IO.pipe
+    pid = Process.spawn(*command, in: reader, out: File::NULL, err: File::NULL)
+    reader.close
+    writer.write(input) unless input.empty?
+    keep_open ? @progress_pipe = writer : writer.close
+    Process.detach(pid)
   rescue SystemCallError => e
-    log("the notice could not be shown (#{OrvaneBackup.bytes(e.message)})")
+    log("the notice could not be shown (#{reason(e)})")
     nil
   end
 end
@@ -820,8 +1032,10 @@ if __FILE__ == $PROGRAM_NAME
   File.umask(0o022)
   settings = {
     frequency: frequency, backupCommand: backupCommand, sourceFolders: sourceFolders, destFolders: destFolders,
-    logfile: logfile, lastBackup: lastBackup, toastApplicationName: toastApplicationName, username: username,
-    remoteBackup: remoteBackup, showProgress: showProgress, repairPermissions: repairPermissions,
+    exclusions: exclusions, removedExclusions: removedExclusions, logfile: logfile, lastBackup: lastBackup,
+    lastRun: lastRun, disksFile: disksFile, archiveRecord: archiveRecord, runFlag: runFlag, errorFile: errorFile,
+    progressFile: progressFile, resourcesFolder: resourcesFolder, toastApplicationName: toastApplicationName,
+    username: username, remoteBackup: remoteBackup, showProgress: showProgress, repairPermissions: repairPermissions,
     promptBeforeBackup: promptBeforeBackup, shouldWaitUntilAway: shouldWaitUntilAway, autoConnect: autoConnect,
     remoteServerName: remoteServerName, remoteAccountName: remoteAccountName, remoteVolumeName: remoteVolumeName,
     shouldArchive: shouldArchive, maxArchives: maxArchives, safetyNetFolder: safetyNetFolder,

@@ -69,6 +69,19 @@ QByteArray toastApplicationNameLine(const QString &name)
     return "toastApplicationName = " + quoted(name.toUtf8());
 }
 
+namespace
+{
+const OVFixedPaths::FrequencyFiles &filesNamed(const QByteArray &frequency)
+{
+    for (const OVFixedPaths::FrequencyFiles &files : OVFixedPaths::Scheduled) {
+        if (frequency == files.name) {
+            return files;
+        }
+    }
+    return OVFixedPaths::Scheduled[0];
+}
+}
+
 QByteArray fill(const QByteArray &templateText, const Script &script, const SharedOptions &shared)
 {
     // Each search text is a whole line of the template and is replaced once,
@@ -94,6 +107,15 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     put("#ov_removedExclusions", pairListsLine("removedExclusions", removedExclusions));
     put("#ov_logfile", "logfile = " + quoted(script.logfile));
     put("#ov_lastBackup", "lastBackup = " + quoted(script.lastBackup));
+    // The run's other files, from the table of the frequency it runs as.
+    const OVFixedPaths::FrequencyFiles &files = filesNamed(script.frequency);
+    put("#ov_lastRun", "lastRun = " + quoted(files.lastRun));
+    put("#ov_disks", "disksFile = " + quoted(files.disks));
+    put("#ov_archiveRecord", "archiveRecord = " + quoted(files.archiveRecord));
+    put("#ov_runFlag", "runFlag = " + quoted(files.runFlag));
+    put("#ov_errorFile", "errorFile = " + quoted(files.errors));
+    put("#ov_progressFile", "progressFile = " + quoted(files.progress));
+    put("#ov_resources", "resourcesFolder = " + quoted(OVFixedPaths::ResourcesPath));
     put("#ov_toastApplicationName", shared.toastApplication.isEmpty() ? QByteArray() : toastApplicationNameLine(shared.toastApplication));
     put("#ov_username", "username = " + quoted(shared.username.toUtf8()));
     put("#ov_remoteBackup", o.remote ? "remoteBackup = true" : "remoteBackup = false");

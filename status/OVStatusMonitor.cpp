@@ -137,6 +137,17 @@ std::optional<QDate> OVStatusMonitor::parseMarker(const QByteArray &text)
     return date.isValid() ? std::optional<QDate>(date) : std::nullopt;
 }
 
+std::optional<QByteArrayList> OVStatusMonitor::scheduledRun(const QByteArray &lastRun)
+{
+    for (const QByteArray &line : lastRun.split('\n')) {
+        const QByteArrayList fields = line.trimmed().split(' ');
+        if (fields.size() == 3 && fields.at(0) == "scheduled") {
+            return QByteArrayList{fields.at(1), fields.at(2)};
+        }
+    }
+    return std::nullopt;
+}
+
 QString OVStatusMonitor::displayDate(const QByteArray &marker)
 {
     const auto date = parseMarker(marker);
@@ -156,8 +167,22 @@ void OVStatusMonitor::updateLogButtons()
             button->setEnabled(false);
             continue;
         }
+        // A manual run refreshes the daily marker; the scheduled runs' own
+        // date and result stand beside it, when the scripts keep them.
+        QFile lastRun(path(FilesOf[i].lastRun));
+        if (lastRun.open(QIODevice::ReadOnly)) {
+            const std::optional<QByteArrayList> run = scheduledRun(lastRun.read(1024));
+            if (run) {
+                const QString date = displayDate(run->at(0));
+                button->setText(date.isEmpty() ? OVLocalized("None") : date);
+                status->setPixmap(image(run->at(1) == "complete" ? "complete" : "caution"));
+                button->setEnabled(m_isAuthorized());
+                button->setToolTip(button->isEnabled() ? OVLocalized("ViewLog") : QString());
+                continue;
+            }
+        }
         QFile marker(path(FilesOf[i].lastBackup));
-        if (!marker.exists()) {
+        if (!marker.exists() || lastRun.exists()) {
             button->setText(OVLocalized("None"));
             button->setEnabled(false);
             button->setToolTip(QString());

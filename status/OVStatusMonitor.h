@@ -5,6 +5,7 @@
 
 #include "ovfixedpaths.h"
 
+#include <QByteArrayList>
 #include <QDate>
 #include <QObject>
 #include <array>
@@ -49,6 +50,10 @@ public:
     // "%m/%d/%y", white space around it allowed; two-digit years from 69
     // are 19xx, the others 20xx.
     static std::optional<QDate> parseMarker(const QByteArray &text);
+    // The last scheduled run in the file beside the marker: its date
+    // ("%m/%d/%y") and result ("complete", "errors", "caution"). Nothing
+    // when no scheduled run is in it (only manual runs since it was kept).
+    static std::optional<QByteArrayList> scheduledRun(const QByteArray &lastRun);
     // The last-backup marker shown in the user's short date format, or
     // nothing when it is no date.
     static QString displayDate(const QByteArray &marker);

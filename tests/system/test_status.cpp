@@ -78,6 +78,9 @@ class TestStatus : public QObject
         for (const char *folder : {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
             QFile::remove(marker(folder));
         }
+        for (const auto &files : OVFixedPaths::Scheduled) {
+            QFile::remove(path(files.lastRun));
+        }
     }
 
 private Q_SLOTS:
@@ -147,6 +150,19 @@ private Q_SLOTS:
         QVERIFY(m_rows[2].button->isEnabled());
         QCOMPARE(m_rows[2].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(complete.format()), complete);
         screenshot(m_window, QStringLiteral("status-complete-caution.png"));
+
+        // A manual run refreshed the daily marker: the daily row shows the
+        // last scheduled run recorded beside it, or none.
+        write(marker(OVFixedPaths::DailyFolder), "01/05/07\n");
+        write(path(OVFixedPaths::Scheduled[0].lastRun), "manual 01/05/07 complete\n");
+        m_monitor->updateLogButtons();
+        QCOMPARE(m_rows[0].button->text(), OVLocalized("None"));
+        QVERIFY(m_rows[0].image->pixmap(Qt::ReturnByValue).isNull());
+        write(path(OVFixedPaths::Scheduled[0].lastRun), "scheduled 12/31/05 caution\nmanual 01/05/07 complete\n");
+        m_monitor->updateLogButtons();
+        QCOMPARE(m_rows[0].button->text(), shown);
+        QCOMPARE(m_rows[0].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(caution.format()), caution);
+        QFile::remove(path(OVFixedPaths::Scheduled[0].lastRun));
 
         // A flag is stale unless the PID in it is a live backup script: one
         // whose process is gone is ignored and removed, also when it cannot

@@ -38,6 +38,25 @@ private Q_SLOTS:
         QCOMPARE(OVNoticeText::logFile(QStringLiteral("Monthly")), QStringLiteral("/var/log/orvane_monthly.log"));
     }
 
+    // Names are data, not markup; the report is cut to a few lines.
+    void questionAndReport()
+    {
+        QCOMPARE(OVNoticeText::askDeletionsText(1500, QStringLiteral("/media/b<1>"), QStringLiteral("/home/a & b")),
+                 QStringLiteral("1500 files in /media/b&lt;1&gt; are no longer in /home/a &amp; b. Delete them from the backup?"));
+        QCOMPARE(OVNoticeText::askDeletionsText(1, QStringLiteral("/b"), QStringLiteral("/a")),
+                 QStringLiteral("1 file in /b is no longer in /a. Delete it from the backup?"));
+        const QString text = OVNoticeText::withDetails(QStringLiteral("The daily backup finished with errors."),
+                                                       "one\n\ntwo <b>\nthree\nfour\nfive\nsix\n" + QByteArray(400, 'x'));
+        QCOMPARE(text.split(QStringLiteral("<br/>")),
+                 QStringList({QStringLiteral("The daily backup finished with errors."),
+                              QStringLiteral("one"),
+                              QStringLiteral("two &lt;b&gt;"),
+                              QStringLiteral("three"),
+                              QStringLiteral("four"),
+                              QStringLiteral("five")}));
+        QCOMPARE(OVNoticeText::withDetails(QStringLiteral("x"), QByteArray(400, 'y')).size(), 1 + 5 + 300);
+    }
+
     void progressLines()
     {
         const auto p = OVNoticeText::parseProgress("120 60000 5000 2000000000000 0 3\n");

@@ -34,6 +34,11 @@ private Q_SLOTS:
             QVERIFY2(!OVStatusMonitor::parseMarker(bad), bad);
         }
         QCOMPARE(OVStatusMonitor::displayDate("12/31/05"), QLocale::system().toString(QDate(2005, 12, 31), QLocale::ShortFormat));
+        // A manual run's line beside the daily marker is not a daily run.
+        QCOMPARE(OVStatusMonitor::scheduledRun("manual 07/05/26 complete\nscheduled 07/04/26 caution\n"),
+                 std::optional<QByteArrayList>({"07/04/26", "caution"}));
+        QCOMPARE(OVStatusMonitor::scheduledRun("manual 07/05/26 complete\n"), std::optional<QByteArrayList>());
+        QCOMPARE(OVStatusMonitor::scheduledRun("scheduled 07/04/26\n"), std::optional<QByteArrayList>());
     }
 
     void folderLabels()

@@ -90,7 +90,11 @@ private Q_SLOTS:
         shared.toastApplication = QStringLiteral("Toast Titanium");
         shared.username = QStringLiteral("ann");
         const QByteArray filled = fill(templateText, script, shared);
-        QVERIFY(!filled.contains("#ov_"));
+        // Every placeholder is filled but the exclusions, which the items
+        // fill; unfilled, the template's empty lists stand.
+        for (const QByteArray &line : filled.split('\n')) {
+            QVERIFY2(!line.startsWith("#ov_") || line == "#ov_exclusions" || line == "#ov_removedExclusions", line.constData());
+        }
         for (const char *line : {"frequency = \"Weekly\"",
                                  "backupCommand = \"/usr/local/bin/psync -d\"",
                                  "remoteBackup = false",
@@ -107,7 +111,14 @@ private Q_SLOTS:
                                  "archiveContents = \"Changed\"",
                                  "username = \"ann\"",
                                  "toastApplicationName = \"Toast Titanium\"",
-                                 "safetyNetFolder = \"/home/ann/Documents/Safety Net Archives\""}) {
+                                 "safetyNetFolder = \"/home/ann/Documents/Safety Net Archives\"",
+                                 "runFlag = \"/tmp/ov_Weekly.run\"",
+                                 "errorFile = \"/var/log/.orvane_weekly.err\"",
+                                 "progressFile = \"/tmp/ov_Weekly.progress\"",
+                                 "lastRun = \"/Library/Application Support/Orvane/.weekly/.lastrun\"",
+                                 "disksFile = \"/Library/Application Support/Orvane/.weekly/.disks\"",
+                                 "archiveRecord = \"/Library/Application Support/Orvane/.weekly/.archives\"",
+                                 "resourcesFolder = \"/Library/PreferencePanes/Orvane.prefPane/Contents/Resources\""}) {
             QVERIFY2(filled.contains(QByteArray(line) + '\n'), line);
         }
 
@@ -197,6 +208,14 @@ private Q_SLOTS:
                                             "#ov_removedExclusions",
                                             "#ov_logfile",
                                             "#ov_lastBackup",
+                                            "#ov_lastRun",
+                                            "#ov_disks",
+                                            "#ov_archiveRecord",
+                                            "#ov_runFlag",
+                                            "#ov_errorFile",
+                                            "#ov_progressFile",
+                                            "#ov_resources",
+                                            "#ov_exclusions",
                                             "#ov_toastApplicationName",
                                             "#ov_username",
                                             "#ov_remoteBackup",
@@ -252,6 +271,8 @@ private Q_SLOTS:
             for (const QByteArray &line : {QByteArray("sourceFolders=[" + sources + "]"),
                                            QByteArray("destFolders=[" + destinations + "]"),
                                            QByteArray("logfile=\"/var/log/orvane_daily.log\""),
+                                           QByteArray("runFlag=\"/tmp/ov_Daily.run\""),
+                                           QByteArray("exclusions=[]"),
                                            QByteArray("frequency=\"Daily\""),
                                            QByteArray("maxArchives=3"),
                                            QByteArray("shouldArchive=true"),

@@ -19,8 +19,17 @@ const char *const Settings[] = {
     "backupCommand",
     "sourceFolders",
     "destFolders",
+    "exclusions",
+    "removedExclusions",
     "logfile",
     "lastBackup",
+    "lastRun",
+    "disksFile",
+    "archiveRecord",
+    "runFlag",
+    "errorFile",
+    "progressFile",
+    "resourcesFolder",
     "toastApplicationName",
     "username",
     "remoteBackup",
@@ -51,6 +60,10 @@ public:
     bool atEnd() const
     {
         return m_at >= m_end;
+    }
+    bool peek(char c) const
+    {
+        return !atEnd() && m_text[m_at] == c;
     }
     bool take(char c)
     {
@@ -113,7 +126,9 @@ public:
         }
         return false;
     }
-    bool list()
+    // [ "A", "B" ], or one level deeper, [ [ "A" ], [ ] ] (a list per
+    // pair, as the exclusions are).
+    bool list(int depth = 1)
     {
         if (!take('[')) {
             return false;
@@ -123,7 +138,8 @@ public:
             return true;
         }
         for (;;) {
-            if (!string()) {
+            const bool element = peek('"') ? string() : depth > 0 && list(depth - 1);
+            if (!element) {
                 return false;
             }
             spaces();

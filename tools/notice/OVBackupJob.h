@@ -3,6 +3,7 @@
 #pragma once
 
 #include <KJob>
+#include <QElapsedTimer>
 #include <QTimer>
 
 // A running backup as the desktop sees it: files and bytes read from the
@@ -15,6 +16,8 @@ class OVBackupJob : public KJob
 public:
     OVBackupJob(const QString &progressFile, const QString &title, QObject *parent = nullptr);
     void start() override;
+    // The run is over (its pipe closed): the job ends now.
+    void end();
 
 private:
     void poll();
@@ -25,4 +28,5 @@ private:
     QByteArray m_lastLine;
     bool m_seen = false;
     int m_polls = 0;
+    QElapsedTimer m_unchanged;
 };

@@ -5,6 +5,7 @@
 #include "OVSettingsTable.h"
 
 #include <QByteArrayList>
+#include <QStringList>
 
 namespace OVNoticeText
 {
@@ -24,6 +25,42 @@ QString completeText(const QString &kind)
 QString errorsText(const QString &kind)
 {
     return QStringLiteral("The %1 backup finished with errors.").arg(kind);
+}
+
+QString cautionText(const QString &kind)
+{
+    return QStringLiteral("The %1 backup finished, but something needs your attention.").arg(kind);
+}
+
+QString withDetails(const QString &headline, const QByteArray &details)
+{
+    QStringList lines{headline.toHtmlEscaped()};
+    const QByteArrayList given = details.split('\n');
+    for (const QByteArray &line : given) {
+        // A path may be any bytes; a line may be long. Five of them at most.
+        const QString text = QString::fromUtf8(line).trimmed();
+        if (!text.isEmpty() && lines.size() <= 5) {
+            lines << (text.size() > 300 ? text.left(299) + QChar(0x2026) : text).toHtmlEscaped();
+        }
+    }
+    // Markup: a line break is a tag (the server's plain text has it as one).
+    return lines.join(QStringLiteral("<br/>"));
+}
+
+QString askDeletionsText(qulonglong count, const QString &backup, const QString &source)
+{
+    const QString files = count == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(count);
+    return QStringLiteral("%1 in %2 %3 no longer in %4. Delete %5 from the backup?")
+        .arg(files,
+             backup.toHtmlEscaped(),
+             count == 1 ? QStringLiteral("is") : QStringLiteral("are"),
+             source.toHtmlEscaped(),
+             count == 1 ? QStringLiteral("it") : QStringLiteral("them"));
+}
+
+QString finishedServiceName(const QString &kind)
+{
+    return QStringLiteral("org.orvane.Orvane.notice.finished.") + kind;
 }
 
 QString promptText(const QString &kind)

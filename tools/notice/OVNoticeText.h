@@ -16,7 +16,17 @@ std::optional<QString> kindOfRun(const QString &frequency, bool manual);
 
 QString completeText(const QString &kind);
 QString errorsText(const QString &kind);
+QString cautionText(const QString &kind);
 QString promptText(const QString &kind);
+// The end notice's text: the headline, then the first lines of what the run
+// reported (bytes as the script wrote them), as notification markup.
+QString withDetails(const QString &headline, const QByteArray &details);
+// "COUNT files in BACKUP are no longer in SOURCE. Delete them from the
+// backup?", as notification markup.
+QString askDeletionsText(qulonglong count, const QString &backup, const QString &source);
+// The name on the session bus held by the end notice of one kind of run;
+// a later end notice of that kind takes it, and the earlier one goes.
+QString finishedServiceName(const QString &kind);
 // "Daily backup", "Manual backup": the title of the progress job.
 QString jobTitle(const QString &kind);
 

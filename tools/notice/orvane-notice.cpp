@@ -5,19 +5,30 @@
 // the user's own session. A backup script runs it as the user named in it,
 // with the environment of one of that user's processes:
 //
-//   orvane-notice --finished FREQ complete|errors [manual]   the end-of-backup notice
-//   orvane-notice --prompt FREQ [manual]                     ask before a backup
-//   orvane-notice --progress FILE FREQ [manual]              the run's progress while FILE exists
-//   orvane-notice --idle                                     print the seconds the user has been idle
+//   orvane-notice --finished FREQ complete|errors|caution [manual]
+//                                  the end-of-backup notice; what the run
+//                                  reported comes on standard input
+//   orvane-notice --prompt FREQ [manual]          ask before a backup
+//   orvane-notice --progress FILE FREQ [manual]   the run's progress while FILE exists
+//   orvane-notice --ask-deletions COUNT BACKUP SOURCE FREQ [manual]
+//                                  ask whether a mirror may delete COUNT files
+//   orvane-notice --idle           print the seconds the user has been idle
 //
 // FREQ is "Daily", "Weekly" or "Monthly"; "manual" marks a manual run.
 // The notices follow the user's settings ("DisplayAlert", "AutoDismissAlert",
 // "TimeValue", "TimeUnit", "PlaySound", "Sound").
 //
+// Every program ends when its notification is gone: closed, expired, ended
+// by its own time-out, replaced by the next end notice of the same kind of
+// run, or, for --progress and --ask-deletions, when the run that started it
+// ends (a pipe on standard input from the run closes). An end notice nobody
+// closes goes after a day at most.
+//
 // Exit status:
-//   0  done; for --prompt: "Back Up Now"
-//   1  --prompt: "Skip"
-//   2  wrong arguments
+//   0  done; for --prompt: "Back Up Now"; for --ask-deletions: "Delete"
+//   1  --prompt: "Skip"; --ask-deletions: "Keep"
+//   2  wrong arguments; --ask-deletions: closed or unanswered within ten
+//      minutes, or the run ended first (nothing is deleted)
 //   3  nobody could be told or asked: no session bus address was given, the
 //      bus or the desktop's notification (or job) server is not there, or the
 //      prompt went unanswered for five minutes or was closed without an
@@ -39,17 +50,25 @@
 #include <QDBusReply>
 #include <QDBusServiceWatcher>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QPointer>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <QUrl>
 
+#include <cerrno>
 #include <cstdio>
+#include <functional>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
 enum Status { Done = 0, Skip = 1, Usage = 2, NoAnswer = 3 };
+// --ask-deletions: the answers, and none (which keeps every file).
+enum Deletions { Delete = 0, Keep = 1, Unanswered = 2 };
 
 const auto ComponentName = QStringLiteral("orvane");
 const auto DesktopEntry = QStringLiteral("org.orvane.Orvane.notice");
@@ -57,6 +76,10 @@ const auto NotificationService = QStringLiteral("org.freedesktop.Notifications")
 const auto JobViewService = QStringLiteral("org.kde.JobViewServer");
 // How long the prompt waits for an answer.
 constexpr int PromptMilliseconds = 5 * 60 * 1000;
+// How long the question about deletions waits; the run waits a little more.
+constexpr int AskMilliseconds = 10 * 60 * 1000;
+// The longest an end notice stays when nobody closes it.
+constexpr qint64 LongestNoticeMilliseconds = 24 * 3600 * 1000;
 
 void say(const QString &text)
 {
@@ -134,6 +157,81 @@ void endWithSession(const QString &service, Status status)
     check->start(10 * 1000);
 }
 
+bool inputIs(bool (*kind)(mode_t))
+{
+    struct stat info;
+    return ::fstat(STDIN_FILENO, &info) == 0 && kind(info.st_mode);
+}
+
+bool isPipe(mode_t mode)
+{
+    return S_ISFIFO(mode);
+}
+
+bool isPipeOrFile(mode_t mode)
+{
+    return S_ISFIFO(mode) || S_ISREG(mode);
+}
+
+// When standard input is a pipe from the run, its end is the run's end
+// (however the run ended, killed too): END is called then.
+void endWithRun(const std::function<void()> &end)
+{
+    if (!inputIs(isPipe)) {
+        return;
+    }
+    auto *notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, qApp);
+    QObject::connect(notifier, &QSocketNotifier::activated, qApp, [notifier, end] {
+        char buffer[512];
+        const ssize_t got = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
+            notifier->setEnabled(false);
+            end();
+        }
+    });
+}
+
+// What the run reported, from standard input when the run gave a pipe or a
+// file: 4 KiB at most, waiting two seconds at most.
+QByteArray runReport()
+{
+    QByteArray report;
+    if (!inputIs(isPipeOrFile)) {
+        return report;
+    }
+    QElapsedTimer waited;
+    waited.start();
+    char buffer[1024];
+    while (report.size() < 4096) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        const qint64 left = 2000 - waited.elapsed();
+        if (left <= 0 || ::poll(&input, 1, static_cast<int>(left)) <= 0) {
+            break;
+        }
+        const ssize_t got = ::read(STDIN_FILENO, buffer, qMin<size_t>(sizeof buffer, 4096 - report.size()));
+        if (got <= 0) {
+            break;
+        }
+        report.append(buffer, static_cast<int>(got));
+    }
+    return report;
+}
+
+// Closes the notification and ends with STATUS once the server confirms
+// it, or after five seconds if it never does.
+void closeAndExit(const QPointer<KNotification> &notice, int status)
+{
+    if (notice) {
+        QObject::connect(notice, &KNotification::closed, qApp, [status] {
+            QCoreApplication::exit(status);
+        });
+        notice->close();
+    }
+    QTimer::singleShot(notice ? 5000 : 0, qApp, [status] {
+        QCoreApplication::exit(status);
+    });
+}
+
 KNotification *notification(const QString &event, const QString &title, const QString &text)
 {
     auto *notice = new KNotification(event, KNotification::Persistent);
@@ -162,8 +260,10 @@ void openLog(const QString &log, int *pending)
     job->start();
 }
 
-int finished(const QString &frequency, const QString &kind, bool complete)
+int finished(const QString &frequency, const QString &kind, const QString &result)
 {
+    const bool complete = result == QLatin1String("complete");
+    const QByteArray report = runReport();
     const QVariantMap settings = OVSettingsDomain::read().value_or(QVariantMap());
     if (OVSettingsTable::value(settings, "PlaySound").toBool()) {
         OVSoundMenu::playNamedSound(OVSettingsTable::value(settings, "Sound").toString(), QDir::homePath());
@@ -176,33 +276,83 @@ int finished(const QString &frequency, const QString &kind, bool complete)
     }
     endWithSession(NotificationService, Done);
     const QString log = OVNoticeText::logFile(frequency);
-    QPointer<KNotification> notice = complete
-        ? notification(QStringLiteral("backupComplete"), QStringLiteral("Backup complete"), OVNoticeText::completeText(kind))
-        : notification(QStringLiteral("backupErrors"), QStringLiteral("Backup finished with errors"), OVNoticeText::errorsText(kind));
+    QPointer<KNotification> notice;
+    if (complete) {
+        notice = notification(QStringLiteral("backupComplete"), QStringLiteral("Backup complete"), OVNoticeText::completeText(kind));
+    } else if (result == QLatin1String("errors")) {
+        notice = notification(QStringLiteral("backupErrors"),
+                              QStringLiteral("Backup finished with errors"),
+                              OVNoticeText::withDetails(OVNoticeText::errorsText(kind), report));
+    } else {
+        notice = notification(QStringLiteral("backupCaution"),
+                              QStringLiteral("Backup needs your attention"),
+                              OVNoticeText::withDetails(OVNoticeText::cautionText(kind), report));
+    }
     // Opening the log may outlast the notice; the program ends when both are done.
     static int pending = 1;
     if (!complete) {
         notice->setUrgency(KNotification::HighUrgency);
-        notice->setActions({QStringLiteral("Show Log")});
-        QObject::connect(notice, &KNotification::action1Activated, qApp, [log] {
-            openLog(log, &pending);
-        });
+        // The logs are for administrators; others have the report above.
+        if (::access(QFile::encodeName(log).constData(), R_OK) == 0) {
+            notice->setActions({QStringLiteral("Show Log")});
+            QObject::connect(notice, &KNotification::action1Activated, qApp, [log] {
+                openLog(log, &pending);
+            });
+        }
     }
     QObject::connect(notice, &KNotification::closed, qApp, [] {
         if (--pending == 0) {
             QCoreApplication::exit(Done);
         }
     });
-    if (const std::optional<qint64> delay = OVNoticeText::dismissDelay(settings)) {
-        QTimer::singleShot(static_cast<int>(*delay), notice, [notice] {
-            notice->close();
-            // The server confirms the close; if it never does, stop anyway.
-            QTimer::singleShot(5000, qApp, [] {
-                QCoreApplication::exit(Done);
-            });
-        });
-    }
+    const qint64 delay = OVNoticeText::dismissDelay(settings).value_or(LongestNoticeMilliseconds);
+    QTimer::singleShot(static_cast<int>(qMin(delay, LongestNoticeMilliseconds)), qApp, [notice] {
+        closeAndExit(notice, Done);
+    });
+    // The next end notice of this kind of run takes this one's place.
+    const QString name = OVNoticeText::finishedServiceName(kind);
+    QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    QObject::connect(bus, &QDBusConnectionInterface::serviceUnregistered, qApp, [name, notice](const QString &lost) {
+        if (lost == name) {
+            closeAndExit(notice, Done);
+        }
+    });
+    bus->registerService(name, QDBusConnectionInterface::ReplaceExistingService, QDBusConnectionInterface::AllowReplacement);
     notice->sendEvent();
+    return QApplication::exec();
+}
+
+int askDeletions(qulonglong count, const QString &backup, const QString &source, const QString &kind)
+{
+    if (!useOwnSessionBus() || !serverPresent(NotificationService, QStringLiteral("notification server"))) {
+        return NoAnswer;
+    }
+    endWithSession(NotificationService, Status(Unanswered));
+    QPointer<KNotification> ask = notification(QStringLiteral("askDeletions"),
+                                               QStringLiteral("Delete files from the %1 backup?").arg(kind),
+                                               OVNoticeText::askDeletionsText(count, backup, source));
+    ask->setUrgency(KNotification::HighUrgency);
+    ask->setActions({QStringLiteral("Delete"), QStringLiteral("Keep")});
+    static int answer = Unanswered;
+    QObject::connect(ask, &KNotification::action1Activated, qApp, [] {
+        answer = Delete;
+    });
+    QObject::connect(ask, &KNotification::action2Activated, qApp, [] {
+        answer = Keep;
+    });
+    QObject::connect(ask, &KNotification::closed, qApp, [] {
+        QCoreApplication::exit(answer);
+    });
+    QTimer::singleShot(AskMilliseconds, qApp, [ask] {
+        say(QStringLiteral("nobody answered within ten minutes: nothing is deleted"));
+        closeAndExit(ask, Unanswered);
+    });
+    endWithRun([ask] {
+        say(QStringLiteral("the backup that asked is over: nothing is deleted"));
+        answer = Unanswered;
+        closeAndExit(ask, Unanswered);
+    });
+    ask->sendEvent();
     return QApplication::exec();
 }
 
@@ -263,6 +413,9 @@ int progress(const QString &file, const QString &kind)
         });
     });
     tracker.registerJob(job);
+    endWithRun([job] {
+        job->end();
+    });
     job->start();
     return QApplication::exec();
 }
@@ -288,8 +441,9 @@ int idle()
 int usage()
 {
     say(
-        QStringLiteral("usage: orvane-notice --finished FREQ complete|errors [manual] | --prompt FREQ [manual]"
-                       " | --progress FILE FREQ [manual] | --idle   (FREQ: Daily, Weekly or Monthly)"));
+        QStringLiteral("usage: orvane-notice --finished FREQ complete|errors|caution [manual] | --prompt FREQ [manual]"
+                       " | --progress FILE FREQ [manual] | --ask-deletions COUNT BACKUP SOURCE FREQ [manual] | --idle"
+                       "   (FREQ: Daily, Weekly or Monthly)"));
     return Usage;
 }
 }
@@ -322,13 +476,21 @@ int main(int argc, char **argv)
     if (mode == QLatin1String("--finished") && count == 3) {
         const QString result = arguments.at(2);
         const std::optional<QString> kind = OVNoticeText::kindOfRun(arguments.at(1), manual);
-        if (kind && (result == QLatin1String("complete") || result == QLatin1String("errors"))) {
-            return finished(arguments.at(1), *kind, result == QLatin1String("complete"));
+        if (kind && (result == QLatin1String("complete") || result == QLatin1String("errors") || result == QLatin1String("caution"))) {
+            return finished(arguments.at(1), *kind, result);
         }
     }
     if (mode == QLatin1String("--prompt") && count == 2) {
         if (const std::optional<QString> kind = OVNoticeText::kindOfRun(arguments.at(1), manual)) {
             return prompt(*kind);
+        }
+    }
+    if (mode == QLatin1String("--ask-deletions") && count == 5) {
+        bool number = false;
+        const qulonglong files = arguments.at(1).toULongLong(&number);
+        const std::optional<QString> kind = OVNoticeText::kindOfRun(arguments.at(4), manual);
+        if (number && files > 0 && kind && !arguments.at(2).isEmpty() && !arguments.at(3).isEmpty()) {
+            return askDeletions(files, arguments.at(2), arguments.at(3), *kind);
         }
     }
     if (mode == QLatin1String("--progress") && count == 3 && !arguments.at(1).isEmpty()) {

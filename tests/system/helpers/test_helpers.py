@@ -284,6 +284,8 @@ class Helpers(unittest.TestCase):
             "code after a setting": filled(username='"x"; File.write("/tmp/pwned", "x")'),
             "interpolation": filled(username='"#{File.write(%q(/tmp/pwned), 1)}"'),
             "unknown setting": filled(frequency='"Daily"').replace(b"#ov_username", b"system = \"x\""),
+            "lists too deep": filled(exclusions='[ [ [ "a" ] ] ]'),
+            "code in a list": filled(exclusions='[ [ "a" ], `id` ]'),
             "changed code": filled().replace(b"class OrvaneBackup", b"File.write('/tmp/pwned', 'x')\nclass OrvaneBackup"),
             "empty": b"",
         }
@@ -295,7 +297,8 @@ class Helpers(unittest.TestCase):
         self.assertFalse(os.path.exists(INSTALLED["daily"]))
         # Names with quotes, "#" and a newline, escaped as the pane does.
         sources = '[ "/home/a\\"b", "/home/\\#{x}", "/home/new\nline" ]'
-        script = filled(sourceFolders=sources, destFolders='[ "/nowhere" ]', username='"ovadmin"')
+        script = filled(sourceFolders=sources, destFolders='[ "/nowhere" ]', username='"ovadmin"',
+                        exclusions='[ [ "*.tmp", "/home/a\\"b/cache" ], [ ], [ ] ]', removedExclusions='[ [ "*.tmp" ], [ ], [ ] ]')
         result = self.run_tool(self.admin, "manual_backup", script)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.logged("started the manual backup")

@@ -149,12 +149,15 @@ def session_environment(bus=True, display=False, runtime_dir=None):
     return env
 
 
-def notice(*arguments, background=False, **environment):
+def notice(*arguments, background=False, report=None, **environment):
+    """Standard input is nothing, or a pipe as a run gives it: REPORT
+    written to it, or (in the background) kept open for the caller."""
     command = as_user(["env", "-i"] + session_environment(**environment) + [NOTICE] + list(arguments))
     if background:
-        return subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        return subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     start = time.monotonic()
-    result = subprocess.run(command, capture_output=True, text=True, timeout=60)
+    result = subprocess.run(command, input=report, stdin=None if report is not None else subprocess.DEVNULL,
+                            capture_output=True, text=True, timeout=60)
     return result.returncode, result.stderr, time.monotonic() - start
 
 
@@ -244,6 +247,78 @@ class FinishedNotice(unittest.TestCase):
         self.assertEqual(lines(OPENED_LOG), ["/var/log/orvane_weekly.log"])
 
 
+    def test_a_caution_shows_what_the_run_reported(self):
+        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
+        answer()
+        os.chmod("/var/log/orvane_daily.log", 0o640)
+        self.addCleanup(os.chmod, "/var/log/orvane_daily.log", 0o644)
+        since = mark()
+        report = "2026-01-01 10:00:00 1500 files in /media/b are no longer in /home/a; they were kept <ok>\n"
+        status, err, _ = notice("--finished", "Daily", "caution", report=report)
+        self.assertEqual(status, 0, err)
+        shown = events(since, "notify")
+        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "backupCaution")
+        self.assertEqual(shown[0]["body"].split("\n"),
+                         ["The daily backup finished, but something needs your attention.", report.strip()])
+        # The log is for administrators: no "Show Log" for this user.
+        self.assertEqual(shown[0]["actions"], [])
+
+    def test_the_next_end_notice_replaces_the_one_nobody_closed(self):
+        settings(DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
+        answer()
+        since = mark()
+        first = notice("--finished", "Weekly", "complete", background=True)
+        first.stdin.close()
+        self.assertTrue(wait_for(lambda: events(since, "notify"), 10))
+        time.sleep(1)
+        self.assertIsNone(first.poll(), "nobody closed it: it stays")
+        second = notice("--finished", "Weekly", "errors", background=True)
+        second.stdin.close()
+        first.wait(10)
+        self.assertEqual(first.returncode, 0)
+        shown = events(since, "notify")
+        self.assertEqual([e["hints"]["x-kde-eventId"] for e in shown], ["backupComplete", "backupErrors"])
+        self.assertEqual([e["id"] for e in events(since, "close")], [shown[0]["id"]], "the earlier notice went")
+        self.assertIsNone(second.poll())
+        second.terminate()
+        second.wait(10)
+
+
+class AskDeletions(unittest.TestCase):
+    def ask(self, **environment):
+        since = mark()
+        status, err, elapsed = notice("--ask-deletions", "1500", "/media/backup", "/home/ann", "Weekly", **environment)
+        return status, err, events(since, "notify")
+
+    def test_each_answer(self):
+        for given, expected in (({"action": "Delete"}, 0), ({"action": "Keep"}, 1), ({"close": 2}, 2), ({"close": 1}, 2)):
+            with self.subTest(answer=given):
+                answer(**given)
+                status, err, shown = self.ask()
+                self.assertEqual(status, expected, err)
+                self.assertEqual(len(shown), 1)
+                self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "askDeletions")
+                self.assertEqual(shown[0]["actions"], ["Delete", "Keep"])
+                self.assertEqual(shown[0]["body"],
+                                 "1500 files in /media/backup are no longer in /home/ann. Delete them from the backup?")
+
+    def test_the_question_goes_when_the_run_ends(self):
+        answer()
+        since = mark()
+        ask = notice("--ask-deletions", "12", "/b", "/a", "Daily", "manual", background=True)
+        self.assertTrue(wait_for(lambda: events(since, "notify"), 10))
+        ask.stdin.close()  # the run that asked is gone
+        ask.wait(10)
+        self.assertEqual(ask.returncode, 2)
+        self.assertEqual(len(events(since, "close")), 1, "the question was taken back")
+
+    def test_nobody_to_ask(self):
+        other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop-2"))
+        status, err, _ = self.ask(bus=other)
+        self.assertEqual(status, 3)
+        daemon.terminate()
+
+
 class Prompt(unittest.TestCase):
     def ask(self, *extra, **environment):
         since = mark()
@@ -318,6 +393,19 @@ class Progress(unittest.TestCase):
         terminated = events(since, "job-terminate")
         self.assertEqual([(e["code"], e["message"]) for e in terminated], [(0, "")])
 
+    def test_progress_ends_with_a_run_that_was_killed(self):
+        progress = "/tmp/ov_Weekly.progress"
+        with open(progress, "w") as f:
+            f.write("1 10 1 10 1 1\n")
+        self.addCleanup(os.unlink, progress)
+        since = mark()
+        job = notice("--progress", progress, "Weekly", background=True)
+        self.assertTrue(wait_for(lambda: events(since, "job-update"), 10), "no job reached the desktop")
+        job.stdin.close()  # the run died; its progress file stays
+        job.wait(10)
+        self.assertEqual(job.returncode, 0)
+        self.assertEqual(len(events(since, "job-terminate")), 1)
+
 
 class ScriptRun(unittest.TestCase):
     """A real scheduled script, filled by the pane's builder from the
@@ -380,6 +468,61 @@ class ScriptRun(unittest.TestCase):
         self.assertEqual(finished[0]["body"], "The daily backup is complete.")
 
 
+    def test_a_mirror_asks_before_it_deletes_much(self):
+        """psync holds the deletions of a mirror that would delete most of
+        a backup; the run asks the user, and only Delete deletes."""
+        fill = os.environ.get("OV_FILL_SCRIPT")
+        if not fill:
+            self.skipTest("OV_FILL_SCRIPT names no script builder")
+        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
+        desktop = subprocess.Popen(daemon_as_user(["env", "DISPLAY=:78", "DBUS_SESSION_BUS_ADDRESS=" + address,
+                                                   "XDG_RUNTIME_DIR=" + runtime, "sleep", "600"]))
+        self.addCleanup(desktop.wait)
+        self.addCleanup(desktop.kill)
+        for given, status, left, reason in ((dict(action="Delete"), 0, 2, None),
+                                            (dict(action="Keep"), 1, 22, "since Keep was chosen"),
+                                            (dict(close=2), 1, 22, "since nobody answered")):
+            with self.subTest(answer=given):
+                root = tempfile.mkdtemp(prefix="ov-hold-")
+                self.addCleanup(shutil.rmtree, root, True)
+                source, destination = os.path.join(root, "source"), os.path.join(root, "backup")
+                os.makedirs(source)
+                os.makedirs(destination)
+                for name in ("a", "b"):
+                    for folder in (source, destination):
+                        with open(os.path.join(folder, name), "w") as f:
+                            f.write(name)
+                for i in range(20):
+                    with open(os.path.join(destination, "gone %d" % i), "w") as f:
+                        f.write("gone")
+                script = os.path.join(root, "daily.rb")
+                with open(script, "wb") as f:
+                    f.write(subprocess.run([fill, "--mirror", "--user", USER, source, destination],
+                                           capture_output=True, check=True).stdout)
+                os.chmod(script, 0o700)
+                answer(**given)
+                since = mark()
+                run = subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
+                                     capture_output=True, timeout=300)
+                self.assertEqual(run.returncode, status, run.stderr)
+                self.assertEqual(len(os.listdir(destination)), left)
+                asked = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "askDeletions"]
+                self.assertEqual([e["body"] for e in asked], ["20 files in %s are no longer in %s. Delete them from the backup?"
+                                                              % (destination, source)])
+                self.assertTrue(wait_for(lambda: any(e["hints"]["x-kde-eventId"] in ("backupComplete", "backupCaution")
+                                                     for e in events(since, "notify")), 20), "no end notice")
+                end = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] in ("backupComplete", "backupCaution")]
+                if reason is None:
+                    self.assertFalse(os.path.exists("/var/log/.orvane_daily.err"))
+                    self.assertEqual(end[0]["body"], "The daily backup is complete.")
+                else:
+                    with open("/var/log/.orvane_daily.err") as f:
+                        self.assertIn("20 files in %s are no longer in %s; they were kept in the backup, %s"
+                                      % (destination, source, reason), f.read())
+                    self.assertIn("they were kept in the backup, " + reason, end[0]["body"])
+        answer()
+
+
 class NoDesktop(unittest.TestCase):
     """The old program, started without the user's bus address on a display,
     left a dbus-launch and a dbus-daemon running as the user."""
@@ -425,7 +568,9 @@ class NoDesktop(unittest.TestCase):
 class Arguments(unittest.TestCase):
     def test_wrong_calls_are_refused(self):
         for arguments in (["--nonsense"], [], ["--finished", "Hourly", "complete"], ["--finished", "Daily", "done"],
-                          ["--prompt", "Daily", "automatic"], ["--progress", "Daily"]):
+                          ["--prompt", "Daily", "automatic"], ["--progress", "Daily"],
+                          ["--finished", "Daily", "warnings"], ["--ask-deletions", "many", "/b", "/a", "Daily"],
+                          ["--ask-deletions", "0", "/b", "/a", "Daily"], ["--ask-deletions", "3", "/b", "/a"]):
             status, err, _ = notice(*arguments)
             self.assertEqual(status, 2, arguments)
             self.assertIn("usage", err)
