@@ -58,6 +58,8 @@ constexpr const char LibrarySounds[] = OV_SOUNDS_PATH;
 constexpr const char UserSounds[] = "Library/Sounds";
 
 constexpr const char ToolArgument[] = "--Orvane";
+// The polkit action whose holder may change what root runs.
+constexpr const char UnlockAction[] = "org.orvane.Orvane.unlock";
 constexpr const char ArchiveTableTool[] = "archive_table";
 constexpr const char InstallScriptsTool[] = "install_scripts";
 constexpr const char RemoveScriptsTool[] = "remove_scripts";
@@ -65,6 +67,8 @@ constexpr const char InstallCrontabTool[] = "install_crontab";
 constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = OV_BUNDLE_PATH "/Contents/Resources/manual_backup";
 
+// The copy tool the scripts run; the items' preview runs it too.
+constexpr const char PsyncTool[] = "/usr/local/bin/psync";
 // psync: the rsync it drives (and the oldest it accepts), and its per-pair
 // state (root, 0700).
 constexpr const char RsyncPath[] = "/usr/bin/rsync";

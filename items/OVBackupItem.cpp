@@ -23,6 +23,22 @@ OVBackupItem OVBackupItem::initWithValues(const QVariantMap &values)
     return item;
 }
 
+void OVBackupItem::setExclusions(const QStringList &exclusions, const QStringList &removedFromBackup)
+{
+    m_exclusions.clear();
+    for (const QString &entry : exclusions) {
+        if (!entry.isEmpty() && !m_exclusions.contains(entry)) {
+            m_exclusions.append(entry);
+        }
+    }
+    m_exclusionsRemovedFromBackup.clear();
+    for (const QString &entry : removedFromBackup) {
+        if (m_exclusions.contains(entry) && !m_exclusionsRemovedFromBackup.contains(entry)) {
+            m_exclusionsRemovedFromBackup.append(entry);
+        }
+    }
+}
+
 bool OVBackupItem::isComplete() const
 {
     return !m_sourcePath.isNull() && (!m_destPath.isNull() || m_toast);
@@ -70,5 +86,5 @@ bool OVBackupItem::operator==(const OVBackupItem &other) const
     return m_checkColumn == other.m_checkColumn && m_checkEnabled == other.m_checkEnabled && m_toast == other.m_toast
         && m_frequencyColumn == other.m_frequencyColumn && m_sourceColumn == other.m_sourceColumn && m_destColumn == other.m_destColumn
         && same(m_backupSource, other.m_backupSource) && same(m_backupDestination, other.m_backupDestination) && same(m_sourcePath, other.m_sourcePath)
-        && same(m_destPath, other.m_destPath);
+        && same(m_destPath, other.m_destPath) && m_exclusions == other.m_exclusions && m_exclusionsRemovedFromBackup == other.m_exclusionsRemovedFromBackup;
 }

@@ -6,6 +6,7 @@
 #include "ovfixedpaths.h"
 
 #include <QString>
+#include <QStringList>
 #include <QVariantMap>
 
 // One row of the items table: a source folder copied to a destination
@@ -107,6 +108,20 @@ public:
         m_destPath = value;
     }
 
+    // What the backups leave out (see OVExclusions): absolute paths inside
+    // the source, and patterns.
+    QStringList exclusions() const
+    {
+        return m_exclusions;
+    }
+    // The entries whose earlier copies go from the backup too: always a
+    // part of exclusions(), whatever is given.
+    QStringList exclusionsRemovedFromBackup() const
+    {
+        return m_exclusionsRemovedFromBackup;
+    }
+    void setExclusions(const QStringList &exclusions, const QStringList &removedFromBackup = QStringList());
+
     // Has a source, and a destination or the Toast flag.
     bool isComplete() const;
     // Ticked, complete and of that frequency: it reaches that script.
@@ -133,4 +148,6 @@ private:
     QString m_backupDestination;
     QString m_sourcePath;
     QString m_destPath;
+    QStringList m_exclusions;
+    QStringList m_exclusionsRemovedFromBackup;
 };

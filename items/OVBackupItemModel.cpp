@@ -3,10 +3,12 @@
 
 #include "OVBackupItemModel.h"
 
+#include "OVExclusions.h"
 #include "OVItemArchive.h"
 
 #include "OVLocalizedStrings.h"
 
+#include <QDir>
 #include <QFileIconProvider>
 #include <QFileInfo>
 
@@ -41,6 +43,7 @@ void OVBackupItemModel::setItems(const QVector<OVBackupItem> &items)
 {
     beginResetModel();
     m_items = items;
+    m_made = QVector<bool>(m_items.size(), false);
     for (int row = 0; row < m_items.size(); ++row) {
         updateCheckEnabled(row);
     }
@@ -57,6 +60,7 @@ void OVBackupItemModel::createNewBackupItem()
     });
     beginInsertRows(QModelIndex(), m_items.size(), m_items.size());
     m_items.append(item);
+    m_made.append(true);
     endInsertRows();
 }
 
@@ -67,6 +71,7 @@ void OVBackupItemModel::removeItem(int row)
     }
     beginRemoveRows(QModelIndex(), row, row);
     m_items.removeAt(row);
+    m_made.removeAt(row);
     endRemoveRows();
 }
 
@@ -197,6 +202,21 @@ void OVBackupItemModel::setFolder(int row, int cell, const QString &path, const 
     OVBackupItem &item = m_items[row];
     // The chosen folder is the row's menu's first entry from now on.
     if (cell == ChooseSourceTag) {
+        if (m_made.value(row)) {
+            // A new item leaves out the user's Trash and cache in its source;
+            // another source takes the place of the first one's defaults.
+            const QString home = QDir::homePath();
+            QStringList entries = item.exclusions();
+            for (const QString &old : OVExclusions::defaults(item.sourcePath(), home)) {
+                entries.removeAll(old);
+            }
+            for (const QString &entry : OVExclusions::defaults(path, home)) {
+                if (!entries.contains(entry)) {
+                    entries.append(entry);
+                }
+            }
+            item.setExclusions(entries, item.exclusionsRemovedFromBackup());
+        }
         item.setSourcePath(path);
         item.setBackupSource(label);
         item.setSourceColumn(0);
@@ -216,6 +236,15 @@ void OVBackupItemModel::setToastFlag(int row, bool toast)
         return;
     }
     m_items[row].setToast(toast);
+    rowChanged(row);
+}
+
+void OVBackupItemModel::setExclusions(int row, const QStringList &entries, const QStringList &removedFromBackup)
+{
+    if (row < 0 || row >= m_items.size()) {
+        return;
+    }
+    m_items[row].setExclusions(entries, removedFromBackup);
     rowChanged(row);
 }
 
@@ -276,6 +305,10 @@ QVariant OVBackupItemModel::data(const QModelIndex &index, int role) const
             return entryIcon(sourceMenu(row), item.sourceColumn());
         case Qt::ToolTipRole:
             return pathTip(item.sourcePath());
+        case ExclusionsRole:
+            return item.exclusions();
+        case Qt::AccessibleDescriptionRole:
+            return item.exclusions().isEmpty() ? QVariant() : QVariant(OVLocalized("ExclusionsCount").arg(item.exclusions().size()));
         }
         return QVariant();
     case DestColumn:

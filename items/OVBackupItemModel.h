@@ -20,6 +20,9 @@ class OVBackupItemModel : public QAbstractTableModel
     Q_OBJECT
 public:
     enum Column { CheckColumn = 0, FrequencyColumn, SourceColumn, DestColumn, ColumnCount };
+    // The source cell's exclusions (a QStringList), for the sign the row
+    // shows of them.
+    static constexpr int ExclusionsRole = Qt::UserRole + 10;
     // Tags of the menu entries that act.
     enum Tag { LabelTag = 0, ChooseSourceTag = 1, ChooseDestinationTag = 2, ToastTag = 6 };
 
@@ -98,6 +101,8 @@ public:
     // A folder taken from the folder dialog, as source (1) or destination (2).
     void setFolder(int row, int cell, const QString &path, const QString &label);
     void setToastFlag(int row, bool toast);
+    // What the row's item leaves out; removedFromBackup is part of entries.
+    void setExclusions(int row, const QStringList &entries, const QStringList &removedFromBackup);
 
     int rowCount(const QModelIndex &parent = QModelIndex()) const override;
     int columnCount(const QModelIndex &parent = QModelIndex()) const override;
@@ -117,6 +122,9 @@ private:
     void rowChanged(int row);
 
     QVector<OVBackupItem> m_items;
+    // Rows made in the table since the list was set: choosing their source
+    // gives them the default exclusions.
+    QVector<bool> m_made;
     QStringList m_frequencyTitles;
     bool m_editable = false;
     bool m_toastInstalled = false;

@@ -62,6 +62,19 @@ public:
         return uid(m_classes.value(name));
     }
 
+    // An NSArray of strings, as the archiver stores a string list.
+    QVariant stringArray(const QStringList &values)
+    {
+        const quint64 index = reserve();
+        QVariantList references;
+        for (const QString &value : values) {
+            references.append(string(value));
+        }
+        const QVariant cls = classReference(QStringLiteral("NSArray"), {QStringLiteral("NSArray"), QStringLiteral("NSObject")});
+        set(index, QVariantMap{{QStringLiteral("NS.objects"), references}, {ClassKey, cls}});
+        return uid(index);
+    }
+
     QVariantList objects() const
     {
         return m_objects;
@@ -138,6 +151,38 @@ public:
         return std::nullopt;
     }
 
+    // A list of strings: empty when the key is absent or "$null"; nothing
+    // when it is no array of strings.
+    std::optional<QStringList> stringList(const QVariantMap &owner, const QString &key) const
+    {
+        if (!owner.contains(key)) {
+            return QStringList();
+        }
+        const auto index = reference(owner.value(key));
+        if (index && *index == 0) {
+            return QStringList();
+        }
+        const auto value = object(owner.value(key));
+        if (!value || value->userType() != QMetaType::QVariantMap) {
+            return std::nullopt;
+        }
+        const QVariantMap array = value->toMap();
+        const QString cls = className(array);
+        if (cls != QLatin1String("NSArray") && cls != QLatin1String("NSMutableArray")) {
+            return std::nullopt;
+        }
+        QStringList list;
+        const QVariantList references = array.value(QStringLiteral("NS.objects")).toList();
+        for (const QVariant &reference : references) {
+            const auto entry = string(QVariantMap{{key, reference}}, key);
+            if (!entry || entry->isNull()) {
+                return std::nullopt;
+            }
+            list.append(*entry);
+        }
+        return list;
+    }
+
     std::optional<OVBackupItem> item(const QVariant &ref) const
     {
         const auto value = object(ref);
@@ -166,6 +211,12 @@ public:
         item.setBackupDestination(*destination);
         item.setSourcePath(*sourcePath);
         item.setDestPath(*destPath);
+        const auto exclusions = stringList(map, QStringLiteral("OVExclusions"));
+        const auto removed = stringList(map, QStringLiteral("OVExclusionsRemovedFromBackup"));
+        if (!exclusions || !removed) {
+            return std::nullopt;
+        }
+        item.setExclusions(*exclusions, *removed);
         return item;
     }
 
@@ -192,6 +243,14 @@ QByteArray OVItemArchive::archive(const QVector<OVBackupItem> &items)
         object.insert(QStringLiteral("OVBackupDestination"), encoder.string(item.backupDestination()));
         object.insert(QStringLiteral("OVSourcePath"), encoder.string(item.sourcePath()));
         object.insert(QStringLiteral("OVDestPath"), encoder.string(item.destPath()));
+        // Only an item that leaves something out has the keys: the archive
+        // of one that does not stays as it always was.
+        if (!item.exclusions().isEmpty()) {
+            object.insert(QStringLiteral("OVExclusions"), encoder.stringArray(item.exclusions()));
+        }
+        if (!item.exclusionsRemovedFromBackup().isEmpty()) {
+            object.insert(QStringLiteral("OVExclusionsRemovedFromBackup"), encoder.stringArray(item.exclusionsRemovedFromBackup()));
+        }
         object.insert(ClassKey, encoder.classReference(ItemClass, {ItemClass, QStringLiteral("NSObject")}));
         encoder.set(itemIndex, object);
         references.append(uid(itemIndex));

@@ -4,8 +4,13 @@
 #include "OVItemDelegate.h"
 
 #include "OVBackupItemModel.h"
+#include "OVLocalizedStrings.h"
 
+#include <QAbstractItemView>
 #include <QComboBox>
+#include <QHelpEvent>
+#include <QPainter>
+#include <QToolTip>
 
 namespace
 {
@@ -93,4 +98,35 @@ void OVItemDelegate::setModelData(QWidget *editor, QAbstractItemModel *model, co
     }
     model->setData(index, chosen, Qt::EditRole);
     Q_EMIT entryChosen(index.row(), index.column(), popUp->itemData(chosen, TagRole).toInt());
+}
+
+QRect OVItemDelegate::exclusionsSignRect(const QRect &cell)
+{
+    const int side = qMin(16, cell.height() - 2);
+    return QRect(cell.right() - side - 2, cell.center().y() - side / 2, side, side);
+}
+
+void OVItemDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    const QStringList exclusions = index.data(OVBackupItemModel::ExclusionsRole).toStringList();
+    if (exclusions.isEmpty()) {
+        QStyledItemDelegate::paint(painter, option, index);
+        return;
+    }
+    const QRect sign = exclusionsSignRect(option.rect);
+    QStyleOptionViewItem text = option;
+    text.rect.setRight(sign.left() - 2);
+    QStyledItemDelegate::paint(painter, text, index);
+    const QIcon icon = QIcon::fromTheme(QStringLiteral("view-filter"));
+    icon.paint(painter, sign, Qt::AlignCenter, option.state & QStyle::State_Enabled ? QIcon::Normal : QIcon::Disabled);
+}
+
+bool OVItemDelegate::helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option, const QModelIndex &index)
+{
+    const QStringList exclusions = index.data(OVBackupItemModel::ExclusionsRole).toStringList();
+    if (event->type() == QEvent::ToolTip && !exclusions.isEmpty() && exclusionsSignRect(option.rect).contains(event->pos())) {
+        QToolTip::showText(event->globalPos(), OVLocalized("ExclusionsTip") + QLatin1Char('\n') + exclusions.join(QLatin1Char('\n')), view);
+        return true;
+    }
+    return QStyledItemDelegate::helpEvent(event, view, option, index);
 }

@@ -19,6 +19,11 @@ public:
     void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override;
     // A tick box that cannot be used is drawn disabled.
     void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override;
+    // A source that leaves something out carries a sign at the cell's end,
+    // whose tool tip lists what.
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option, const QModelIndex &index) override;
+    static QRect exclusionsSignRect(const QRect &cell);
 
 Q_SIGNALS:
     // After the chosen entry's index is stored in the item.

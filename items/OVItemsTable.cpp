@@ -3,9 +3,11 @@
 #include "OVItemsTable.h"
 
 #include "OVBackupItemModel.h"
+#include "OVExclusionsSheet.h"
 #include "OVFolderLabel.h"
 #include "OVItemDelegate.h"
 #include "OVLocalizedStrings.h"
+#include "OVPreviewWindow.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -64,7 +66,53 @@ QMenu *OVItemsTable::rowMenu(int row, QWidget *parent)
     connect(restore, &QAction::triggered, this, [this, source] {
         Q_EMIT restoreRequested(source);
     });
+    const bool complete = !source.isEmpty() && m_model->item(row).isComplete();
+    QAction *exclusions = menu->addAction(QIcon::fromTheme(QStringLiteral("view-filter")), OVLocalized("ExclusionsMenuItem"));
+    exclusions->setObjectName(QStringLiteral("exclusionsRowAction"));
+    exclusions->setEnabled(!source.isEmpty());
+    connect(exclusions, &QAction::triggered, this, [this, row] {
+        showExclusions(row);
+    });
+    QAction *preview = menu->addAction(QIcon::fromTheme(QStringLiteral("document-preview")), OVLocalized("PreviewMenuItem"));
+    preview->setObjectName(QStringLiteral("previewRowAction"));
+    preview->setEnabled(complete && !m_model->item(row).toast());
+    connect(preview, &QAction::triggered, this, [this, row] {
+        showPreview(row);
+    });
     return menu;
+}
+
+OVExclusionsSheet *OVItemsTable::showExclusions(int row)
+{
+    if (row < 0 || row >= m_model->rowCount()) {
+        return nullptr;
+    }
+    const OVBackupItem &item = m_model->item(row);
+    auto *sheet = new OVExclusionsSheet(item.sourcePath(), item.exclusions(), item.exclusionsRemovedFromBackup(), m_model->isEditable(), m_view->window());
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    // The row is found again by its source: rows may move while it is open.
+    const QString source = item.sourcePath();
+    connect(sheet, &QDialog::accepted, this, [this, sheet, row, source] {
+        if (row < m_model->rowCount() && m_model->item(row).sourcePath() == source && m_model->isEditable()) {
+            m_model->setExclusions(row, sheet->entries(), sheet->removedFromBackup());
+        }
+    });
+    sheet->open();
+    return sheet;
+}
+
+OVPreviewWindow *OVItemsTable::showPreview(int row)
+{
+    if (row < 0 || row >= m_model->rowCount()) {
+        return nullptr;
+    }
+    const OVBackupItem &item = m_model->item(row);
+    auto *window = new OVPreviewWindow(item, OVPreview::savedOptions(item), m_view->window());
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->setModal(false);
+    window->show();
+    window->start();
+    return window;
 }
 
 int OVItemsTable::selectedRow() const

@@ -9,6 +9,8 @@ class QMenu;
 class QWidget;
 class QTableView;
 class OVBackupItemModel;
+class OVExclusionsSheet;
+class OVPreviewWindow;
 
 // The items table on the pane: its model, its cells and per-row menus, and
 // the folder dialog that a menu entry opens for the selected row.
@@ -31,8 +33,13 @@ public:
     void setToastFlag(int tag);
     // Removes the selected row, if any.
     void deleteSelected();
-    // A row's own menu (the view's context menu): "Restore…" for its source.
+    // A row's own menu (the view's context menu): "Restore…" for its
+    // source, "Exclusions…" and "Preview…".
     QMenu *rowMenu(int row, QWidget *parent);
+    // The row's exclusions sheet (only shown while the table is locked).
+    OVExclusionsSheet *showExclusions(int row);
+    // What the row's next run would do, in a window of its own.
+    OVPreviewWindow *showPreview(int row);
 
 Q_SIGNALS:
     // An item changed: the pane refreshes what depends on the items.

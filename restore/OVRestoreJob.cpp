@@ -3,10 +3,13 @@
 
 #include "OVRestoreJob.h"
 
+#include "OVLocalizedStrings.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QMap>
 #include <QRandomGenerator>
 
 #include <cerrno>
@@ -14,6 +17,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace
@@ -30,16 +34,114 @@ QString temporaryBeside(const QString &target)
         + QString::number(QRandomGenerator::global()->generate(), 36);
 }
 
-bool setTimes(const QByteArray &path, const QDateTime &modified, int flags)
+// The access time is left as it is; the modification time is the
+// version's, to the nanosecond.
+void timesOf(const OVVersion &version, struct timespec times[2])
 {
-    struct timespec times[2];
     times[0].tv_sec = 0;
     times[0].tv_nsec = UTIME_OMIT;
-    const qint64 ms = modified.toMSecsSinceEpoch();
-    times[1].tv_sec = ms / 1000;
-    times[1].tv_nsec = (ms % 1000) * 1000000;
+    times[1] = version.mtime;
+}
+
+bool setTimes(const QByteArray &path, const OVVersion &version, int flags)
+{
+    struct timespec times[2];
+    timesOf(version, times);
     return utimensat(AT_FDCWD, path.constData(), times, flags) == 0;
 }
+
+// Every extended attribute the user may read (ACLs are two of them), by name.
+QMap<QByteArray, QByteArray> attributes(int fd)
+{
+    QMap<QByteArray, QByteArray> found;
+    QByteArray names;
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        const ssize_t size = flistxattr(fd, nullptr, 0);
+        if (size <= 0) {
+            return found;
+        }
+        names.resize(int(size));
+        const ssize_t got = flistxattr(fd, names.data(), names.size());
+        if (got >= 0) {
+            names.truncate(int(got));
+            break;
+        }
+        if (errno != ERANGE) {
+            return found;
+        }
+        names.clear();
+    }
+    for (const QByteArray &name : names.split('\0')) {
+        if (name.isEmpty()) {
+            continue;
+        }
+        const ssize_t size = fgetxattr(fd, name.constData(), nullptr, 0);
+        if (size < 0) {
+            continue;
+        }
+        QByteArray value(int(size), Qt::Uninitialized);
+        const ssize_t got = fgetxattr(fd, name.constData(), value.data(), value.size());
+        if (got >= 0) {
+            value.truncate(int(got));
+            found.insert(name, value);
+        }
+    }
+    return found;
+}
+
+QString attributeName(const QByteArray &name)
+{
+    if (name == "system.posix_acl_access" || name == "system.posix_acl_default") {
+        return QStringLiteral("ACL");
+    }
+    return QString::fromLatin1(name);
+}
+}
+
+void OVRestoreJob::copyAttributes(int from, int to, const QString &target)
+{
+    const QMap<QByteArray, QByteArray> found = attributes(from);
+    for (auto it = found.cbegin(); it != found.cend(); ++it) {
+        if (fsetxattr(to, it.key().constData(), it.value().constData(), size_t(it.value().size()), 0) != 0) {
+            // What the user may not set (another user's ACL, security.* as
+            // a user), or the folder's disk cannot hold: named once, below.
+            m_attributesNotKept.insert(attributeName(it.key()));
+            if (!m_filesMissingAttributes.contains(target)) {
+                m_filesMissingAttributes.append(target);
+            }
+        }
+    }
+}
+
+QVector<OVVersion> OVRestoreJob::choose(const OVVersionIndex &index, const QStringList &relativePaths, const QDateTime &asOf, QStringList *missing)
+{
+    QVector<OVVersion> chosen;
+    for (const QString &path : relativePaths) {
+        OVVersion version;
+        if (index.versionAt(path, asOf, &version)) {
+            chosen.append(version);
+        } else if (missing) {
+            missing->append(path);
+        }
+    }
+    return chosen;
+}
+
+QStringList OVRestoreJob::summary() const
+{
+    QStringList lines;
+    lines.append(OVLocalized(m_cancelled ? "RestoreCancelled" : "RestoreDone").arg(m_restored.size()));
+    if (!m_kept.isEmpty()) {
+        lines.append(OVLocalized("RestoreAlreadyThere").arg(m_kept.size()));
+    }
+    if (!m_filesMissingAttributes.isEmpty()) {
+        lines.append(OVLocalized("RestoreAttributesNotKept").arg(m_filesMissingAttributes.size()).arg(attributesNotKept().join(QStringLiteral(", "))));
+    }
+    if (!m_errors.isEmpty()) {
+        lines.append(OVLocalized("RestoreFailed"));
+        lines += m_errors;
+    }
+    return lines;
 }
 
 QVector<OVRestoreJob::Root> OVRestoreJob::plan(const OVVersionIndex &index, const QVector<OVVersion> &chosen, const QString &otherFolder)
@@ -131,9 +233,13 @@ bool OVRestoreJob::run()
             report(version.relativePath);
             if (version.isDir) {
                 QString where;
-                if (placeFolder(version, target, &where)) {
+                bool made = false;
+                if (placeFolder(version, target, &where, &made)) {
                     placed.insert(version.relativePath, where);
-                    folders.append({where, version});
+                    // A folder that was there keeps its own state, unless asked.
+                    if (made || m_conflict == Replace) {
+                        folders.append({where, version});
+                    }
                 }
             } else if (version.isLink) {
                 restoreLink(version, target);
@@ -144,15 +250,27 @@ bool OVRestoreJob::run()
         // Folder times last, deepest first: filling a folder changes its time.
         for (int i = folders.size() - 1; i >= 0; --i) {
             const QByteArray path = bytes(folders.at(i).first);
-            chmod(path.constData(), folders.at(i).second.mode & 07777);
-            setTimes(path, folders.at(i).second.modified, 0);
+            const OVVersion &version = folders.at(i).second;
+            const int from = open(bytes(version.path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            const int to = open(path.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (from >= 0 && to >= 0) {
+                copyAttributes(from, to, folders.at(i).first);
+            }
+            if (from >= 0) {
+                close(from);
+            }
+            if (to >= 0) {
+                close(to);
+            }
+            chmod(path.constData(), version.mode & 07777);
+            setTimes(path, version, 0);
         }
     }
     report(QString(), true);
     return m_errors.isEmpty() && !m_cancelled;
 }
 
-bool OVRestoreJob::placeFolder(const OVVersion &version, const QString &target, QString *placed)
+bool OVRestoreJob::placeFolder(const OVVersion &version, const QString &target, QString *placed, bool *made)
 {
     const QByteArray path = bytes(target);
     struct stat st;
@@ -171,6 +289,7 @@ bool OVRestoreJob::placeFolder(const OVVersion &version, const QString &target, 
     for (int attempt = 1; attempt < 100; ++attempt) {
         if (mkdir(bytes(where).constData(), 0700) == 0) {
             *placed = where;
+            *made = true;
             m_restored.append(where);
             return true;
         }
@@ -188,6 +307,10 @@ bool OVRestoreJob::sameContent(const QString &a, const QString &b) const
     QFile fa(a);
     QFile fb(b);
     if (fa.size() != fb.size() || !fa.open(QIODevice::ReadOnly) || !fb.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    // A tag, a rating or an ACL is part of the version too.
+    if (attributes(fa.handle()) != attributes(fb.handle())) {
         return false;
     }
     while (!fa.atEnd()) {
@@ -279,17 +402,16 @@ bool OVRestoreJob::restoreFile(const OVVersion &version, const QString &target)
         m_done += got;
         report(version.relativePath);
     }
+    if (!error) {
+        copyAttributes(in, out, target);
+    }
     close(in);
     if (!error && (fchmod(out, version.mode & 0777) != 0 || fsync(out) != 0)) {
         error = errno;
     }
     if (!error) {
         struct timespec times[2];
-        times[0].tv_sec = 0;
-        times[0].tv_nsec = UTIME_OMIT;
-        const qint64 ms = version.modified.toMSecsSinceEpoch();
-        times[1].tv_sec = ms / 1000;
-        times[1].tv_nsec = (ms % 1000) * 1000000;
+        timesOf(version, times);
         if (futimens(out, times) != 0) {
             error = errno;
         }
@@ -330,7 +452,7 @@ bool OVRestoreJob::restoreLink(const OVVersion &version, const QString &target)
         fail(target, errno);
         return false;
     }
-    setTimes(bytes(temporary), version.modified, AT_SYMLINK_NOFOLLOW);
+    setTimes(bytes(temporary), version, AT_SYMLINK_NOFOLLOW);
     QString placed;
     if (!moveIntoPlace(temporary, target, version, &placed)) {
         const int error = errno;

@@ -7,13 +7,15 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QSet>
 #include <QStringList>
 
 #include <atomic>
 
 // Puts backed-up versions back, as the user, file by file: each file is
 // written to a temporary name beside its place and renamed into it only
-// when whole, with its permissions and modification time, so a cancel or
+// when whole, with its permissions, its modification time to the
+// nanosecond, its extended attributes and ACLs, so a cancel or
 // a failure never leaves a half-written file. An existing file is never
 // replaced unless asked: the version then comes back beside it under a
 // dated name, or not at all when the file already holds that version.
@@ -32,6 +34,10 @@ public:
         QString target;
     };
 
+    // The version of each path (relative to the source folder) that the
+    // window's tree shows and the command line restores: the newest, or the
+    // one of the date. A path without one is left out, and named in missing.
+    static QVector<OVVersion> choose(const OVVersionIndex &index, const QStringList &relativePaths, const QDateTime &asOf, QStringList *missing = nullptr);
     // The chosen versions at their places: the original one (empty
     // folder) or below another folder, keeping their path in the source.
     static QVector<Root> plan(const OVVersionIndex &index, const QVector<OVVersion> &chosen, const QString &otherFolder = QString());
@@ -70,6 +76,21 @@ public:
     {
         return m_errors;
     }
+    // Restored files whose extended attributes or ACLs did not all come
+    // back (the user may not set them, or the disk cannot hold them), and
+    // which: "ACL", "security.capability".
+    QStringList filesMissingAttributes() const
+    {
+        return m_filesMissingAttributes;
+    }
+    // What the run did, in lines for the user.
+    QStringList summary() const;
+    QStringList attributesNotKept() const
+    {
+        QStringList names = m_attributesNotKept.values();
+        names.sort();
+        return names;
+    }
 
 Q_SIGNALS:
     void progress(qint64 doneBytes, qint64 totalBytes, const QString &current);
@@ -77,7 +98,8 @@ Q_SIGNALS:
 private:
     bool restoreFile(const OVVersion &version, const QString &target);
     bool restoreLink(const OVVersion &version, const QString &target);
-    bool placeFolder(const OVVersion &version, const QString &target, QString *placed);
+    bool placeFolder(const OVVersion &version, const QString &target, QString *placed, bool *made);
+    void copyAttributes(int from, int to, const QString &target);
     bool moveIntoPlace(const QString &temporary, const QString &target, const OVVersion &version, QString *placed);
     bool sameContent(const QString &a, const QString &b) const;
     void fail(const QString &what, int error);
@@ -93,4 +115,6 @@ private:
     QStringList m_restored;
     QStringList m_kept;
     QStringList m_errors;
+    QStringList m_filesMissingAttributes;
+    QSet<QString> m_attributesNotKept;
 };

@@ -3,7 +3,9 @@
 
 #include "OVRestoreSources.h"
 
+#include "OVExclusions.h"
 #include "OVItemArchive.h"
+#include "OVLocalizedStrings.h"
 #include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
@@ -155,15 +157,20 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
     OVSettings settings;
     settings.setDomain(setup.settings);
     const QString safetyNet = withoutTrailingSlash(settings.safetyNetFolder());
-    QVector<QPair<QDateTime, QString>> archives[3];
+    // Every archive counts, whatever frequency made it: an item that moved
+    // from one frequency to another keeps its history.
+    struct Archive {
+        QDateTime time;
+        QString name;
+        QString frequency;
+    };
+    QVector<Archive> archives;
     const QStringList names = QDir(safetyNet).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
     for (const QString &name : names) {
-        QDateTime time;
-        QString frequency;
-        if (parseArchiveName(name, &time, &frequency)) {
-            if (const OVFixedPaths::FrequencyFiles *schedule = OVFixedPaths::scheduledByName(frequency.toLatin1().constData())) {
-                archives[schedule - OVFixedPaths::Scheduled].append({time, name});
-            }
+        Archive archive;
+        if (parseArchiveName(name, &archive.time, &archive.frequency)) {
+            archive.name = name;
+            archives.append(archive);
         }
     }
     if (names.isEmpty() && readable(safetyNet) == EACCES) {
@@ -172,60 +179,41 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
 
     const QString remoteVolume = settings.remoteVolumeName();
     const QString remoteServer = settings.remoteServerAddress();
-    QVector<OVSnapshot> snapshots;
-    QStringList chains;
+    // One chain per destination: the copy there and the archives of it,
+    // whichever frequencies' runs wrote them.
+    QStringList destinations;
+    QVector<QStringList> writers;
+    QVector<QString> inners;
+    OVVersionIndex::ExclusionList exclusions;
     for (const OVBackupItem &item : covering) {
+        const QString source = withoutTrailingSlash(item.sourcePath());
+        // The part of this item's source that the chosen source folder is.
+        const QString inner = result.sourceRoot == source ? QString() : result.sourceRoot.mid(source.size() + (source == QLatin1String("/") ? 0 : 1));
+        exclusions.append({inner, QSharedPointer<const OVExclusions>::create(item.exclusions(), source)});
         if (item.toast() || item.destPath().isEmpty()) {
             result.problems.append({OVRestoreProblem::BurnedOnly, item.sourcePath(), QString(), QString()});
             continue;
         }
-        const QString source = withoutTrailingSlash(item.sourcePath());
         const QString destination = withoutTrailingSlash(item.destPath());
-        // The part of this item's source that the chosen source folder is.
-        const QString inner = result.sourceRoot == source ? QString() : result.sourceRoot.mid(source.size() + (source == QLatin1String("/") ? 0 : 1));
         const QString frequency = frequencyName(item.frequencyColumn());
-        const QString chainKey = frequency + QLatin1Char('\n') + destination;
-        if (chains.contains(chainKey)) {
-            continue;
+        const int at = destinations.indexOf(destination);
+        if (at < 0) {
+            destinations.append(destination);
+            writers.append({frequency});
+            inners.append(inner);
+        } else if (!writers[at].contains(frequency)) {
+            writers[at].append(frequency);
         }
-        chains.append(chainKey);
-        const int chain = chains.size() - 1;
+    }
 
-        const QString volume = volumeRoot(destination);
-        const bool remote = !remoteVolume.isEmpty() && volume == QStringLiteral("/Volumes/") + remoteVolume;
-        const bool exists = QFileInfo::exists(destination);
-        const bool shut = exists && readable(destination) == EACCES;
-        // A disk that is not there leaves its bare mount point behind.
-        const bool present = exists && (shut || !(isEmptyFolder(destination) && !volume.isEmpty() && !isMountPoint(volume)));
-        if (!present) {
-            if (remote) {
-                result.problems.append({OVRestoreProblem::RemoteNotMounted, remoteVolume, remoteServer, remoteVolume});
-            } else {
-                result.problems.append({OVRestoreProblem::DiskMissing, diskName(destination), QString(), QString()});
-            }
-        } else if (shut) {
-            result.problems.append({OVRestoreProblem::Unreadable, destination, QString(), QString()});
-        } else {
-            OVSnapshot copy;
-            copy.kind = OVSnapshot::Copy;
-            QFile marker(setup.supportFolder + QStringLiteral("/.") + frequency.toLower() + QStringLiteral("/.lastbackup"));
-            if (marker.open(QIODevice::ReadOnly)) {
-                const QDate day = parseMarker(marker.read(64));
-                if (day.isValid()) {
-                    copy.time = QDateTime(day, QTime(0, 0));
-                }
-            }
-            copy.root = inner.isEmpty() ? destination : destination + QLatin1Char('/') + inner;
-            copy.frequency = frequency;
-            copy.destination = destination;
-            copy.chain = chain;
-            snapshots.append(copy);
-        }
-
-        const int slot = int(OVFixedPaths::scheduledByName(frequency.toLatin1().constData()) - OVFixedPaths::Scheduled);
+    QVector<OVSnapshot> snapshots;
+    for (int chain = 0; chain < destinations.size(); ++chain) {
+        const QString &destination = destinations.at(chain);
+        const QString &inner = inners.at(chain);
         const QString destinationInArchive = destination == QLatin1String("/") ? QString() : destination.mid(1);
-        for (const auto &archive : qAsConst(archives[slot])) {
-            const QString folder = safetyNet + QLatin1Char('/') + archive.second;
+        QDateTime newestArchive;
+        for (const Archive &archive : qAsConst(archives)) {
+            const QString folder = safetyNet + QLatin1Char('/') + archive.name;
             const QString root = destinationInArchive.isEmpty() ? folder : folder + QLatin1Char('/') + destinationInArchive;
             struct stat st;
             if (lstat(QFile::encodeName(root).constData(), &st) != 0) {
@@ -240,15 +228,61 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
             }
             OVSnapshot snapshot;
             snapshot.kind = OVSnapshot::Archive;
-            snapshot.time = archive.first;
+            snapshot.time = archive.time;
             snapshot.root = inner.isEmpty() ? root : root + QLatin1Char('/') + inner;
-            snapshot.frequency = frequency;
+            snapshot.frequency = archive.frequency;
             snapshot.destination = destination;
             snapshot.chain = chain;
             snapshots.append(snapshot);
+            if (!newestArchive.isValid() || archive.time > newestArchive) {
+                newestArchive = archive.time;
+            }
         }
+
+        const QString volume = volumeRoot(destination);
+        const bool remote = !remoteVolume.isEmpty() && volume == QStringLiteral("/Volumes/") + remoteVolume;
+        const bool exists = QFileInfo::exists(destination);
+        const bool shut = exists && readable(destination) == EACCES;
+        // A disk that is not there leaves its bare mount point behind.
+        const bool present = exists && (shut || !(isEmptyFolder(destination) && !volume.isEmpty() && !isMountPoint(volume)));
+        if (!present) {
+            if (remote) {
+                result.problems.append({OVRestoreProblem::RemoteNotMounted, remoteVolume, remoteServer, remoteVolume});
+            } else {
+                result.problems.append({OVRestoreProblem::DiskMissing, diskName(destination), QString(), QString()});
+            }
+            continue;
+        }
+        if (shut) {
+            result.problems.append({OVRestoreProblem::Unreadable, destination, QString(), QString()});
+            continue;
+        }
+        // The copy is dated by the runs that write it now: the newest marker
+        // of their frequencies, or a later archive of the destination that
+        // another frequency's run made. Before any of them has run, no date
+        // is known: earlier runs (of a frequency the item had) wrote it.
+        OVSnapshot copy;
+        copy.kind = OVSnapshot::Copy;
+        for (const QString &frequency : writers.at(chain)) {
+            QFile marker(setup.supportFolder + QStringLiteral("/.") + frequency.toLower() + QStringLiteral("/.lastbackup"));
+            if (marker.open(QIODevice::ReadOnly)) {
+                const QDate day = parseMarker(marker.read(64));
+                if (day.isValid() && (!copy.time.isValid() || QDateTime(day, QTime(0, 0)) > copy.time)) {
+                    copy.time = QDateTime(day, QTime(0, 0));
+                }
+            }
+        }
+        if (copy.time.isValid() && newestArchive.isValid() && newestArchive.date() > copy.time.date()) {
+            copy.time = QDateTime(newestArchive.date(), QTime(0, 0));
+        }
+        copy.root = inner.isEmpty() ? destination : destination + QLatin1Char('/') + inner;
+        copy.frequency = writers.at(chain).join(QLatin1Char('/'));
+        copy.destination = destination;
+        copy.chain = chain;
+        snapshots.append(copy);
     }
     result.index = OVVersionIndex(result.sourceRoot, snapshots);
+    result.index.setExclusionList(exclusions);
     // The Safety Net folder may lie inside the source (by default it lies
     // in ~/Documents); the backups never hold it, and it is no part of it.
     const auto inside = [&result](const QString &folder) {
@@ -266,4 +300,44 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
     }
     result.index.setLeftOut(leftOut);
     return result;
+}
+
+QStringList OVRestoreSources::describeProblems() const
+{
+    QStringList lines;
+    const auto say = [&lines](const char *key, const QString &argument) {
+        const QString line = OVLocalized(key).arg(argument);
+        if (!lines.contains(line)) {
+            lines.append(line);
+        }
+    };
+    for (const OVRestoreProblem &problem : problems) {
+        switch (problem.kind) {
+        case OVRestoreProblem::NotInAnyItem:
+            say("RestoreNotInAnyItem", problem.subject);
+            if (allSources.isEmpty()) {
+                lines.append(OVLocalized("RestoreNoItems"));
+            } else {
+                say("RestoreBackedUpFolders", allSources.join(QStringLiteral(", ")));
+            }
+            break;
+        case OVRestoreProblem::DiskMissing:
+            say("RestoreDiskMissing", problem.subject);
+            break;
+        case OVRestoreProblem::RemoteNotMounted:
+            say("RestoreRemoteNotMounted", problem.subject);
+            break;
+        case OVRestoreProblem::Unreadable:
+            say("RestoreUnreadable", problem.subject);
+            break;
+        case OVRestoreProblem::BurnedOnly:
+            say("RestoreBurnedOnly", problem.subject);
+            break;
+        }
+    }
+    const QSet<int> unreadable = index.unreadable();
+    for (int snapshot : unreadable) {
+        say("RestoreUnreadable", index.snapshot(snapshot).root);
+    }
+    return lines;
 }

@@ -62,6 +62,10 @@ public:
     // The name a user knows a destination's disk by.
     static QString diskName(const QString &destination);
 
+    // Every problem, and every snapshot found unreadable so far, in words
+    // for the user, each once.
+    QStringList describeProblems() const;
+
     QString sourceRoot;
     // The path asked for, relative to sourceRoot (null outside any source).
     QString relativePath;

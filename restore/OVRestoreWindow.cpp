@@ -17,10 +17,14 @@
 #include <QAction>
 #include <QCloseEvent>
 #include <QFileDialog>
+#include <QHelpEvent>
 #include <QLocale>
 #include <QMetaMethod>
+#include <QScreen>
 #include <QStandardItemModel>
+#include <QStyledItemDelegate>
 #include <QThread>
+#include <QToolTip>
 
 Q_DECLARE_METATYPE(OVVersion)
 
@@ -41,6 +45,27 @@ QString shortDate(const QDateTime &time)
 {
     return QLocale().toString(time, QLocale::ShortFormat);
 }
+
+// A cell whose text does not fit shows it whole as its tool tip.
+class ElidedTipDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option, const QModelIndex &index) override
+    {
+        if (event->type() == QEvent::ToolTip && !index.data(Qt::ToolTipRole).isValid()) {
+            const QString text = index.data(Qt::DisplayRole).toString();
+            if (!text.isEmpty() && sizeHint(option, index).width() > view->visualRect(index).width()) {
+                QToolTip::showText(event->globalPos(), text, view);
+                return true;
+            }
+            QToolTip::hideText();
+            event->ignore();
+            return false;
+        }
+        return QStyledItemDelegate::helpEvent(event, view, option, index);
+    }
+};
 }
 
 OVRestoreWindow::OVRestoreWindow(QWidget *parent)
@@ -56,12 +81,10 @@ OVRestoreWindow::OVRestoreWindow(QWidget *parent)
     m_model->setHorizontalHeaderLabels(
         {OVLocalized("RestoreNameHeader"), OVLocalized("RestoreStateHeader"), OVLocalized("RestoreSizeHeader"), OVLocalized("RestoreDateHeader")});
     m_ui->treeView->setModel(m_model);
-    m_ui->treeView->header()->resizeSection(0, 260);
-    m_ui->versionList->header()->resizeSection(0, 220);
-    m_ui->treeView->header()->resizeSection(1, 110);
-    m_ui->treeView->header()->resizeSection(2, 80);
-    m_ui->splitter->setStretchFactor(0, 3);
-    m_ui->splitter->setStretchFactor(1, 2);
+    m_ui->treeView->setItemDelegate(new ElidedTipDelegate(m_ui->treeView));
+    m_ui->versionList->setItemDelegate(new ElidedTipDelegate(m_ui->versionList));
+    m_ui->splitter->setStretchFactor(0, 1);
+    m_ui->splitter->setStretchFactor(1, 0);
 
     m_connectAction = new QAction(OVLocalized("RestoreConnect"), this);
     connect(m_connectAction, &QAction::triggered, this, [this]() {
@@ -78,6 +101,7 @@ OVRestoreWindow::OVRestoreWindow(QWidget *parent)
         if (item && !item->data(FilledRole).toBool()) {
             fillFolder(item);
         }
+        fitColumns();
     });
     connect(m_ui->treeView->selectionModel(), &QItemSelectionModel::selectionChanged, this, &OVRestoreWindow::selectionChanged);
     connect(m_ui->asOfCheck, &QCheckBox::toggled, this, [this](bool on) {
@@ -167,14 +191,85 @@ void OVRestoreWindow::reload()
         }
         for (const QString &relative : qAsConst(wanted)) {
             if (QStandardItem *item = itemFor(relative)) {
-                m_ui->treeView->scrollTo(item->index());
                 m_ui->treeView->selectionModel()->select(item->index(), QItemSelectionModel::Select | QItemSelectionModel::Rows);
                 m_ui->treeView->setCurrentIndex(item->index());
+                // A folder opens showing what it holds.
+                if (wanted.size() == 1 && item->hasChildren()) {
+                    m_ui->treeView->expand(item->index());
+                }
+                m_ui->treeView->scrollTo(item->index(), QAbstractItemView::PositionAtTop);
             }
         }
     }
     // The versions of what is selected, and every problem, shown once.
     selectionChanged();
+    fitColumns();
+}
+
+void OVRestoreWindow::fitColumns()
+{
+    for (int column = 0; column < m_model->columnCount(); ++column) {
+        m_ui->treeView->resizeColumnToContents(column);
+    }
+    for (int column = 0; column < m_ui->versionList->columnCount(); ++column) {
+        m_ui->versionList->resizeColumnToContents(column);
+    }
+}
+
+QSize OVRestoreWindow::contentSize() const
+{
+    // Every column whole, with the frames and the scroll bar; the tree's
+    // open rows above the versions.
+    const int scrollBar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    const auto columnsWidth = [scrollBar](const QTreeView *view) {
+        // QTreeView hides its column size hint; the item view's is the same.
+        const QAbstractItemView *items = view;
+        int width = 2 * view->frameWidth() + scrollBar;
+        for (int column = 0; column < view->header()->count(); ++column) {
+            width += qMax(items->sizeHintForColumn(column), view->header()->sectionSizeHint(column));
+        }
+        return width;
+    };
+    int rows = 0;
+    for (QModelIndex index = m_model->index(0, 0); index.isValid() && rows < 200; index = m_ui->treeView->indexBelow(index)) {
+        ++rows;
+    }
+    const int rowHeight = qMax(m_ui->treeView->sizeHintForRow(0), fontMetrics().height() + 4);
+    const QMargins margins = layout()->contentsMargins();
+    const int width = qMax(columnsWidth(m_ui->treeView), columnsWidth(m_ui->versionList)) + margins.left() + margins.right();
+    const int chrome = sizeHint().height() - m_ui->splitter->sizeHint().height();
+    const int tree = m_ui->treeView->header()->sizeHint().height() + (rows + 1) * rowHeight + 2 * m_ui->treeView->frameWidth() + scrollBar;
+    const int versions = versionListHeight();
+    return {width, chrome + tree + m_ui->splitter->handleWidth() + versions};
+}
+
+int OVRestoreWindow::versionListHeight() const
+{
+    // Room for a few versions, and for every one a file has up to eight.
+    const int rows = qBound(4, m_ui->versionList->topLevelItemCount(), 8);
+    const int rowHeight = qMax(m_ui->versionList->sizeHintForRow(0), fontMetrics().height() + 4);
+    return m_ui->versionList->header()->sizeHint().height() + rows * rowHeight + 2 * m_ui->versionList->frameWidth()
+        + style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+}
+
+void OVRestoreWindow::fitToContent()
+{
+    const QScreen *screen = this->screen();
+    const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
+    const QSize wanted = contentSize().expandedTo(QSize(640, 420));
+    resize(qMin(wanted.width(), available.width() * 9 / 10), qMin(wanted.height(), available.height() * 9 / 10));
+    // The versions get what their rows need, the tree the rest.
+    const int versions = versionListHeight();
+    m_ui->splitter->setSizes({qMax(m_ui->splitter->height() - versions, m_ui->splitter->height() / 2), versions});
+}
+
+void OVRestoreWindow::showEvent(QShowEvent *event)
+{
+    if (!m_fitted) {
+        m_fitted = true;
+        fitToContent();
+    }
+    QWidget::showEvent(event);
 }
 
 void OVRestoreWindow::fillFolder(QStandardItem *folder)
@@ -193,7 +288,9 @@ void OVRestoreWindow::fillFolder(QStandardItem *folder)
         auto *name = new QStandardItem(entry.isDir ? folderIcon : fileIcon, entry.name);
         name->setData(relative.isEmpty() ? entry.name : relative + QLatin1Char('/') + entry.name, RelativePathRole);
         QString state;
-        if (!entry.inSource && entry.hasVersion) {
+        if (entry.excluded) {
+            state = OVLocalized("RestoreStateExcluded");
+        } else if (!entry.inSource && entry.hasVersion) {
             state = OVLocalized(date.isValid() ? "RestoreStateDeletedSince" : "RestoreStateDeleted");
         } else if (!entry.hasVersion) {
             state = OVLocalized("RestoreStateNotBackedUp");
@@ -208,7 +305,8 @@ void OVRestoreWindow::fillFolder(QStandardItem *folder)
             if (!entry.version.isDir) {
                 size->setText(QLocale().formattedDataSize(entry.version.size));
             }
-            when->setText(versionTitle(entry.version));
+            when->setText(shortTitle(entry.version));
+            when->setToolTip(versionTitle(entry.version));
         }
         if (!entry.inSource) {
             // Deleted from the source: only the backup still has it.
@@ -217,7 +315,7 @@ void OVRestoreWindow::fillFolder(QStandardItem *folder)
             name->setFont(font);
             stateItem->setFont(font);
         }
-        if (!entry.hasVersion) {
+        if (!entry.hasVersion || entry.excluded) {
             name->setForeground(dim);
             stateItem->setForeground(dim);
         }
@@ -281,12 +379,22 @@ QString OVRestoreWindow::versionTitle(const OVVersion &version) const
 {
     const OVSnapshot &snapshot = m_sources.index.snapshot(version.snapshot);
     if (snapshot.kind == OVSnapshot::Archive) {
-        return quoted(QStringLiteral("RestoreArchiveVersion"), shortDate(snapshot.time));
+        return quoted(m_sources.index.wasDeletedBy(version) ? QStringLiteral("RestoreArchiveDeleted") : QStringLiteral("RestoreArchiveVersion"),
+                      shortDate(snapshot.time));
     }
     if (!snapshot.time.isValid()) {
-        return OVLocalized("RestoreCopyUnknownDate");
+        return quoted(QStringLiteral("RestoreCopyNoRunYet"), snapshot.frequency);
     }
     return quoted(QStringLiteral("RestoreCopyVersion"), QLocale().toString(snapshot.time.date(), QLocale::ShortFormat));
+}
+
+QString OVRestoreWindow::shortTitle(const OVVersion &version) const
+{
+    const OVSnapshot &snapshot = m_sources.index.snapshot(version.snapshot);
+    if (snapshot.kind == OVSnapshot::Archive) {
+        return quoted(QStringLiteral("RestoreShortArchive"), shortDate(snapshot.time));
+    }
+    return snapshot.time.isValid() ? QLocale().toString(snapshot.time.date(), QLocale::ShortFormat) : OVLocalized("RestoreShortCopyEarlier");
 }
 
 void OVRestoreWindow::selectionChanged()
@@ -300,6 +408,7 @@ void OVRestoreWindow::selectionChanged()
             const OVSnapshot &snapshot = m_sources.index.snapshot(version.snapshot);
             auto *row = new QTreeWidgetItem(m_ui->versionList);
             row->setText(0, versionTitle(version));
+            row->setTextAlignment(1, Qt::AlignRight | Qt::AlignVCenter);
             row->setText(1, version.isDir ? QString() : QLocale().formattedDataSize(version.size));
             row->setText(2, shortDate(version.modified));
             row->setText(3,
@@ -309,7 +418,9 @@ void OVRestoreWindow::selectionChanged()
         }
         const QString name = paths.first().isEmpty() ? m_sources.sourceRoot : paths.first();
         const QModelIndexList rows = m_ui->treeView->selectionModel()->selectedRows(0);
-        if (versions.isEmpty()) {
+        if (versions.isEmpty() && m_sources.index.isExcluded(paths.first(), QFileInfo(m_path).isDir())) {
+            extra = quoted(QStringLiteral("RestoreExcluded"), name);
+        } else if (versions.isEmpty()) {
             extra = quoted(QStringLiteral("RestoreNeverBackedUp"), name);
         } else if (asOf().isValid() && !rows.isEmpty() && !rows.first().data(VersionRole).isValid()) {
             extra = quoted(QStringLiteral("RestoreNotBackedUpThen"), name);
@@ -320,37 +431,10 @@ void OVRestoreWindow::selectionChanged()
 
 void OVRestoreWindow::showProblems(const QString &extra)
 {
-    QStringList lines;
-    bool remote = false;
-    for (const OVRestoreProblem &problem : qAsConst(m_sources.problems)) {
-        switch (problem.kind) {
-        case OVRestoreProblem::NotInAnyItem:
-            lines.append(quoted(QStringLiteral("RestoreNotInAnyItem"), problem.subject));
-            lines.append(m_sources.allSources.isEmpty() ? OVLocalized("RestoreNoItems")
-                                                        : quoted(QStringLiteral("RestoreBackedUpFolders"), m_sources.allSources.join(QStringLiteral(", "))));
-            break;
-        case OVRestoreProblem::DiskMissing:
-            lines.append(quoted(QStringLiteral("RestoreDiskMissing"), problem.subject));
-            break;
-        case OVRestoreProblem::RemoteNotMounted:
-            lines.append(quoted(QStringLiteral("RestoreRemoteNotMounted"), problem.subject));
-            remote = true;
-            break;
-        case OVRestoreProblem::Unreadable:
-            lines.append(quoted(QStringLiteral("RestoreUnreadable"), problem.subject));
-            break;
-        case OVRestoreProblem::BurnedOnly:
-            lines.append(quoted(QStringLiteral("RestoreBurnedOnly"), problem.subject));
-            break;
-        }
-    }
-    const QSet<int> unreadable = m_sources.index.unreadable();
-    for (int snapshot : unreadable) {
-        const QString line = quoted(QStringLiteral("RestoreUnreadable"), m_sources.index.snapshot(snapshot).root);
-        if (!lines.contains(line)) {
-            lines.append(line);
-        }
-    }
+    QStringList lines = m_sources.describeProblems();
+    const bool remote = std::any_of(m_sources.problems.cbegin(), m_sources.problems.cend(), [](const OVRestoreProblem &problem) {
+        return problem.kind == OVRestoreProblem::RemoteNotMounted;
+    });
     if (!extra.isEmpty()) {
         lines.append(extra);
     }
@@ -378,14 +462,9 @@ QVector<OVVersion> OVRestoreWindow::chosenVersions() const
         }
         return versions;
     }
-    const QModelIndexList rows = m_ui->treeView->selectionModel()->selectedRows(0);
-    for (const QModelIndex &index : rows) {
-        const QVariant version = index.data(VersionRole);
-        if (version.isValid()) {
-            versions.append(version.value<OVVersion>());
-        }
-    }
-    return versions;
+    // What the tree shows for each selected path, as the command line
+    // chooses it: the newest version, or the one of the date.
+    return OVRestoreJob::choose(m_sources.index, selectedPaths(), asOf());
 }
 
 void OVRestoreWindow::restore()
@@ -442,19 +521,7 @@ void OVRestoreWindow::restoreEnded()
     m_ui->progressLabel->clear();
     m_ui->cancelButton->setEnabled(false);
     const bool ok = job->errors().isEmpty() && !job->wasCancelled();
-    QStringList lines;
-    if (job->wasCancelled()) {
-        lines.append(OVLocalized("RestoreCancelled").arg(job->restored().size()));
-    } else {
-        lines.append(OVLocalized("RestoreDone").arg(job->restored().size()));
-    }
-    if (!job->kept().isEmpty()) {
-        lines.append(OVLocalized("RestoreAlreadyThere").arg(job->kept().size()));
-    }
-    if (!job->errors().isEmpty()) {
-        lines.append(OVLocalized("RestoreFailed"));
-        lines.append(job->errors());
-    }
+    const QStringList lines = job->summary();
     delete job;
     reload();
     m_ui->messageWidget->setMessageType(ok ? KMessageWidget::Positive : KMessageWidget::Error);

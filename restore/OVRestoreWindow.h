@@ -51,6 +51,8 @@ public:
     QString message() const;
     QStringList selectedPaths() const;
     int versionCount() const;
+    // The size that shows every column whole and the tree's open rows.
+    QSize contentSize() const;
 
 public Q_SLOTS:
     // Reads the backups again: after a disk was connected, say.
@@ -67,6 +69,7 @@ Q_SIGNALS:
 
 protected:
     void closeEvent(QCloseEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
     void showProblems(const QString &extra = QString());
@@ -77,6 +80,12 @@ private:
     void startRestore(const QString &otherFolder);
     void restoreEnded();
     QString versionTitle(const OVVersion &version) const;
+    // The tree's column: the day of a copy, the moment of an archive.
+    QString shortTitle(const OVVersion &version) const;
+    int versionListHeight() const;
+    void fitColumns();
+    // Sized to the content when first shown, within the screen.
+    void fitToContent();
     QDateTime asOf() const;
 
     std::unique_ptr<Ui::OVRestoreWindow> m_ui;
@@ -88,4 +97,5 @@ private:
     QThread *m_thread = nullptr;
     OVRestoreJob *m_job = nullptr;
     QAction *m_connectAction;
+    bool m_fitted = false;
 };

@@ -3,6 +3,8 @@
 
 #include "OVVersionIndex.h"
 
+#include "OVExclusions.h"
+
 #include <QFile>
 #include <QHash>
 
@@ -127,6 +129,7 @@ bool OVVersionIndex::stat(int snapshot, const QString &relativePath, OVVersion *
     version->size = version->isDir ? 0 : qint64(st.st_size);
     version->mode = st.st_mode & 07777;
     version->modified = QDateTime::fromMSecsSinceEpoch(qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000);
+    version->mtime = st.st_mtim;
     return true;
 }
 
@@ -143,6 +146,86 @@ QVector<OVVersion> OVVersionIndex::versionsOf(const QString &relativePath) const
         }
     }
     return versions;
+}
+
+bool OVVersionIndex::versionAt(const QString &relativePath, const QDateTime &asOf, OVVersion *version) const
+{
+    if (isLeftOut(relativePath)) {
+        return false;
+    }
+    if (!asOf.isValid()) {
+        const QVector<OVVersion> versions = versionsOf(relativePath);
+        if (versions.isEmpty()) {
+            return false;
+        }
+        *version = versions.first();
+        return true;
+    }
+    Found found;
+    for (int snapshot = 0; snapshot < m_snapshots.size(); ++snapshot) {
+        struct stat st;
+        if (lstat(QFile::encodeName(joined(m_snapshots.at(snapshot).root, relativePath)).constData(), &st) == 0) {
+            found.snapshots.append(snapshot);
+        }
+    }
+    return !found.snapshots.isEmpty() && chooseAt(relativePath, found, asOf, -1, version);
+}
+
+bool OVVersionIndex::wasDeletedBy(const OVVersion &version) const
+{
+    const OVSnapshot &kept = m_snapshots.at(version.snapshot);
+    if (kept.kind != OVSnapshot::Archive) {
+        return false;
+    }
+    // Replaced, the file was still there just after the run: the chain's
+    // tree of that moment holds it (a later re-creation is younger).
+    Found found;
+    for (int snapshot = 0; snapshot < m_snapshots.size(); ++snapshot) {
+        struct stat st;
+        if (m_snapshots.at(snapshot).chain == kept.chain && snapshot != version.snapshot
+            && lstat(QFile::encodeName(joined(m_snapshots.at(snapshot).root, version.relativePath)).constData(), &st) == 0) {
+            found.snapshots.append(snapshot);
+        }
+    }
+    OVVersion after;
+    return found.snapshots.isEmpty() || !chooseAt(version.relativePath, found, kept.time, kept.chain, &after);
+}
+
+bool OVVersionIndex::inSource(const QString &relativePath) const
+{
+    struct stat st;
+    return lstat(QFile::encodeName(joined(m_sourceRoot, relativePath)).constData(), &st) == 0;
+}
+
+bool OVVersionIndex::isExcluded(const QString &relativePath, bool isDir) const
+{
+    if (relativePath.isEmpty()) {
+        return false;
+    }
+    if (!m_exclusions.isEmpty()) {
+        const bool byEveryItem = std::all_of(m_exclusions.cbegin(), m_exclusions.cend(), [&](const auto &item) {
+            return item.second->excludes(item.first.isEmpty() ? relativePath : item.first + QLatin1Char('/') + relativePath, isDir);
+        });
+        if (byEveryItem) {
+            return true;
+        }
+    }
+    // A folder tagged as a cache is never copied, and nothing below it.
+    const auto tagged = [this](const QString &folder) {
+        const auto found = m_cacheTagged.constFind(folder);
+        if (found != m_cacheTagged.cend()) {
+            return *found;
+        }
+        const bool tag = OVExclusions::hasCacheDirTag(joined(m_sourceRoot, folder));
+        m_cacheTagged.insert(folder, tag);
+        return tag;
+    };
+    for (int slash = relativePath.indexOf(QLatin1Char('/')); slash >= 0; slash = relativePath.indexOf(QLatin1Char('/'), slash + 1)) {
+        if (tagged(relativePath.left(slash))) {
+            return true;
+        }
+    }
+    return isDir && tagged(relativePath);
 }
 
 bool OVVersionIndex::chooseAt(const QString &relativePath, const Found &found, const QDateTime &asOf, int onlyChain, OVVersion *version) const
@@ -244,6 +327,7 @@ QVector<OVEntry> OVVersionIndex::list(const QString &relativePath, const QDateTi
         if (entry.hasVersion && !entry.inSource) {
             entry.isDir = entry.version.isDir;
         }
+        entry.excluded = isExcluded(path, entry.isDir);
         entries.append(entry);
     }
     std::sort(entries.begin(), entries.end(), [](const OVEntry &a, const OVEntry &b) {

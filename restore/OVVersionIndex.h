@@ -5,10 +5,17 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QHash>
+#include <QPair>
 #include <QSet>
+#include <QSharedPointer>
 #include <QString>
 #include <QVarLengthArray>
 #include <QVector>
+
+#include <ctime>
+
+class OVExclusions;
 
 // One place that holds the source folder as it was at some moment: the
 // backup copy at a destination (the state of its frequency's last
@@ -21,17 +28,18 @@ struct OVSnapshot {
     };
     Kind kind = Copy;
     // An archive: the moment of its run; its files are the state until
-    // then. A copy: the day of the last run (invalid when it never
-    // finished), and its files are the state since.
+    // then. A copy: the day of the last run known to have written it
+    // (invalid when none is known), and its files are the state since.
     QDateTime time;
     // The folder that stands for the source folder in this snapshot.
     QString root;
-    // "Daily" ... and the destination: what the version list shows.
+    // "Daily" ... and the destination: what the version list shows. A
+    // copy's frequency names those whose runs write it now.
     QString frequency;
     QString destination;
     // The copy and the archives of one destination and frequency form a
-    // chain: only within a chain does "the first archive after a date"
-    // tell how a file was on that date.
+    // chain, whatever frequency made them: only within a chain does "the
+    // first archive after a date" tell how a file was on that date.
     int chain = 0;
 };
 
@@ -47,6 +55,8 @@ struct OVVersion {
     qint64 size = 0;
     uint mode = 0;
     QDateTime modified;
+    // To the nanosecond, as the backup keeps it.
+    struct timespec mtime = {0, 0};
 };
 
 // A name in a folder of the source, now or in the backup.
@@ -59,6 +69,9 @@ struct OVEntry {
     // chosen date. Absent when it was never backed up (or not by then).
     bool hasVersion = false;
     OVVersion version;
+    // The backups leave it out now (an exclusion of the item, or a folder
+    // tagged as a cache).
+    bool excluded = false;
 };
 
 // Everything that can be restored of one source folder, read straight
@@ -90,6 +103,15 @@ public:
 
     // Every backed-up state of the path, newest first.
     QVector<OVVersion> versionsOf(const QString &relativePath) const;
+    // The state shown for the path: the newest, or the one of the date
+    // (the one a folder listing shows for it). False when there is none.
+    bool versionAt(const QString &relativePath, const QDateTime &asOf, OVVersion *version) const;
+    // A version the Safety Net kept because that run deleted the file (the
+    // chain's tree just after the run does not hold it); false for one it
+    // replaced, and for a copy.
+    bool wasDeletedBy(const OVVersion &version) const;
+    // The path is in the source folder now.
+    bool inSource(const QString &relativePath) const;
 
     // The folder's names now and in the backup: with an invalid date each
     // with its newest backed-up state, deleted ones included; with a date
@@ -117,6 +139,18 @@ public:
     }
     bool isLeftOut(const QString &relativePath) const;
 
+    // What the items of the source folder leave out, each relative to its
+    // own source: the first of a pair is the source folder's path inside it
+    // ("" when it is the same folder).
+    using ExclusionList = QVector<QPair<QString, QSharedPointer<const OVExclusions>>>;
+    void setExclusionList(const ExclusionList &list)
+    {
+        m_exclusions = list;
+    }
+    // Left out of the backups now: by every item's exclusions, or inside a
+    // folder tagged as a cache.
+    bool isExcluded(const QString &relativePath, bool isDir) const;
+
     // Snapshots found so far that the user may not read.
     QSet<int> unreadable() const
     {
@@ -137,6 +171,8 @@ private:
 
     QString m_sourceRoot;
     QString m_leftOut;
+    ExclusionList m_exclusions;
+    mutable QHash<QString, bool> m_cacheTagged;
     QVector<OVSnapshot> m_snapshots;
     // Snapshot indexes, newest first.
     QVector<int> m_order;

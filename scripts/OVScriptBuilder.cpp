@@ -53,6 +53,19 @@ QByteArray listLine(const char *name, const QList<QByteArray> &entries)
     return line + " ]";
 }
 
+QByteArray pairListsLine(const char *name, const QList<QList<QByteArray>> &lists)
+{
+    QList<QByteArray> parts;
+    for (const QList<QByteArray> &list : lists) {
+        QList<QByteArray> entries;
+        for (const QByteArray &entry : list) {
+            entries.append(quoted(entry));
+        }
+        parts.append(entries.isEmpty() ? QByteArrayLiteral("[ ]") : "[ " + entries.join(", ") + " ]");
+    }
+    return QByteArray(name) + " = [ " + parts.join(", ") + " ]";
+}
+
 QByteArray toastApplicationNameLine(const QString &name)
 {
     return "toastApplicationName = " + quoted(name.toUtf8());
@@ -85,6 +98,15 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     put("#ov_backupCommand", "backupCommand = " + commandLiteral(o.mirror, o.remote));
     put("#ov_sourceFolders", listLine("sourceFolders", script.sources));
     put("#ov_destFolders", listLine("destFolders", script.destinations));
+    // One list per pair, whatever the script was given.
+    QList<QList<QByteArray>> exclusions;
+    QList<QList<QByteArray>> removedExclusions;
+    for (int pair = 0; pair < script.sources.size(); ++pair) {
+        exclusions.append(script.exclusions.value(pair));
+        removedExclusions.append(script.removedExclusions.value(pair));
+    }
+    put("#ov_exclusions", pairListsLine("exclusions", exclusions));
+    put("#ov_removedExclusions", pairListsLine("removedExclusions", removedExclusions));
     put("#ov_logfile", "logfile = " + quoted(script.logfile));
     put("#ov_lastBackup", "lastBackup = " + quoted(script.lastBackup));
     // The run's other files, from the table of the frequency it runs as.
@@ -203,6 +225,16 @@ Script script(OVFrequency frequency, const QVector<OVBackupItem> &items, const F
         if (item.qualifiesFor(frequency)) {
             script.sources.append(QFile::encodeName(item.sourcePath()));
             script.destinations.append(item.toast() ? QByteArray("Toast") : QFile::encodeName(item.destPath()));
+            QList<QByteArray> exclusions;
+            QList<QByteArray> removed;
+            for (const QString &entry : item.exclusions()) {
+                exclusions.append(QFile::encodeName(entry));
+                if (item.exclusionsRemovedFromBackup().contains(entry)) {
+                    removed.append(QFile::encodeName(entry));
+                }
+            }
+            script.exclusions.append(exclusions);
+            script.removedExclusions.append(removed);
         }
     }
     return script;

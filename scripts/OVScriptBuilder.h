@@ -52,6 +52,10 @@ struct Script {
     FrequencyOptions options;
     QList<QByteArray> sources;
     QList<QByteArray> destinations;
+    // Per pair, in the order of the sources: the item's exclusion entries,
+    // and those whose earlier copies go from the backup too.
+    QList<QList<QByteArray>> exclusions;
+    QList<QList<QByteArray>> removedExclusions;
 };
 
 QByteArray rubyEscaped(const QByteArray &bytes);
@@ -60,6 +64,8 @@ QByteArray quoted(const QByteArray &bytes);
 QByteArray commandLiteral(bool mirror, bool remote);
 // name = [ "A", "B" ]
 QByteArray listLine(const char *name, const QList<QByteArray> &entries);
+// name = [ [ "A", "B" ], [ ] ]: one list per pair.
+QByteArray pairListsLine(const char *name, const QList<QList<QByteArray>> &lists);
 QByteArray toastApplicationNameLine(const QString &name);
 
 QByteArray fill(const QByteArray &templateText, const Script &script, const SharedOptions &shared);

@@ -7,6 +7,7 @@
 #include "OVItemArchive.h"
 #include "OVPropertyList.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -104,6 +105,72 @@ private Q_SLOTS:
         QCOMPARE(firstItem.value(QStringLiteral("OVFrequencyColumn")).toInt(), 1);
 
         QVERIFY(OVItemArchive::unarchive(OVItemArchive::archive({}))->isEmpty());
+    }
+
+    // What an item leaves out travels with it; an item without it is
+    // archived as before, and the removed entries stay a part of the list.
+    void exclusionsInTheArchive()
+    {
+        OVBackupItem a = item(int(OVFrequency::Daily), true, "/home/ann", "/media/ann/Backup");
+        a.setExclusions({QStringLiteral("/home/ann/.cache"), QStringLiteral("*.tmp"), QStringLiteral("Fotos \"2024\"/**/Roh ✓/")},
+                        {QStringLiteral("*.tmp"), QStringLiteral("not an entry")});
+        QCOMPARE(a.exclusionsRemovedFromBackup(), QStringList({QStringLiteral("*.tmp")}));
+        const OVBackupItem plain = item(int(OVFrequency::Weekly), true, "/home/ann", "/media/ann/Backup");
+        const QByteArray data = OVItemArchive::archive({a, plain});
+        const auto back = OVItemArchive::unarchive(data);
+        QVERIFY(back && back->size() == 2);
+        QVERIFY(back->at(0) == a);
+        QVERIFY(back->at(1) == plain);
+        QVERIFY(back->at(1).exclusions().isEmpty());
+
+        const QVariantList objects = OVPropertyList::fromData(data).toMap().value(QStringLiteral("$objects")).toList();
+        int withKeys = 0;
+        for (const QVariant &object : objects) {
+            const QVariantMap map = object.toMap();
+            if (map.contains(QStringLiteral("OVCheckColumn"))) {
+                withKeys += map.contains(QStringLiteral("OVExclusions")) ? 1 : 0;
+                QCOMPARE(map.size(), map.contains(QStringLiteral("OVExclusions")) ? 13 : 11);
+            }
+        }
+        QCOMPARE(withKeys, 1);
+
+        // Not a list of strings: no item list at all.
+        QVariantMap root = OVPropertyList::fromData(data).toMap();
+        QVariantList hostile = root.value(QStringLiteral("$objects")).toList();
+        for (QVariant &object : hostile) {
+            QVariantMap map = object.toMap();
+            if (map.contains(QStringLiteral("OVExclusions"))) {
+                map.insert(QStringLiteral("OVExclusions"), map.value(QStringLiteral("OVCheckColumn")));
+                object = map;
+            }
+        }
+        root.insert(QStringLiteral("$objects"), hostile);
+        QVERIFY(!OVItemArchive::unarchive(OVPropertyList::toBinary(root)));
+    }
+
+    // A new item leaves out the user's Trash and cache where its source
+    // holds them; an item loaded from the archive keeps what it had.
+    void newItemsLeaveOutTrashAndCache()
+    {
+        const QString home = QDir::homePath();
+        const QStringList defaults = {home + QStringLiteral("/.local/share/Trash"), home + QStringLiteral("/.cache")};
+        OVBackupItemModel model;
+        model.setItems({item(int(OVFrequency::Daily), true, nullptr, "/media/ann/Backup")});
+        model.createNewBackupItem();
+        model.setFolder(1, OVBackupItemModel::ChooseSourceTag, home, QStringLiteral("home"));
+        QCOMPARE(model.item(1).exclusions(), defaults);
+        QCOMPARE(model.index(1, OVBackupItemModel::SourceColumn).data(OVBackupItemModel::ExclusionsRole).toStringList(), defaults);
+        // Another source holds neither; a third holds them again, once.
+        model.setExclusions(1, model.item(1).exclusions() + QStringList{QStringLiteral("*.iso")}, {});
+        model.setFolder(1, OVBackupItemModel::ChooseSourceTag, home + QStringLiteral("/Documents"), QStringLiteral("Documents"));
+        QCOMPARE(model.item(1).exclusions(), QStringList({QStringLiteral("*.iso")}));
+        model.setFolder(1, OVBackupItemModel::ChooseSourceTag, QStringLiteral("/"), QStringLiteral("/"));
+        QCOMPARE(model.item(1).exclusions(), QStringList({QStringLiteral("*.iso")}) + defaults);
+        model.setFolder(0, OVBackupItemModel::ChooseSourceTag, home, QStringLiteral("home"));
+        QVERIFY(model.item(0).exclusions().isEmpty());
+        // The user may take a default away.
+        model.setExclusions(1, {QStringLiteral("*.iso")}, {});
+        QCOMPARE(model.item(1).exclusions(), QStringList({QStringLiteral("*.iso")}));
     }
 
     void readsArchiveWrittenByThePlatform()

@@ -5,6 +5,7 @@
 // act, tick boxes that cannot be used drawn disabled, and a delete that
 // leaves the next row selected with its menus closed.
 #include "OVBackupItemModel.h"
+#include "OVExclusionsSheet.h"
 #include "OVFolderLabel.h"
 #include "OVItemDelegate.h"
 #include "OVItemsTable.h"
@@ -14,9 +15,12 @@
 #include <QComboBox>
 #include <QHeaderView>
 #include <QMenu>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QStyleOptionViewItem>
 #include <QTest>
+#include <QTreeWidget>
 
 #include <memory>
 
@@ -153,6 +157,61 @@ private Q_SLOTS:
         QCOMPARE(asked.first().first().toString(), QStringLiteral("/home/ann"));
         std::unique_ptr<QMenu> second(t.table.rowMenu(1, &t.view));
         QVERIFY(!second->findChild<QAction *>(QStringLiteral("restoreRowAction"))->isEnabled());
+    }
+
+    // "Exclusions…": an addition asks about the earlier copies; OK gives
+    // the row its list, and the row shows it has one; locked, it only shows.
+    void exclusionsSheet()
+    {
+        Table t(2);
+        QSignalSpy changed(&t.table, &OVItemsTable::changed);
+        std::unique_ptr<QMenu> menu(t.table.rowMenu(0, &t.view));
+        QVERIFY(menu->findChild<QAction *>(QStringLiteral("exclusionsRowAction"))->isEnabled());
+        QVERIFY(menu->findChild<QAction *>(QStringLiteral("previewRowAction"))->isEnabled());
+        std::unique_ptr<QMenu> empty(t.table.rowMenu(1, &t.view));
+        QVERIFY(!empty->findChild<QAction *>(QStringLiteral("exclusionsRowAction"))->isEnabled());
+        QVERIFY(!empty->findChild<QAction *>(QStringLiteral("previewRowAction"))->isEnabled());
+
+        OVExclusionsSheet *sheet = t.table.showExclusions(0);
+        QVERIFY(sheet);
+        // Outside the source, or empty: refused with the reason.
+        QVERIFY(!sheet->problemWith(QStringLiteral("/etc/passwd")).isNull());
+        QVERIFY(!sheet->problemWith(QStringLiteral(" ")).isNull());
+        const auto answer = [sheet](const char *button) {
+            QMessageBox *question = nullptr;
+            for (QMessageBox *box : sheet->findChildren<QMessageBox *>(QStringLiteral("removeFromBackupQuestion"))) {
+                question = box->isVisible() ? box : question;
+            }
+            QVERIFY(question);
+            question->findChild<QPushButton *>(QLatin1String(button))->click();
+        };
+        sheet->add(QStringLiteral("*.iso"));
+        answer("removeFromBackupButton");
+        sheet->add(QStringLiteral("/home/ann/Videos"));
+        answer("keepInBackupButton");
+        QCOMPARE(sheet->entries(), QStringList({QStringLiteral("*.iso"), QStringLiteral("/home/ann/Videos")}));
+        sheet->accept();
+        QCOMPARE(t.model.item(0).exclusions(), QStringList({QStringLiteral("*.iso"), QStringLiteral("/home/ann/Videos")}));
+        QCOMPARE(t.model.item(0).exclusionsRemovedFromBackup(), QStringList({QStringLiteral("*.iso")}));
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(t.model.index(0, OVBackupItemModel::SourceColumn).data(Qt::AccessibleDescriptionRole).isValid(), true);
+
+        // Remove takes an entry away; Cancel keeps the row as it was.
+        sheet = t.table.showExclusions(0);
+        auto *list = sheet->findChild<QTreeWidget *>(QStringLiteral("exclusionList"));
+        list->topLevelItem(0)->setSelected(true);
+        sheet->findChild<QPushButton *>(QStringLiteral("removeButton"))->click();
+        QCOMPARE(sheet->entries(), QStringList({QStringLiteral("/home/ann/Videos")}));
+        QVERIFY(sheet->removedFromBackup().isEmpty());
+        sheet->reject();
+        QCOMPARE(t.model.item(0).exclusions().size(), 2);
+
+        t.model.setEditable(false);
+        sheet = t.table.showExclusions(0);
+        QVERIFY(!sheet->findChild<QPushButton *>(QStringLiteral("addPatternButton"))->isEnabled());
+        sheet->accept();
+        QCOMPARE(changed.count(), 1);
+        sheet->close();
     }
 
     void tickBoxesThatCannotBeUsedLookDisabled()

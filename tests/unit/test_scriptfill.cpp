@@ -3,6 +3,7 @@
 // The script filler: every placeholder and default line, and the escaping of
 // names, checked by Ruby itself (a name that ended its literal would run as
 // root). Any user; ruby must be installed.
+#include "OVBackupItem.h"
 #include "OVScriptBuilder.h"
 #include "ovfixedpaths.h"
 
@@ -167,6 +168,33 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(QStringLiteral("/tmp/pwned")));
     }
 
+    // Each pair's exclusions, in the order of the sources, as Ruby reads
+    // them; the template's lines as the template keeps them.
+    void exclusionsPerPair()
+    {
+        OVBackupItem withExclusions;
+        withExclusions.setCheckColumn(true);
+        withExclusions.setSourcePath(QStringLiteral("/home/ann"));
+        withExclusions.setDestPath(QStringLiteral("/media/ann/Backup"));
+        withExclusions.setExclusions({QStringLiteral("/home/ann/\"x\" #{`id`}\\"), QStringLiteral("*.tmp")}, {QStringLiteral("*.tmp")});
+        OVBackupItem without = withExclusions;
+        without.setExclusions({});
+        OVBackupItem weekly = withExclusions;
+        weekly.setFrequencyColumn(int(OVFrequency::Weekly));
+        const Script script = OVScriptBuilder::script(OVFrequency::Daily, {withExclusions, weekly, without}, FrequencyOptions());
+        const QByteArray templateText = "exclusions = [ ]\n#ov_exclusions\nremovedExclusions = [ ]\n#ov_removedExclusions\n";
+        const QByteArray filled = fill(templateText, script, SharedOptions());
+        QVERIFY(filled.contains("\nremovedExclusions = [ [ \"*.tmp\" ], [ ] ]\n"));
+        const QByteArray values = rubyValues(filled);
+        QVERIFY2(values.contains("exclusions=[[\"/home/ann/\\\"x\\\" \\#{`id`}\\\\\", \"*.tmp\"], []]\n"), values.constData());
+        QVERIFY(values.contains("removedExclusions=[[\"*.tmp\"], []]\n"));
+        // A script made without them still has one list per pair.
+        Script bare = dailyScript();
+        bare.sources.append("/srv/b");
+        bare.destinations.append("/media/b");
+        QVERIFY(fill(templateText, bare, SharedOptions()).startsWith("exclusions = [ ]\nexclusions = [ [ ], [ ] ]\n"));
+    }
+
     // A name holding any search text of the template, alone on a line of
     // its own, is data: each line of the template is filled once and the
     // filled text is never searched again.
@@ -176,6 +204,8 @@ private Q_SLOTS:
                                             "#ov_backupCommand",
                                             "#ov_sourceFolders",
                                             "#ov_destFolders",
+                                            "#ov_exclusions",
+                                            "#ov_removedExclusions",
                                             "#ov_logfile",
                                             "#ov_lastBackup",
                                             "#ov_lastRun",

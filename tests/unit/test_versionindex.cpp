@@ -1,19 +1,26 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// The version index and the restore operation on backups laid out by hand
-// in a temporary folder: any user, no root.
+// The version index, the restore operation and the command line on backups
+// laid out by hand in a temporary folder: any user, no root.
 
+#include "OVExclusions.h"
+#include "OVRestoreCommand.h"
 #include "OVRestoreJob.h"
 #include "OVRestoreSources.h"
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextStream>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 namespace
 {
@@ -42,14 +49,46 @@ QByteArray read(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
 }
 
+QByteArray attribute(const QString &path, const char *name)
+{
+    QByteArray value(256, 0);
+    const ssize_t size = lgetxattr(QFile::encodeName(path).constData(), name, value.data(), value.size());
+    return size < 0 ? QByteArray("<none>") : value.left(int(size));
+}
+
+struct timespec mtimeOf(const QString &path)
+{
+    struct stat st = {};
+    lstat(QFile::encodeName(path).constData(), &st);
+    return st.st_mtim;
+}
+
 QStringList names(const QVector<OVEntry> &entries)
 {
     QStringList list;
     for (const OVEntry &entry : entries) {
         list.append(entry.name + (entry.inSource ? QString() : QStringLiteral(" (deleted)"))
-                    + (entry.hasVersion ? QString() : QStringLiteral(" (not backed up)")));
+                    + (entry.hasVersion ? QString() : QStringLiteral(" (not backed up)")) + (entry.excluded ? QStringLiteral(" (excluded)") : QString()));
     }
     return list;
+}
+
+struct Run {
+    int status;
+    QString out;
+    QString err;
+};
+
+Run command(const OVRestoreSources::Setup &setup, const QStringList &arguments)
+{
+    QString out;
+    QString err;
+    QTextStream outStream(&out);
+    QTextStream errStream(&err);
+    const int status = OVRestoreCommand::run(QStringList{QStringLiteral("orvane-restore")} + arguments, setup, outStream, errStream);
+    outStream.flush();
+    errStream.flush();
+    return {status, out, err};
 }
 }
 
@@ -69,8 +108,12 @@ class TestVersionIndex : public QObject
     }
 
 private Q_SLOTS:
-    // Four daily runs: 01/09 (first), 01/10 10:00 (a.txt changed, gone.txt
-    // and old/ deleted), 01/12 10:00 (a.txt changed again), 01/13 (nothing).
+    // The item was daily: runs on 01/09 (first) and 01/10 10:00 (a.txt
+    // changed, gone.txt and old/ deleted); then it became weekly, and its
+    // one weekly run on 01/12 10:00 changed a.txt again. The daily marker
+    // is younger than anything this item's runs wrote (other daily items
+    // ran); the weekly one is older than the weekly archive (the clock was
+    // set back).
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
@@ -81,6 +124,9 @@ private Q_SLOTS:
         put(m_source + QStringLiteral("/new.txt"), "new", at("2026-01-12 08:00"));
         put(m_source + QStringLiteral("/Ünïcødé dir/c.txt"), "c", at("2026-01-08 09:00"));
         put(m_source + QStringLiteral("/never.txt"), "never", at("2026-01-13 12:00"));
+        put(m_source + QStringLiteral("/scratch.tmp"), "scratch", at("2026-01-13 12:00"));
+        put(m_source + QStringLiteral("/build/CACHEDIR.TAG"), "Signature: 8a477f597d28d172789f06886806bc55\n", at("2026-01-08 09:00"));
+        put(m_source + QStringLiteral("/build/out/o.bin"), "o", at("2026-01-08 09:00"));
         put(m_dest + QStringLiteral("/a.txt"), "version 3", at("2026-01-11 09:00"));
         put(m_dest + QStringLiteral("/new.txt"), "new", at("2026-01-12 08:00"));
         put(m_dest + QStringLiteral("/Ünïcødé dir/c.txt"), "c", at("2026-01-08 09:00"));
@@ -90,17 +136,18 @@ private Q_SLOTS:
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/gone.txt"), "gone", at("2026-01-08 09:00"));
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/old/deep/x.txt"), "x", at("2026-01-08 09:00"));
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/old/y.txt"), "y", at("2026-01-08 09:00"));
-        put(archive("2026-01-12 10.00.00 Daily") + QStringLiteral("/a.txt"), "version 2 longer", at("2026-01-09 12:00"));
-        // Another destination's archive of the same run, and a weekly one.
+        put(archive("2026-01-12 10.00.00 Weekly") + QStringLiteral("/a.txt"), "version 2 longer", at("2026-01-09 12:00"));
+        // Another destination's archive of a run: not this source's.
         put(m_safetyNet + QStringLiteral("/2026-01-12 10.00.00 Daily/elsewhere/a.txt"), "not ours", at("2026-01-09 12:00"));
-        put(m_safetyNet + QStringLiteral("/2026-01-11 10.00.00 Weekly") + m_dest + QStringLiteral("/a.txt"), "not ours", at("2026-01-09 12:00"));
         put(m_dir.filePath(QStringLiteral("support/.daily/.lastbackup")), "01/13/26\n", at("2026-01-13 10:00"));
+        put(m_dir.filePath(QStringLiteral("support/.weekly/.lastbackup")), "01/11/26\n", at("2026-01-13 10:00"));
 
         OVBackupItem item;
         item.setCheckColumn(true);
-        item.setFrequencyColumn(int(OVFrequency::Manual));
+        item.setFrequencyColumn(int(OVFrequency::Weekly));
         item.setSourcePath(m_source);
         item.setDestPath(m_dest + QLatin1Char('/'));
+        item.setExclusions({QStringLiteral("*.tmp")});
         m_setup.items = {item};
         m_setup.settings.insert(QStringLiteral("SafetyNetFolder"), m_safetyNet);
         m_setup.supportFolder = m_dir.filePath(QStringLiteral("support"));
@@ -122,19 +169,64 @@ private Q_SLOTS:
         QCOMPARE(OVRestoreSources::frequencyName(int(OVFrequency::Manual)), QStringLiteral("Daily"));
         QCOMPARE(OVRestoreJob::datedName(QStringLiteral("/a/report.odt"), at("2026-01-10 10:00"), 1), QStringLiteral("/a/report (2026-01-10 10.00.00).odt"));
         QCOMPARE(OVRestoreJob::datedName(QStringLiteral("/a/.hidden"), at("2026-01-10 10:00"), 2), QStringLiteral("/a/.hidden (2026-01-10 10.00.00 2)"));
+
+        // The command line's dates: a day stands for its end; local time.
+        const struct {
+            const char *text;
+            QDateTime time;
+        } dates[] = {
+            {"2026-11-25", QDateTime(QDate(2026, 11, 25), QTime(23, 59, 59))},
+            {"2026-11-25T14:30:00", QDateTime(QDate(2026, 11, 25), QTime(14, 30))},
+            {"2026-11-25 14:30:05", QDateTime(QDate(2026, 11, 25), QTime(14, 30, 5))},
+            {"2026-11-25T14:30", QDateTime(QDate(2026, 11, 25), QTime(14, 30))},
+            {"2026-02-30", QDateTime()},
+            {"25.11.2026", QDateTime()},
+            {"2026-11-25T25:00", QDateTime()},
+            {"", QDateTime()},
+        };
+        for (const auto &date : dates) {
+            QCOMPARE(OVRestoreCommand::parseDate(QString::fromLatin1(date.text)), date.time);
+        }
+        QCOMPARE(OVRestoreCommand::escaped(QStringLiteral("a\tb\\c\nd")), QStringLiteral("a\\tb\\\\c\\nd"));
     }
 
-    void sourcesOfAPath()
+    // Every version of the source, whatever frequency made it; the copy
+    // dated by what is known of the runs that wrote it.
+    void sourcesAcrossFrequencies()
     {
-        // A manual item's runs are daily ones: its copy is dated by the
-        // daily marker, and only this destination's daily archives count.
         const OVRestoreSources sources = OVRestoreSources::forPath(m_source + QStringLiteral("/Ünïcødé dir/c.txt"), m_setup);
         QCOMPARE(sources.sourceRoot, m_source);
         QCOMPARE(sources.relativePath, QStringLiteral("Ünïcødé dir/c.txt"));
         QVERIFY(sources.problems.isEmpty());
-        QCOMPARE(sources.index.snapshots().size(), 3);
-        QCOMPARE(sources.index.snapshot(0).kind, OVSnapshot::Copy);
-        QCOMPARE(sources.index.snapshot(0).time, at("2026-01-13 00:00"));
+        const OVVersionIndex &index = sources.index;
+        QCOMPARE(index.snapshots().size(), 3);
+        int copy = -1;
+        QStringList archives;
+        for (int i = 0; i < index.snapshots().size(); ++i) {
+            if (index.snapshot(i).kind == OVSnapshot::Copy) {
+                copy = i;
+            } else {
+                archives.append(index.snapshot(i).frequency);
+            }
+        }
+        QCOMPARE(archives, QStringList({QStringLiteral("Daily"), QStringLiteral("Weekly")}));
+        // The weekly archive is younger than the weekly marker: it tells the
+        // copy's day; the daily marker is not this item's any more.
+        QCOMPARE(index.snapshot(copy).time, at("2026-01-12 00:00"));
+        QCOMPARE(index.snapshot(copy).frequency, QStringLiteral("Weekly"));
+
+        // A destination no run is known to have written: no date, and says
+        // whose run is awaited; as a manual item, the daily marker counts.
+        OVRestoreSources::Setup fresh = m_setup;
+        fresh.items.first().setDestPath(m_dir.filePath(QStringLiteral("Other Disk")));
+        put(m_dir.filePath(QStringLiteral("Other Disk/a.txt")), "other", at("2026-01-02 09:00"));
+        fresh.items.first().setFrequencyColumn(int(OVFrequency::Monthly));
+        OVRestoreSources monthly = OVRestoreSources::forPath(m_source, fresh);
+        QCOMPARE(monthly.index.snapshots().size(), 1);
+        QVERIFY(!monthly.index.snapshot(0).time.isValid());
+        QCOMPARE(monthly.index.snapshot(0).frequency, QStringLiteral("Monthly"));
+        fresh.items.first().setFrequencyColumn(int(OVFrequency::Manual));
+        QCOMPARE(OVRestoreSources::forPath(m_source, fresh).index.snapshot(0).time, at("2026-01-13 00:00"));
 
         // A source inside another item's source: the outer item's backups
         // count too, below the inner folder.
@@ -173,7 +265,11 @@ private Q_SLOTS:
         QCOMPARE(versions[1].size, qint64(16));
         QCOMPARE(index.snapshot(versions[1].snapshot).time, at("2026-01-12 10:00"));
         QCOMPARE(read(versions[2].path), QByteArray("version 1"));
-        QCOMPARE(index.versionsOf(QStringLiteral("gone.txt")).size(), 1);
+        // What each run did to it: a.txt was replaced, gone.txt deleted.
+        QVERIFY(!index.wasDeletedBy(versions[2]));
+        const QVector<OVVersion> gone = index.versionsOf(QStringLiteral("gone.txt"));
+        QCOMPARE(gone.size(), 1);
+        QVERIFY(index.wasDeletedBy(gone.first()));
         QVERIFY(index.versionsOf(QStringLiteral("never.txt")).isEmpty());
         QCOMPARE(index.relativePathOf(m_source + QStringLiteral("/x/y")), QStringLiteral("x/y"));
         QVERIFY(index.relativePathOf(m_source + QStringLiteral("x")).isNull());
@@ -182,14 +278,20 @@ private Q_SLOTS:
     void folderNowAndOnADate()
     {
         const OVVersionIndex index = OVRestoreSources::forPath(m_source, m_setup).index;
-        // Now: deleted names marked, the engine's own folder hidden.
+        // Now: deleted names marked, what the item leaves out marked (a
+        // pattern, a folder tagged as a cache and what it holds), the
+        // engine's own folders hidden.
         QCOMPARE(names(index.listFolder(QString())),
-                 QStringList({QStringLiteral("old (deleted)"),
+                 QStringList({QStringLiteral("build (not backed up) (excluded)"),
+                              QStringLiteral("old (deleted)"),
                               QStringLiteral("Ünïcødé dir"),
                               QStringLiteral("a.txt"),
                               QStringLiteral("gone.txt (deleted)"),
                               QStringLiteral("never.txt (not backed up)"),
-                              QStringLiteral("new.txt")}));
+                              QStringLiteral("new.txt"),
+                              QStringLiteral("scratch.tmp (not backed up) (excluded)")}));
+        QVERIFY(index.isExcluded(QStringLiteral("build/out/o.bin"), false));
+        QVERIFY(!index.isExcluded(QStringLiteral("Ünïcødé dir/c.txt"), false));
         const auto contentAt = [&index](const char *when, const QString &name) {
             for (const OVEntry &entry : index.listFolder(QString(), at(when))) {
                 if (entry.name == name) {
@@ -211,30 +313,52 @@ private Q_SLOTS:
 
     void restoreVersions()
     {
+        // The time to the nanosecond, a tag and an ACL, as the backup kept them.
+        const QString first = archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/a.txt");
+        const struct timespec times[2] = {{0, UTIME_OMIT}, {at("2026-01-08 09:00").toSecsSinceEpoch(), 489320685}};
+        QVERIFY(utimensat(AT_FDCWD, QFile::encodeName(first).constData(), times, 0) == 0);
+        if (lsetxattr(QFile::encodeName(first).constData(), "user.xdg.tags", "Work,Urgent", 11, 0) != 0) {
+            QSKIP("this file system holds no extended attributes");
+        }
+        const QString setfacl = QStandardPaths::findExecutable(QStringLiteral("setfacl"));
+        if (!setfacl.isEmpty()) {
+            QCOMPARE(QProcess::execute(setfacl, {QStringLiteral("-m"), QStringLiteral("u:nobody:r"), first}), 0);
+        }
         const OVVersionIndex index = OVRestoreSources::forPath(m_source, m_setup).index;
         const QString target = m_dir.filePath(QStringLiteral("restored"));
         const QVector<OVVersion> versions = index.versionsOf(QStringLiteral("a.txt"));
+        QCOMPARE(versions[2].path, first);
 
-        // Elsewhere, keeping the path; mode and time come back.
-        OVRestoreJob first(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
-        QSignalSpy progress(&first, &OVRestoreJob::progress);
-        QVERIFY(first.run());
+        // Elsewhere, keeping the path; mode, time, attributes come back.
+        OVRestoreJob firstJob(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
+        QSignalSpy progress(&firstJob, &OVRestoreJob::progress);
+        QVERIFY(firstJob.run());
         QVERIFY(!progress.isEmpty());
-        QCOMPARE(read(target + QStringLiteral("/a.txt")), QByteArray("version 1"));
-        QCOMPARE(QFileInfo(target + QStringLiteral("/a.txt")).lastModified(), at("2026-01-08 09:00"));
-        QCOMPARE(QFileInfo(target + QStringLiteral("/a.txt")).permissions() & 0x7777,
-                 QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser);
+        const QString restored = target + QStringLiteral("/a.txt");
+        QCOMPARE(read(restored), QByteArray("version 1"));
+        QCOMPARE(mtimeOf(restored).tv_sec, times[1].tv_sec);
+        QCOMPARE(mtimeOf(restored).tv_nsec, 489320685L);
+        QCOMPARE(attribute(restored, "user.xdg.tags"), QByteArray("Work,Urgent"));
+        if (!setfacl.isEmpty()) {
+            QCOMPARE(attribute(restored, "system.posix_acl_access"), attribute(first, "system.posix_acl_access"));
+        }
+        QVERIFY(firstJob.filesMissingAttributes().isEmpty());
 
         // The same place again: another version comes back beside it, the
         // same version is not kept twice, and Replace replaces.
         OVRestoreJob second(index, OVRestoreJob::plan(index, {versions[1], versions[2]}, target), OVRestoreJob::KeepBoth);
         QVERIFY(second.run());
-        QCOMPARE(read(target + QStringLiteral("/a.txt")), QByteArray("version 1"));
+        QCOMPARE(read(restored), QByteArray("version 1"));
         QCOMPARE(read(target + QStringLiteral("/a (2026-01-12 10.00.00).txt")), QByteArray("version 2 longer"));
-        QCOMPARE(second.kept(), QStringList({target + QStringLiteral("/a.txt")}));
+        QCOMPARE(second.kept(), QStringList({restored}));
+        // Same content, but the tag taken off since: a version of its own.
+        QVERIFY(lremovexattr(QFile::encodeName(restored).constData(), "user.xdg.tags") == 0);
+        OVRestoreJob untagged(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
+        QVERIFY(untagged.run());
+        QCOMPARE(attribute(target + QStringLiteral("/a (2026-01-10 10.00.00).txt"), "user.xdg.tags"), QByteArray("Work,Urgent"));
         OVRestoreJob third(index, OVRestoreJob::plan(index, {versions[0]}, target), OVRestoreJob::Replace);
         QVERIFY(third.run());
-        QCOMPARE(read(target + QStringLiteral("/a.txt")), QByteArray("version 3"));
+        QCOMPARE(read(restored), QByteArray("version 3"));
 
         // A deleted folder comes back whole, as it was before its deletion.
         const QVector<OVVersion> old = index.versionsOf(QStringLiteral("old"));
@@ -250,6 +374,75 @@ private Q_SLOTS:
         cancelled.cancel();
         QVERIFY(!cancelled.run());
         QVERIFY(QDir(cancelTarget).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot).isEmpty());
+    }
+
+    // The command line: its lines, its exit codes, its reasons.
+    void commandLine()
+    {
+        const QString a = m_source + QStringLiteral("/a.txt");
+        Run run = command(m_setup, {QStringLiteral("--list"), a});
+        QCOMPARE(run.status, 0);
+        const QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 3);
+        const QStringList copy = lines[0].split(QLatin1Char('\t'));
+        QCOMPARE(copy,
+                 QStringList({QStringLiteral("2026-01-11T09:00:00"),
+                              QStringLiteral("9"),
+                              QStringLiteral("backup"),
+                              QStringLiteral("present"),
+                              a,
+                              m_dest + QStringLiteral("/a.txt")}));
+        QCOMPARE(lines[1].section(QLatin1Char('\t'), 2, 3), QStringLiteral("safety-net\tpresent"));
+        QVERIFY(lines[1].endsWith(QStringLiteral("2026-01-12 10.00.00 Weekly") + m_dest + QStringLiteral("/a.txt")));
+        QVERIFY(lines[2].contains(QStringLiteral("2026-01-10 10.00.00 Daily")));
+        run = command(m_setup, {QStringLiteral("--list"), m_source + QStringLiteral("/gone.txt")});
+        QCOMPARE(run.out.section(QLatin1Char('\t'), 0, 3), QStringLiteral("2026-01-08T09:00:00\t4\tsafety-net\tdeleted"));
+
+        // The tree as it was: folders before files, deleted ones said so.
+        run = command(m_setup, {QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("2026-01-09"), m_source});
+        QCOMPARE(run.status, 0);
+        QStringList tree;
+        for (const QString &line : run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            tree.append(line.section(QLatin1Char('\t'), 4, 4).mid(m_source.size()) + QLatin1Char(' ') + line.section(QLatin1Char('\t'), 3, 3));
+        }
+        QCOMPARE(tree,
+                 QStringList({QStringLiteral(" present"),
+                              QStringLiteral("/old deleted"),
+                              QStringLiteral("/old/deep deleted"),
+                              QStringLiteral("/old/deep/x.txt deleted"),
+                              QStringLiteral("/old/y.txt deleted"),
+                              QStringLiteral("/Ünïcødé dir present"),
+                              QStringLiteral("/Ünïcødé dir/c.txt present"),
+                              QStringLiteral("/a.txt present"),
+                              QStringLiteral("/gone.txt deleted")}));
+
+        // Restored as the window restores, elsewhere, by date and time.
+        const QString to = m_dir.filePath(QStringLiteral("by-command"));
+        QDir().mkpath(to);
+        run = command(m_setup, {QStringLiteral("--restore"), QStringLiteral("--at"), QStringLiteral("2026-01-10 11:00"), QStringLiteral("--to"), to, a});
+        QCOMPARE(run.status, 0);
+        QCOMPARE(run.out, to + QStringLiteral("/a.txt\n"));
+        QCOMPARE(read(to + QStringLiteral("/a.txt")), QByteArray("version 2 longer"));
+
+        // Nothing matched, and errors, each with its status.
+        const struct {
+            QStringList arguments;
+            int status;
+        } cases[] = {
+            {{QStringLiteral("--list"), m_source + QStringLiteral("/never.txt")}, 1},
+            {{QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("2026-01-01"), a}, 1},
+            {{QStringLiteral("--restore"), a, m_source + QStringLiteral("/never.txt"), QStringLiteral("--to"), to}, 1},
+            {{QStringLiteral("--list"), m_dir.path()}, 2},
+            {{QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("yesterday"), a}, 2},
+            {{QStringLiteral("--list"), QStringLiteral("--restore"), a}, 2},
+            {{QStringLiteral("--list"), a, a}, 2},
+            {{QStringLiteral("--restore")}, 2},
+            {{QStringLiteral("--list"), QStringLiteral("--replace"), a}, 2},
+            {{QStringLiteral("--restore"), QStringLiteral("--to"), m_dir.filePath(QStringLiteral("nowhere")), a}, 2},
+        };
+        for (const auto &c : cases) {
+            QCOMPARE(command(m_setup, c.arguments).status, c.status);
+        }
     }
 };
 

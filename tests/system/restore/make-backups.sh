@@ -2,27 +2,31 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
-# make-backups.sh USER: four daily backups of ~USER/Documents onto
+# make-backups.sh USER daily|weekly: backups of ~USER/Documents onto
 # "/Volumes/Backup Disk/Documents" made by the installed backup script
 # itself (filled by the pane's builder, OV_FILL_SCRIPT, and run by its path
 # as cron runs it, with the clock set to each run's date by faketime), with
 # the Safety Net on ("Everything") in its default folder inside Documents,
-# and files changed, deleted and re-created between the runs. Pristine
-# copies of what each run saw go to /tmp/restore-fixture/<run>. Sandbox
-# only: it writes /Volumes, /Library and /home.
+# and files changed, deleted and re-created between the runs: "daily" makes
+# four daily runs, "weekly" then one weekly run of the same folders (the
+# item moved to another frequency). Pristine copies of what each run saw go
+# to /tmp/restore-fixture/<day>. Sandbox only: it writes /Volumes, /Library
+# and /home.
 set -euo pipefail
-user=$1
+user=$1 phase=$2
 home=/home/$user
 src=$home/Documents
 dest="/Volumes/Backup Disk/Documents"
 sn="$src/Safety Net Archives"
 fixture=/tmp/restore-fixture
-script=/tmp/restore-daily.rb
+script=/tmp/restore-$phase.rb
 : "${OV_FILL_SCRIPT:?must name the script builder}"
 
 mkdir -p "$src" "$dest" "$sn" "$fixture"
 chown "$user:" "$src" "$sn"
-"$OV_FILL_SCRIPT" --mirror --user "$user" --safetynet "$sn" 30 Everything "$src" "$dest" > "$script"
+frequency=Daily
+[ "$phase" = weekly ] && frequency=Weekly
+"$OV_FILL_SCRIPT" --frequency "$frequency" --mirror --user "$user" --safetynet "$sn" 30 Everything "$src" "$dest" > "$script"
 chmod 700 "$script"
 
 # run STAMP: one daily run at that moment ("2026-01-06 20.00.00").
@@ -34,7 +38,7 @@ run() {
     if ! env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin FAKETIME_DONT_FAKE_MONOTONIC=1 NO_FAKE_STAT=1 FAKETIME_ONLY_CMDS=ruby \
         faketime -f "${clock//./:}" "$script"; then
         echo "the backup at $stamp failed:" >&2
-        cat /var/log/.orvane_daily.err /var/log/orvane_daily.log >&2 || true
+        cat /var/log/.orvane_"$phase".err /var/log/orvane_"$phase".log >&2 || true
         exit 1
     fi
     cp -a "$src" "$fixture/$day"
@@ -49,7 +53,19 @@ put() { # put PATH TIME CONTENT
     touch -d "$2" "$1"
 }
 
+if [ "$phase" = weekly ]; then
+    put "$src/report.txt" "2026-01-09 10:00:00.250000001" "Bericht, wöchentlich"
+    run "2026-01-09 20.00.00"
+    exit 0
+fi
+
 put "$src/report.txt" "2026-01-05 09:00" "Bericht, erste Fassung"
+# A time within the second, and a Dolphin tag: both come back.
+put "$src/precise.txt" "2026-01-05 09:00:00.489320685" "genau"
+put "$src/tagged.txt" "2026-01-05 09:05" "markiert"
+setpriv --reuid="$user" --regid="$user" --init-groups setfattr -n user.xdg.tags -v "Wichtig,Arbeit" "$src/tagged.txt"
+# What the item leaves out (the window says so).
+put "$src/notes.tmp" "2026-01-05 09:06" "scratch"
 put "$src/Ünïcødé/naïve café.md" "2026-01-05 09:10" "crème brûlée"
 put "$src/Ünïcødé/löschen.txt" "2026-01-05 09:20" "wird gelöscht"
 put "$src/Projekt/plan.txt" "2026-01-05 09:30" "plan"
@@ -61,6 +77,7 @@ chmod 0750 "$src/Projekt/Daten"
 run "2026-01-05 20.00.00"
 
 put "$src/report.txt" "2026-01-06 10:00" "Bericht, zweite Fassung, länger"
+put "$src/precise.txt" "2026-01-06 10:00:00.000000999" "genauer"
 rm -rf "$src/Projekt"
 run "2026-01-06 20.00.00"
 

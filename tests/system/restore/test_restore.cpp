@@ -2,10 +2,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 
 // Restoring from real backups (made by make-backups.sh in the sandbox), as
-// the user: the set-up runs as root, then the test drops to the user for
-// good, so every read and write below has only the user's rights.
+// the user, by the window's code path: the set-up runs as root, then the
+// test drops to the user for good, so every read and write below has only
+// the user's rights. test_restore.sh runs beforeTheWeeklyRun after the
+// daily runs, then the rest after the weekly one.
 
-#include "OVItemArchive.h"
 #include "OVRestoreJob.h"
 #include "OVRestoreSources.h"
 #include "OVRestoreWindow.h"
@@ -16,12 +17,19 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QHeaderView>
+#include <QHelpEvent>
+#include <QScreen>
+#include <QStandardItemModel>
 #include <QTest>
+#include <QToolTip>
+#include <QTreeView>
 #include <QTreeWidget>
 
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace
@@ -37,6 +45,13 @@ QByteArray read(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+struct timespec mtimeOf(const QString &path)
+{
+    struct stat st = {};
+    lstat(QFile::encodeName(path).constData(), &st);
+    return st.st_mtim;
 }
 
 OVBackupItem item(const QString &source, const QString &destination)
@@ -76,21 +91,23 @@ class TestRestore : public QObject
 
     OVRestoreSources m_sources;
 
+    // The versions of a path, each as the version list says it.
+    QStringList titles(OVRestoreWindow &window)
+    {
+        QStringList list;
+        auto *versions = window.findChild<QTreeWidget *>(QStringLiteral("versionList"));
+        for (int row = 0; row < versions->topLevelItemCount(); ++row) {
+            list.append(versions->topLevelItem(row)->text(0));
+        }
+        return list;
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
         QCOMPARE(geteuid(), uid_t(0));
         const struct passwd *pw = getpwnam("ovrestore");
         QVERIFY(pw);
-        // The item list as the pane installs it: a daily item of the
-        // Documents folder, and one whose destination only root may read.
-        QVector<OVBackupItem> items = {item(Source, QStringLiteral("/Volumes/Backup Disk/Documents"))};
-        QFile archive(QString::fromLatin1(OVFixedPaths::ItemsArchive));
-        QVERIFY(archive.open(QIODevice::WriteOnly));
-        archive.write(OVItemArchive::archive(items));
-        archive.close();
-        QVERIFY(archive.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther));
-
         // Drop to the user for good.
         QVERIFY(setgroups(0, nullptr) == 0);
         QVERIFY(setresgid(pw->pw_gid, pw->pw_gid, pw->pw_gid) == 0);
@@ -103,31 +120,86 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::replace(settings));
 
         m_sources = OVRestoreSources::forPath(Source + QStringLiteral("/report.txt"), OVRestoreSources::installed());
-        QVERIFY(m_sources.problems.isEmpty());
+        QVERIFY2(m_sources.problems.isEmpty(), qPrintable(m_sources.describeProblems().join(QLatin1Char('\n'))));
         QCOMPARE(m_sources.relativePath, QStringLiteral("report.txt"));
     }
 
-    // A file changed, deleted and re-created: each version byte for byte,
-    // with its time, restored elsewhere keeping its path.
-    void everyVersionComesBack()
+    // The item moved from Daily to Weekly and no weekly run has happened:
+    // the daily runs' versions are all there, and the copy is not said to
+    // be of a run that did not finish.
+    void beforeTheWeeklyRun()
     {
         const OVVersionIndex &index = m_sources.index;
         const QVector<OVVersion> versions = index.versionsOf(QStringLiteral("report.txt"));
         QCOMPARE(versions.size(), 3);
-        const QStringList days = {QStringLiteral("2026-01-08"), QStringLiteral("2026-01-06"), QStringLiteral("2026-01-05")};
         QCOMPARE(index.snapshot(versions[0].snapshot).kind, OVSnapshot::Copy);
-        QCOMPARE(index.snapshot(versions[0].snapshot).time.date(), QDate(2026, 1, 8));
-        QCOMPARE(index.snapshot(versions[1].snapshot).time, QDateTime(QDate(2026, 1, 7), QTime(20, 0)));
-        QCOMPARE(index.snapshot(versions[2].snapshot).time, QDateTime(QDate(2026, 1, 6), QTime(20, 0)));
+        QVERIFY(!index.snapshot(versions[0].snapshot).time.isValid());
+        QCOMPARE(index.snapshot(versions[1].snapshot).frequency, QStringLiteral("Daily"));
+        OVRestoreWindow window;
+        window.openAt(Source + QStringLiteral("/report.txt"));
+        const QStringList shown = titles(window);
+        QCOMPARE(shown.size(), 3);
+        QCOMPARE(shown[0], QStringLiteral("Backup copy from an earlier run (no Weekly run has finished yet)"));
+        QVERIFY2(shown[1].startsWith(QStringLiteral("As it was when deleted, ")), qPrintable(shown[1]));
+        QVERIFY2(shown[2].startsWith(QStringLiteral("As it was until ")), qPrintable(shown[2]));
+    }
+
+    // After the weekly run: every version of both frequencies, byte for
+    // byte, to the nanosecond, restored elsewhere keeping its path.
+    void everyVersionComesBack()
+    {
+        m_sources = OVRestoreSources::forPath(Source + QStringLiteral("/report.txt"), OVRestoreSources::installed());
+        const OVVersionIndex &index = m_sources.index;
+        const QVector<OVVersion> versions = index.versionsOf(QStringLiteral("report.txt"));
+        QCOMPARE(versions.size(), 4);
+        QCOMPARE(index.snapshot(versions[0].snapshot).time.date(), QDate(2026, 1, 9));
+        const struct {
+            QDateTime archive;
+            const char *frequency;
+            const char *day;
+            bool deleted;
+        } expected[] = {
+            {QDateTime(), "Weekly", "2026-01-09", false},
+            {QDateTime(QDate(2026, 1, 9), QTime(20, 0)), "Weekly", "2026-01-08", false},
+            {QDateTime(QDate(2026, 1, 7), QTime(20, 0)), "Daily", "2026-01-06", true},
+            {QDateTime(QDate(2026, 1, 6), QTime(20, 0)), "Daily", "2026-01-05", false},
+        };
         for (int i = 0; i < versions.size(); ++i) {
+            const OVSnapshot &snapshot = index.snapshot(versions[i].snapshot);
+            if (expected[i].archive.isValid()) {
+                QCOMPARE(snapshot.time, expected[i].archive);
+            }
+            QCOMPARE(snapshot.frequency, QString::fromLatin1(expected[i].frequency));
+            QCOMPARE(index.wasDeletedBy(versions[i]), expected[i].deleted);
             const QString target = QDir::tempPath() + QStringLiteral("/restored-") + QString::number(i);
             OVRestoreJob job(index, OVRestoreJob::plan(index, {versions[i]}, target), OVRestoreJob::KeepBoth);
             QVERIFY2(job.run(), qPrintable(job.errors().join(QLatin1Char('\n'))));
-            const QString original = Fixture + QLatin1Char('/') + days[i] + QStringLiteral("/report.txt");
+            const QString original = Fixture + QLatin1Char('/') + QLatin1String(expected[i].day) + QStringLiteral("/report.txt");
             QCOMPARE(read(target + QStringLiteral("/report.txt")), read(original));
-            QCOMPARE(QFileInfo(target + QStringLiteral("/report.txt")).lastModified(), QFileInfo(original).lastModified());
+            QCOMPARE(mtimeOf(target + QStringLiteral("/report.txt")).tv_sec, mtimeOf(original).tv_sec);
+            QCOMPARE(mtimeOf(target + QStringLiteral("/report.txt")).tv_nsec, mtimeOf(original).tv_nsec);
             QCOMPARE(QFileInfo(target + QStringLiteral("/report.txt")).ownerId(), geteuid());
         }
+    }
+
+    // A time within the second, and a Dolphin tag, come back as the
+    // backup kept them, from the copy and from the Safety Net.
+    void metadataComesBack()
+    {
+        const OVVersionIndex &index = m_sources.index;
+        const QVector<OVVersion> precise = index.versionsOf(QStringLiteral("precise.txt"));
+        QCOMPARE(precise.size(), 2);
+        const QVector<OVVersion> tagged = index.versionsOf(QStringLiteral("tagged.txt"));
+        QCOMPARE(tagged.size(), 1);
+        const QString target = QDir::tempPath() + QStringLiteral("/metadata");
+        OVRestoreJob job(index, OVRestoreJob::plan(index, {precise[1], tagged[0]}, target), OVRestoreJob::KeepBoth);
+        QVERIFY2(job.run(), qPrintable(job.errors().join(QLatin1Char('\n'))));
+        QCOMPARE(mtimeOf(target + QStringLiteral("/precise.txt")).tv_nsec, 489320685L);
+        QByteArray tags(64, 0);
+        const ssize_t size = getxattr(QFile::encodeName(target + QStringLiteral("/tagged.txt")).constData(), "user.xdg.tags", tags.data(), tags.size());
+        QVERIFY2(size > 0, "the tag did not come back");
+        QCOMPARE(tags.left(int(size)), QByteArray("Wichtig,Arbeit"));
+        QVERIFY(job.filesMissingAttributes().isEmpty());
     }
 
     // The Safety Net folder lies in the source but is no part of it: the
@@ -170,27 +242,62 @@ private Q_SLOTS:
         const OVVersion first = index.versionsOf(QStringLiteral("report.txt")).last();
         OVRestoreJob kept(index, OVRestoreJob::plan(index, {first}), OVRestoreJob::KeepBoth);
         QVERIFY(kept.run());
-        QCOMPARE(read(Source + QStringLiteral("/report.txt")), QByteArray("Bericht, neu geschrieben"));
+        QCOMPARE(read(Source + QStringLiteral("/report.txt")), QByteArray("Bericht, wöchentlich"));
         QCOMPARE(read(Source + QStringLiteral("/report (2026-01-06 20.00.00).txt")), QByteArray("Bericht, erste Fassung"));
     }
 
-    // The window at a path, as of a date, and the screenshot for the help.
+    // The window: wide enough for its columns, a tip where a text is cut,
+    // a folder opened expanded, excluded paths said so; the screenshots.
     void window()
     {
         OVRestoreWindow window;
         window.openAt(Source + QStringLiteral("/report.txt"));
-        window.resize(900, 520);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QCOMPARE(window.sourceRoot(), Source);
         QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("report.txt")}));
-        QCOMPARE(window.versionCount(), 3);
+        QCOMPARE(window.versionCount(), 4);
         QCOMPARE(window.windowTitle(), QStringLiteral("Restore: Documents"));
+        auto *versions = window.findChild<QTreeWidget *>(QStringLiteral("versionList"));
+        const QAbstractItemView *versionItems = versions;
+        for (int column = 0; column < versions->columnCount(); ++column) {
+            QVERIFY2(versions->columnWidth(column) >= versionItems->sizeHintForColumn(column), qPrintable(versions->headerItem()->text(column)));
+        }
+        // As wide as its columns need, as far as the screen allows.
+        const int screen = window.screen()->availableGeometry().width();
+        QVERIFY(window.width() >= qMin(window.contentSize().width(), screen * 9 / 10) && window.width() <= screen);
         const QString shots = qEnvironmentVariable("OV_SCREENSHOTS");
         if (!shots.isEmpty()) {
             QDir().mkpath(shots);
             QVERIFY(window.grab().save(shots + QStringLiteral("/restore-window.png")));
         }
+        // A cut text shows whole as its tip.
+        versions->setColumnWidth(0, 40);
+        const QRect cell = versions->visualRect(versions->model()->index(0, 0));
+        QHelpEvent help(QEvent::ToolTip, cell.center(), versions->viewport()->mapToGlobal(cell.center()));
+        QCoreApplication::sendEvent(versions->viewport(), &help);
+        QTRY_COMPARE(QToolTip::text(), versions->topLevelItem(0)->text(0));
+
+        // On a folder: that folder selected, open, its names shown.
+        window.openAt(Source + QStringLiteral("/Ünïcødé"));
+        auto *treeView = window.findChild<QTreeView *>(QStringLiteral("treeView"));
+        QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("Ünïcødé")}));
+        const QModelIndex folder = treeView->currentIndex();
+        QVERIFY(treeView->isExpanded(folder));
+        QVERIFY(treeView->model()->rowCount(folder) >= 2);
+        // What the item leaves out: said so.
+        const auto stateOf = [treeView](const QString &name) {
+            const QModelIndex root = treeView->model()->index(0, 0);
+            for (int row = 0; row < treeView->model()->rowCount(root); ++row) {
+                if (treeView->model()->index(row, 0, root).data().toString() == name) {
+                    return treeView->model()->index(row, 1, root).data().toString();
+                }
+            }
+            return QStringLiteral("<absent>");
+        };
+        QCOMPARE(stateOf(QStringLiteral("notes.tmp")), QStringLiteral("Excluded"));
+        QCOMPARE(stateOf(QStringLiteral("report.txt")), QStringLiteral("Backed up"));
+
         window.setAsOf(QDate(2026, 1, 5));
         window.openAt(Source + QStringLiteral("/Projekt/Daten"));
         QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("Projekt/Daten")}));
@@ -228,7 +335,7 @@ private Q_SLOTS:
         window.setSetup(OVRestoreSources::installed());
         window.openAt(Source + QStringLiteral("/report.txt"));
         QVERIFY2(window.message().contains(QStringLiteral("You may not read “") + archive + QStringLiteral("”")), qPrintable(window.message()));
-        QCOMPARE(window.versionCount(), 2);
+        QCOMPARE(window.versionCount(), 3);
         QVERIFY(QFile::setPermissions(archive, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     }
 };

@@ -3,22 +3,124 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
 # test_restore.sh TEST_BINARY SCREENSHOTS: restoring from real backups in the
-# sandbox, then the file manager's way in: the installed service menu is
+# sandbox. Four daily runs, then the item moves to Weekly: before its first
+# weekly run and after it, every version is listed with what is true of it,
+# by the command line and by the window's code path (TEST_BINARY, as the
+# user); then the file manager's way in: the installed service menu is
 # valid and its command opens the window at the path it is given.
 set -euo pipefail
 [ -n "${OV_IN_SANDBOX:-}" ] || { echo "run me in tests/sandbox/ov-sandbox" >&2; exit 2; }
 here=$(dirname "$(realpath "$0")")
 binary=$1 shots=$2
 user=ovrestore
+src=/home/$user/Documents
+dest="/Volumes/Backup Disk/Documents"
 mkdir -p "$shots"
 
 useradd --create-home --user-group "$user"
-"$here/make-backups.sh" "$user"
+"$here/make-backups.sh" "$user" daily
 
-echo "== restore as the user"
+# The item list as the pane installs it, written by another keyed-archive
+# writer than ours: the Documents item, now weekly, leaving out *.tmp and
+# the user's cache.
+python3 - "/Library/Application Support/Orvane/BackupItems.plist" "$src" "$dest" <<'PY'
+import plistlib, sys
+from plistlib import UID
+path, source, destination = sys.argv[1:]
+objects = ["$null"]
+def add(o):
+    objects.append(o)
+    return UID(len(objects) - 1)
+items = {"NS.objects": []}
+root = add(items)
+item_class = add({"$classname": "OVBackupItem", "$classes": ["OVBackupItem", "NSObject"]})
+items["$class"] = add({"$classname": "NSMutableArray", "$classes": ["NSMutableArray", "NSArray", "NSObject"]})
+array_class = add({"$classname": "NSArray", "$classes": ["NSArray", "NSObject"]})
+exclusions = add({"$class": array_class, "NS.objects": [add("*.tmp"), add(source + "/.cache")]})
+items["NS.objects"].append(add({"$class": item_class, "OVCheckColumn": True, "OVCheckEnabled": True, "OVToast": False,
+    "OVFrequencyColumn": 1, "OVSourceColumn": 0, "OVDestColumn": 0, "OVSourcePath": add(source), "OVBackupSource": add("Documents"),
+    "OVDestPath": add(destination), "OVBackupDestination": add("Backup Disk: Documents"), "OVExclusions": exclusions}))
+open(path, "wb").write(plistlib.dumps({"$archiver": "NSKeyedArchiver", "$version": 100000, "$top": {"root": root}, "$objects": objects},
+                                      fmt=plistlib.FMT_BINARY))
+PY
+chmod 644 "/Library/Application Support/Orvane/BackupItems.plist"
+
+as_user() { setpriv --reuid="$user" --regid="$user" --init-groups env HOME="/home/$user" LANG=C.UTF-8 "$@"; }
+# restore_cli EXPECTED-STATUS ARGUMENTS...: orvane-restore as the user; its
+# output in $out, its reasons in $err.
+restore_cli() {
+    local expected=$1 status=0
+    shift
+    out=$(as_user orvane-restore "$@" 2>/tmp/restore-err) || status=$?
+    err=$(cat /tmp/restore-err)
+    if [ "$status" != "$expected" ]; then
+        echo "orvane-restore $* exited $status, not $expected:" >&2
+        printf '%s\n%s\n' "$out" "$err" >&2
+        exit 1
+    fi
+}
+# field LINE N: the Nth tab-separated field.
+field() { printf '%s\n' "$1" | cut -f "$2"; }
+
+echo "== moved to Weekly, before its first weekly run"
+restore_cli 0 --list "$src/report.txt"
+[ "$(printf '%s\n' "$out" | wc -l)" = 3 ] || { echo "not every version listed:" >&2; echo "$out" >&2; exit 1; }
+line=$(printf '%s\n' "$out" | sed -n 1p)
+[ "$(field "$line" 1-5)" = "$(printf '2026-01-08T11:00:00\t24\tbackup\tpresent\t%s' "$src/report.txt")" ] || { echo "copy: $line" >&2; exit 1; }
+[ "$(field "$line" 6)" = "$dest/report.txt" ]
+# The daily runs' Safety Net: the second version was deleted by the run of
+# 01/07, the first one replaced by the run of 01/06.
+line=$(printf '%s\n' "$out" | sed -n 2p)
+[ "$(field "$line" 1-4)" = "$(printf '2026-01-06T10:00:00\t32\tsafety-net\tdeleted')" ] || { echo "second: $line" >&2; exit 1; }
+case "$(field "$line" 6)" in "$src/Safety Net Archives/2026-01-07 20.00.00 Daily$dest/report.txt") ;; *) echo "kept in: $line" >&2; exit 1 ;; esac
+line=$(printf '%s\n' "$out" | sed -n 3p)
+[ "$(field "$line" 1-4)" = "$(printf '2026-01-05T09:00:00\t22\tsafety-net\tpresent')" ] || { echo "first: $line" >&2; exit 1; }
+# Before the weekly run the window says the copy is from an earlier run.
+env QT_QPA_PLATFORM=offscreen OV_SCREENSHOTS=/tmp/restore-shots "$binary" beforeTheWeeklyRun
+
+"$here/make-backups.sh" "$user" weekly
+
+echo "== the command line after the weekly run"
+restore_cli 0 --list "$src/report.txt"
+[ "$(printf '%s\n' "$out" | wc -l)" = 4 ] || { echo "not every version listed:" >&2; echo "$out" >&2; exit 1; }
+[ "$(printf '%s\n' "$out" | cut -f 3 | tr '\n' ' ')" = "backup safety-net safety-net safety-net " ]
+printf '%s\n' "$out" | sed -n 2p | grep -q "2026-01-09 20.00.00 Weekly"
+# The tree as it was on a date, and as it was at a moment of that day.
+restore_cli 0 --list --at 2026-01-06 "$src"
+printf '%s\n' "$out" | cut -f 1,3,4,5 | grep -qx "$(printf '2026-01-06T10:00:00\tsafety-net\tpresent\t%s' "$src/report.txt")"
+printf '%s\n' "$out" | cut -f 4,5 | grep -qx "$(printf 'deleted\t%s' "$src/Projekt/Daten/zahlen.csv")" && { echo "Projekt was gone on 01/06" >&2; exit 1; }
+restore_cli 0 --list --at "2026-01-05 21:00" "$src/Projekt"
+printf '%s\n' "$out" | cut -f 4,5 | grep -qx "$(printf 'deleted\t%s' "$src/Projekt/Daten/zahlen.csv")"
+# Restored elsewhere, to the nanosecond; beside what is there; replacing.
+install -d -o "$user" /tmp/elsewhere
+restore_cli 0 --restore --at 2026-01-05T23:00:00 --to /tmp/elsewhere "$src/precise.txt" "$src/report.txt"
+[ "$out" = "$(printf '/tmp/elsewhere/precise.txt\n/tmp/elsewhere/report.txt')" ] || { echo "restored: $out" >&2; exit 1; }
+[ "$(stat -c %y /tmp/elsewhere/precise.txt)" = "$(stat -c %y /tmp/restore-fixture/2026-01-05/precise.txt)" ]
+stat -c %y /tmp/elsewhere/precise.txt | grep -q '\.489320685 '
+cmp /tmp/elsewhere/report.txt /tmp/restore-fixture/2026-01-05/report.txt
+restore_cli 0 --restore "$src/precise.txt"
+[ "$out" = "" ] # the source already holds its newest version
+restore_cli 0 --restore --at 2026-01-05 "$src/precise.txt"
+[ "$out" = "$src/precise (2026-01-06 20.00.00).txt" ]
+restore_cli 0 --restore --replace --at 2026-01-05 "$src/precise.txt"
+cmp "$src/precise.txt" /tmp/restore-fixture/2026-01-05/precise.txt
+# Nothing there, and what is no backup at all, each with its status and reason.
+restore_cli 1 --list --at 2026-01-01 "$src/report.txt"
+grep -q "was not in the backup on that date" <<< "$err"
+as_user touch "$src/later.tmp"
+restore_cli 1 --list "$src/later.tmp"
+grep -q "is left out of the backups" <<< "$err"
+restore_cli 2 --list /etc/hostname
+grep -q "is in no backup item's source folder" <<< "$err"
+restore_cli 2 --list --at "next week" "$src"
+grep -q "is not a date" <<< "$err"
+restore_cli 2 --restore --to /nowhere "$src/report.txt"
+
+echo "== restore as the user, by the window's code path"
 # The test drops to the user, who may write only its own folder.
 install -d -o "$user" /tmp/restore-shots
-env QT_QPA_PLATFORM=offscreen OV_SCREENSHOTS=/tmp/restore-shots "$binary"
+env QT_QPA_PLATFORM=offscreen OV_SCREENSHOTS=/tmp/restore-shots "$binary" \
+    everyVersionComesBack metadataComesBack safetyNetIsNoPartOfTheSource backInPlace window clearAnswers
 cp /tmp/restore-shots/*.png "$shots/"
 
 echo "== the service menu"
@@ -26,7 +128,7 @@ menu=/usr/share/kio/servicemenus/orvane-restore.desktop
 desktop-file-validate "$menu"
 grep -qx 'Name=Restore an earlier version…' "$menu"
 command=$(sed -n 's/^Exec=//p' "$menu" | tail -1)
-file="/home/$user/Documents/Ünïcødé/naïve café.md"
+folder="/home/$user/Documents/Ünïcødé"
 # The file manager runs the command with %f as the file's path, as the user.
 Xvfb :73 -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
 xvfb=$!
@@ -34,7 +136,7 @@ trap 'kill $xvfb $app 2>/dev/null || true' EXIT
 app=
 sleep 1
 read -r -a argv <<< "${command%% %f}"
-setpriv --reuid="$user" --regid="$user" --init-groups env HOME="/home/$user" DISPLAY=:73 "${argv[@]}" "$file" &
+setpriv --reuid="$user" --regid="$user" --init-groups env HOME="/home/$user" DISPLAY=:73 "${argv[@]}" "$folder" &
 app=$!
 for _ in $(seq 50); do
     window=$(DISPLAY=:73 xdotool search --name '^Restore: Documents$' 2>/dev/null | head -1 || true)
@@ -44,5 +146,8 @@ done
 [ -n "$window" ] || { echo "orvane-restore showed no window" >&2; exit 1; }
 sleep 1
 DISPLAY=:73 import -window "$window" "$shots/orvane-restore-from-menu.png"
+# Sized to its content (the test binary checks the columns), within the screen.
+width=$(DISPLAY=:73 xdotool getwindowgeometry "$window" | sed -n 's/.*Geometry: \([0-9]*\)x.*/\1/p')
+[ "$width" -ge 640 ] && [ "$width" -le 1280 ] || { echo "the window is $width pixels wide" >&2; exit 1; }
 ps -o user= -p "$app" | grep -qx "$user"
-echo "the window opened as $user at $file"
+echo "the window opened as $user at $folder"
