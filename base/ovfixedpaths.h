@@ -67,6 +67,14 @@ constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/manual_backup";
 
 constexpr const char ManualScriptName[] = "orvane_manual.rb";
+
+// The remote volume: mounted only by root, at VolumesFolder/<volume>, by
+// automount (for the scripts, and for Connect through connect_volume).
+constexpr const char VolumesFolder[] = "/Volumes";
+constexpr const char AutomountPath[] = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/automount";
+constexpr const char ConnectVolumeTool[] = "connect_volume";
+// automount's records of the mounts it made (root, 0700).
+constexpr const char AutomountRecordFolder[] = "/run/orvane-automount";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
