@@ -68,7 +68,7 @@ equals_source() { # equals_source SHARE_SUBFOLDER SOURCE
     rm -rf /root/fetched && fetch_share "$1" /root/fetched && diff <(sums /root/fetched) <(sums "$2")
 }
 mount_args=(--user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME")
-unmount_all() { while is_mounted "$POINT"; do umount "$POINT" || umount -l "$POINT"; done; }
+unmount_all() { while is_mounted "$POINT"; do umount "$POINT" || umount -l "$POINT"; done; rmdir "$POINT"; }
 
 # --- the install -------------------------------------------------------------
 echo "# the install"
