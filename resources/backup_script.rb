@@ -394,11 +394,11 @@ class OrvaneBackup
   # system below it, and so is told apart from its disk. A folder on the
   # remote volume that automount could not prove this run is refused.
   def disk_of(folder)
+    # The path as given first: what is mounted there may be anyone's, and
+    # may say it is a link to anywhere.
+    refuse_unproven(File.expand_path(folder))
     real = File.realpath(folder)
-    if @remote_refused && (real == remote_point || real.start_with?("#{remote_point}/"))
-      raise RemoteVolumeRefused, "it lies on the remote volume #{@s[:remoteVolumeName]}, which could not be used " \
-                                 "(#{@remote_refused}), so nothing was written there"
-    end
+    refuse_unproven(real)
     stat = File.stat(real)
     device = "#{stat.dev_major}:#{stat.dev_minor}"
     mount = OrvaneBackup.mounts.select do |m|
@@ -420,6 +420,12 @@ class OrvaneBackup
       remember_disk(folder, identity)
     end
     identity
+  end
+
+  def refuse_unproven(path)
+    return unless @remote_refused && (path == remote_point || path.start_with?("#{remote_point}/"))
+    raise RemoteVolumeRefused, "it lies on the remote volume #{@s[:remoteVolumeName]}, which could not be used " \
+                               "(#{@remote_refused}), so nothing was written there"
   end
 
   def trusted_owner?(owner)

@@ -420,11 +420,12 @@ std::string passwordOf(const passwd &user, const Server &s, const std::string &s
         fail(lockedLine(user, s) + " (" + user.pw_name + " is not logged in)");
     }
     const std::string runtime = "/run/user/" + std::to_string(user.pw_uid);
-    const Result r = run({Runuser, "-u", user.pw_name, "--", self, "--lookup", s.address, s.account, s.volume},
-                         {"DBUS_SESSION_BUS_ADDRESS=" + bus, "XDG_RUNTIME_DIR=" + runtime, std::string("HOME=") + user.pw_dir, "PATH=/usr/bin:/bin", "LC_ALL=C"},
-                         {},
-                         -1,
-                         LookupSeconds);
+    const Result r =
+        run({Runuser, "-u", user.pw_name, "--", self, "--lookup", s.address, s.account, s.volume},
+            {"DBUS_SESSION_BUS_ADDRESS=" + bus, "XDG_RUNTIME_DIR=" + runtime, std::string("HOME=") + user.pw_dir, "PATH=/usr/bin:/bin", "LC_ALL=C"},
+            {},
+            -1,
+            LookupSeconds);
     if (r.timedOut) {
         fail(std::string("the Secret Service of ") + user.pw_name + " did not answer, so the password for " + who(s) + " cannot be read");
     }
@@ -885,8 +886,10 @@ int mountVolume(const Server &s, const passwd &user, const std::string &self, Mo
     if (top.id >= 0) {
         Record record;
         const bool ours = readRecord(s.volume, record) && record.mountId == top.id;
+        // Only our own mount is looked into before it is proven: a FUSE
+        // mount of someone else's could keep a stat waiting for ever.
         struct stat st;
-        if (stat(point.c_str(), &st) != 0 && errno == ENOTCONN && ours && mode != Mode::Verify) {
+        if (ours && mode != Mode::Verify && stat(point.c_str(), &st) != 0 && errno == ENOTCONN) {
             // Our client died: the mount is made anew.
             unmount(point);
             unlink(recordPath(s.volume).c_str());
@@ -910,7 +913,12 @@ int mountVolume(const Server &s, const passwd &user, const std::string &self, Mo
                         top.source.c_str(),
                         top.type.c_str(),
                         ours ? ", by Orvane" : "");
-            syslog(LOG_NOTICE, "%s: using %s from %s for %s", mode == Mode::Verify ? "verified" : "mounted already", point.c_str(), top.source.c_str(), user.pw_name);
+            syslog(LOG_NOTICE,
+                   "%s: using %s from %s for %s",
+                   mode == Mode::Verify ? "verified" : "mounted already",
+                   point.c_str(),
+                   top.source.c_str(),
+                   user.pw_name);
             return 0;
         }
     }

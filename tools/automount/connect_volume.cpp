@@ -40,14 +40,8 @@ int main(int argc, char **argv)
         ovhelper::fail("cannot become root", errno);
     }
     ovhelper::done("connecting the volume %s of %s for %s", parts["volume"].c_str(), parts["server"].c_str(), name.c_str());
-    const char *const args[] = {OVFixedPaths::AutomountPath,
-                                "--user",
-                                name.c_str(),
-                                "--connect",
-                                parts["server"].c_str(),
-                                parts["account"].c_str(),
-                                parts["volume"].c_str(),
-                                nullptr};
+    const char *const args[] =
+        {OVFixedPaths::AutomountPath, "--user", name.c_str(), "--connect", parts["server"].c_str(), parts["account"].c_str(), parts["volume"].c_str(), nullptr};
     const char *const env[] = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C", nullptr};
     execve(args[0], const_cast<char *const *>(args), const_cast<char *const *>(env));
     ovhelper::fail("cannot start automount", errno);
