@@ -201,6 +201,25 @@ check "... nor with auto-connect off" \
     bash -c "grep -q 'cannot be used: the volume $VOLUME of $SERVER is not connected' $ERRORS && grep -q 'it lies on the remote volume $VOLUME' $ERRORS"
 check "... nothing was written into it" untouched "$POINT" . ./his.txt ./Pictures
 
+# ... where he swaps the destination between a folder and a link to a folder
+# of root's, again and again through runs.
+mkdir -p /root/victim
+as_other bash -c 'for i in $(seq 2000); do
+        rm -rf "$1/Pictures"; mkdir "$1/Pictures"; rm -rf "$1/Pictures"; ln -s "$0" "$1/Pictures"
+    done' /root/victim "$POINT" >/dev/null 2>&1 &
+swapper=$!
+log_from=$(($(stat -c %s "$LOG") + 1))
+runs=0
+autoconnect_pictures
+while kill -0 "$swapper" 2>/dev/null; do
+    run_script
+    runs=$((runs + 1))
+done
+check "his link swapped in during $runs runs: refused in words, nothing written through it" \
+    bash -c "tail -c +$log_from $LOG | grep -q 'Pictures -> $POINT/Pictures: it lies on the remote volume $VOLUME' &&
+             ! tail -c +$log_from $LOG | grep -q 'Pictures -> $POINT/Pictures: done' && [ -z \"\$(ls -A /root/victim)\" ]"
+rm -rf "${POINT:?}/Pictures" && mkdir "$POINT/Pictures" && chown "$OTHER_USER:" "$POINT/Pictures"
+
 # The same folder empty: it goes, and root's own mount takes its place.
 rm -rf "${POINT:?}"/* && autoconnect_pictures && run_script; status=$?
 check "his empty folder gives way to root's mount point, and the backup runs" \
