@@ -178,6 +178,8 @@ int lookup(const Server &s)
     g_hash_table_insert(attributes, const_cast<char *>("user"), const_cast<char *>(s.account.c_str()));
     g_hash_table_insert(attributes, const_cast<char *>("server"), const_cast<char *>(s.host.c_str()));
     g_hash_table_insert(attributes, const_cast<char *>("object"), const_cast<char *>(s.volume.c_str()));
+    // An afp:// item for the same server, user and volume is not this one.
+    g_hash_table_insert(attributes, const_cast<char *>("protocol"), const_cast<char *>("smb"));
     GList *items = secret_service_search_sync(service,
                                               SECRET_SCHEMA_COMPAT_NETWORK,
                                               attributes,
