@@ -75,6 +75,12 @@ constexpr const char AutomountPath[] = "/Library/PreferencePanes/Orvane.prefPane
 constexpr const char ConnectVolumeTool[] = "connect_volume";
 // automount's records of the mounts it made (root, 0700).
 constexpr const char AutomountRecordFolder[] = "/run/orvane-automount";
+
+// psync: the rsync it drives (and the oldest it accepts), and its per-pair
+// state (root, 0700).
+constexpr const char RsyncPath[] = "/usr/bin/rsync";
+constexpr const char RsyncVersionNeeded[] = "3.5.0";
+constexpr const char PsyncStateFolder[] = "/var/lib/orvane/psync";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
