@@ -178,6 +178,44 @@ check "a run without a server backs up onto what is mounted" test "$status" -eq 
 "$AUTOMOUNT" --unmount "$VOLUME" >/dev/null
 check "no trace of the password after root's mounts" no_leaks
 
+# --- the Safety Net onto the remote volume ------------------------------------
+echo "# the Safety Net, with root's own mount and with Connect's"
+NET="/home/$TEST_USER/Documents/Safety Net Archives"
+mkdir -p "$NET" && chown -R "$TEST_USER:" "/home/$TEST_USER/Documents"
+connect_as_admin() {
+    printf 'server 16\n%saccount 8\n%svolume 5\n%s' "$SERVER" "$SMB_ACCOUNT" "$VOLUME" |
+        as_user bash -c '"$0" --Orvane; exit $?' "$RESOURCES/connect_volume" >/dev/null 2>&1
+}
+kept() { # kept NAME: the newest archive's copy of Net/NAME
+    find "$NET" -path "*/Volumes/$VOLUME/Net/$1" -print0 | xargs -0r cat
+}
+for how in auto-connect Connect; do
+    rm -rf "${SHARE_DIR:?}"/* "$SHARE_DIR"/.[!.]* "${NET:?}"/*
+    rm -rf "/home/$TEST_USER/Net" && mkdir -p "/home/$TEST_USER/Net/sub"
+    echo "first a" > "/home/$TEST_USER/Net/a.txt"
+    echo "first b" > "/home/$TEST_USER/Net/b.txt"
+    echo "c" > "/home/$TEST_USER/Net/sub/c.txt"
+    chown -R "$TEST_USER:" "/home/$TEST_USER/Net"
+    mkdir -p "$SHARE_DIR/Net" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Net"
+    if [ "$how" = Connect ]; then
+        connect_as_admin
+        fill --remote --mirror --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" --safetynet "$NET" 5 Everything "/home/$TEST_USER/Net" "$POINT/Net"
+    else
+        fill --remote --mirror --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" --safetynet "$NET" 5 Everything "/home/$TEST_USER/Net" "$POINT/Net"
+    fi
+    run_script; first=$?
+    sleep 1
+    echo "second a" > "/home/$TEST_USER/Net/a.txt"
+    rm "/home/$TEST_USER/Net/b.txt"
+    run_script; second=$?
+    check "$how: two runs with the Safety Net on end without errors" test "$first$second" = 00 -a ! -e "$ERRORS"
+    check "$how: the replaced and the deleted file are kept as they were" test "$(kept a.txt)$(kept b.txt)" = "first afirst b"
+    check "$how: ... and belong to $TEST_USER's archive" test -z "$(find "$NET" ! -user "$TEST_USER")"
+    check "$how: the share holds the backup and psync's side store alone" \
+        diff <(cd "$SHARE_DIR" && find . -mindepth 1 | sort) <(printf '%s\n' ./Net ./Net/.psync-attributes ./Net/a.txt ./Net/sub ./Net/sub/c.txt)
+    unmount_all 2>/dev/null
+done
+
 # --- the ordinary user's attacks -----------------------------------------------
 echo "# attacks by $OTHER_USER"
 mkdir -p "/home/$OTHER_USER/trap" && chown "$OTHER_USER:" "/home/$OTHER_USER/trap"
