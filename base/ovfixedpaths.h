@@ -69,6 +69,15 @@ constexpr const char ManualBackupToolPath[] = OV_BUNDLE_PATH "/Contents/Resource
 
 // The copy tool the scripts run; the items' preview runs it too.
 constexpr const char PsyncTool[] = "/usr/local/bin/psync";
+
+// The remote volume: mounted only by root, at VolumesFolder/<volume>, by
+// automount (for the scripts, and for Connect through connect_volume).
+constexpr const char VolumesFolder[] = "/Volumes";
+constexpr const char AutomountPath[] = OV_BUNDLE_PATH "/Contents/Resources/automount";
+constexpr const char ConnectVolumeTool[] = "connect_volume";
+// automount's records of the mounts it made (root, 0700).
+constexpr const char AutomountRecordFolder[] = "/run/orvane-automount";
+
 // psync: the rsync it drives (and the oldest it accepts), and its per-pair
 // state (root, 0700).
 constexpr const char RsyncPath[] = "/usr/bin/rsync";

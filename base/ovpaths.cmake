@@ -11,6 +11,8 @@ set(OV_SUPPORT_DIR "${OV_LIBRARY_DIR}/Application Support/Orvane")
 set(OV_SOUNDS_DIR "${OV_LIBRARY_DIR}/Sounds")
 # The set-user-ID helpers in the bundle's resources.
 set(OV_HELPERS archive_table install_scripts remove_scripts install_crontab manual_backup)
+# Every set-user-ID program: the helpers, and connect_volume beside automount.
+set(OV_SETUID_PROGRAMS ${OV_HELPERS} connect_volume)
 
 # The scheduled frequencies, in the order of an item's frequency column:
 # the name the scripts and notices use, the word of the folders, logs and

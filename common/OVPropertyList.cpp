@@ -29,11 +29,17 @@ QString stringFrom(const char *text)
     return QString::fromUtf8(text);
 }
 
-// Our lists nest a few levels; libplist 2.2 parses recursively, so a
-// hostile list nested deep enough would overflow the stack. The nesting is
-// measured on the bytes first, without recursion, and deeper lists are
-// refused before libplist sees them.
+// What libplist 2.2 would build is measured on the bytes first, without
+// recursion, and lists beyond these bounds are refused before it sees them:
+// it parses recursively, so a list nested deep enough overflows the stack,
+// and it copies an object for every reference to it, so a binary list whose
+// arrays refer twice to the next one ("billion laughs": 26 levels in 180
+// bytes) expands to a hundred million objects. 20,000 items in the archive
+// expand to 520,000 objects and 4 MB of strings; the bounds take four times
+// that, at most some 450 MB read (2 million objects: 8 s on a busy machine).
 constexpr int MaxDepth = 32;
+constexpr quint64 MaxObjects = 2000000;
+constexpr quint64 MaxBytes = 64 * 1024 * 1024;
 
 quint64 bigEndian(const uchar *bytes, int size)
 {
@@ -44,15 +50,34 @@ quint64 bigEndian(const uchar *bytes, int size)
     return value;
 }
 
-// Depth of a binary list, or -1 when it is malformed, cyclic or too deep.
-// Each object is measured once (an iterative walk that remembers depths),
-// so the time is linear in the objects and references.
-int binaryDepth(const QByteArray &data)
+// A list's size as libplist would build it: objects and the bytes of their
+// strings and data, every reference counted again.
+struct Expansion {
+    quint64 objects = 0;
+    quint64 bytes = 0;
+    Expansion &operator+=(const Expansion &other)
+    {
+        // Saturating: past the bounds the exact figure no longer matters.
+        objects = std::min(objects + other.objects, MaxObjects + 1);
+        bytes = std::min(bytes + other.bytes, MaxBytes + 1);
+        return *this;
+    }
+    bool tooLarge() const
+    {
+        return objects > MaxObjects || bytes > MaxBytes;
+    }
+};
+
+// Whether a binary list stays within the bounds: well formed, acyclic, at
+// most MaxDepth deep and at most MaxObjects and MaxBytes expanded. Each
+// object is measured once (an iterative walk that remembers each object's
+// depth and expansion), so the time is linear in the objects and references.
+bool binaryWithinBounds(const QByteArray &data)
 {
     const auto *bytes = reinterpret_cast<const uchar *>(data.constData());
     const quint64 size = static_cast<quint64>(data.size());
     if (size < 8 + 32) {
-        return -1;
+        return false;
     }
     const uchar *trailer = bytes + size - 32;
     const int offsetSize = trailer[6];
@@ -62,52 +87,79 @@ int binaryDepth(const QByteArray &data)
     const quint64 table = bigEndian(trailer + 24, 8);
     if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || count == 0 || top >= count || table >= size - 32
         || count > (size - 32 - table) / static_cast<quint64>(offsetSize)) {
-        return -1;
+        return false;
     }
     auto offsetOf = [&](quint64 object) {
         return bigEndian(bytes + table + object * static_cast<quint64>(offsetSize), offsetSize);
     };
-    // The references of a container: where they start and how many.
-    auto references = [&](quint64 object, quint64 &first, quint64 &n) {
+    // The length that follows a marker: its low nibble, or an integer object
+    // after it when that is 0xf. first moves past it.
+    auto lengthAt = [&](uchar marker, quint64 &first, quint64 &n) {
+        n = marker & 0x0f;
+        if (n != 0x0f) {
+            return true;
+        }
+        if (first >= table || (bytes[first] & 0xf0) != 0x10) {
+            return false;
+        }
+        const int width = 1 << (bytes[first] & 0x0f);
+        if (width > 8 || first + 1 + static_cast<quint64>(width) > table) {
+            return false;
+        }
+        n = bigEndian(bytes + first + 1, width);
+        first += 1 + static_cast<quint64>(width);
+        return true;
+    };
+    // An object's own size, and where its references start and how many.
+    auto inspect = [&](quint64 object, Expansion &own, quint64 &first, quint64 &n) {
         const quint64 at = offsetOf(object);
         if (at >= table) {
             return false;
         }
         const uchar marker = bytes[at];
         const int kind = marker & 0xf0;
+        own = {1, 0};
         n = 0;
-        if (kind != 0xa0 && kind != 0xc0 && kind != 0xd0) {
+        first = at + 1;
+        switch (kind) {
+        case 0x40: // data
+        case 0x50: // ASCII string
+        case 0x60: // UTF-16 string, up to 3 bytes of UTF-8 per unit
+        case 0x70: { // UTF-8 string
+            quint64 length = 0;
+            if (!lengthAt(marker, first, length)) {
+                return false;
+            }
+            own.bytes = std::min(length, MaxBytes + 1) * (kind == 0x60 ? 3 : 1);
             return true;
         }
-        n = marker & 0x0f;
-        first = at + 1;
-        if (n == 0x0f) {
-            if (first >= table || (bytes[first] & 0xf0) != 0x10) {
+        case 0xa0: // array
+        case 0xc0: // set
+        case 0xd0: // dictionary: keys, then values
+            if (!lengthAt(marker, first, n)) {
                 return false;
             }
-            const int width = 1 << (bytes[first] & 0x0f);
-            if (width > 8 || first + 1 + static_cast<quint64>(width) > table) {
-                return false;
+            if (kind == 0xd0) {
+                n *= 2;
             }
-            n = bigEndian(bytes + first + 1, width);
-            first += 1 + static_cast<quint64>(width);
+            return n <= (table - first) / static_cast<quint64>(refSize);
+        default:
+            return true;
         }
-        if (kind == 0xd0) {
-            n *= 2;
-        }
-        return n <= (table - first) / static_cast<quint64>(refSize);
     };
 
-    // 0: not seen, -1: on the path (a cycle if met again), else depth + 1.
+    // depth: 0 not seen, -1 on the path (a cycle if met again), else depth + 1.
     std::vector<int> depth(count, 0);
+    std::vector<Expansion> expansion(count);
     struct Frame {
         quint64 object, first, n, next;
         int deepest;
+        Expansion total;
     };
     std::vector<Frame> stack;
     auto enter = [&](quint64 object) {
-        Frame frame{object, 0, 0, 0, 0};
-        if (!references(object, frame.first, frame.n)) {
+        Frame frame{object, 0, 0, 0, 0, {}};
+        if (!inspect(object, frame.total, frame.first, frame.n)) {
             return false;
         }
         depth[object] = -1;
@@ -115,64 +167,77 @@ int binaryDepth(const QByteArray &data)
         return static_cast<int>(stack.size()) <= MaxDepth + 1;
     };
     if (!enter(top)) {
-        return -1;
+        return false;
     }
     while (!stack.empty()) {
         Frame &frame = stack.back();
         if (frame.next == frame.n) {
-            const int mine = frame.deepest + 1;
-            depth[frame.object] = mine;
+            depth[frame.object] = frame.deepest + 1;
+            expansion[frame.object] = frame.total;
+            const Frame done = frame;
             stack.pop_back();
             if (!stack.empty()) {
-                stack.back().deepest = std::max(stack.back().deepest, mine);
+                stack.back().deepest = std::max(stack.back().deepest, done.deepest + 1);
+                stack.back().total += done.total;
+                if (stack.back().total.tooLarge()) {
+                    return false;
+                }
             }
             continue;
         }
         const quint64 child = bigEndian(bytes + frame.first + frame.next * static_cast<quint64>(refSize), refSize);
         ++frame.next;
         if (child >= count || depth[child] == -1) {
-            return -1;
+            return false;
         }
         if (depth[child] > 0) {
             frame.deepest = std::max(frame.deepest, depth[child]);
+            frame.total += expansion[child];
+            if (frame.total.tooLarge()) {
+                return false;
+            }
         } else if (!enter(child)) {
-            return -1;
+            return false;
         }
     }
-    return depth[top] - 1 <= MaxDepth ? depth[top] - 1 : -1;
+    return depth[top] - 1 <= MaxDepth && !expansion[top].tooLarge();
 }
 
-// Depth of an XML list by its <array> and <dict> tags, or -1 when too deep.
-int xmlDepth(const QByteArray &data)
+// Whether an XML list stays within the bounds: its <array> and <dict> tags
+// nest at most MaxDepth deep, and it holds at most MaxObjects elements (XML
+// has no references: its bytes bound the rest).
+bool xmlWithinBounds(const QByteArray &data)
 {
     int depth = 0;
-    int deepest = 0;
+    quint64 elements = 0;
     int at = 0;
     while ((at = data.indexOf('<', at)) >= 0) {
         if (data.mid(at, 4) == "<!--") {
             const int end = data.indexOf("-->", at);
             if (end < 0) {
-                return -1;
+                return false;
             }
             at = end + 3;
             continue;
         }
         const int end = data.indexOf('>', at);
         if (end < 0) {
-            return -1;
+            return false;
         }
         const QByteArray tag = data.mid(at + 1, end - at - 1).trimmed();
         if (tag == "array" || tag == "dict") {
-            deepest = std::max(deepest, ++depth);
-            if (deepest > MaxDepth) {
-                return -1;
+            if (++depth > MaxDepth) {
+                return false;
             }
         } else if (tag == "/array" || tag == "/dict") {
             --depth;
         }
+        if (!tag.startsWith('/') && !tag.startsWith('?') && !tag.startsWith('!') && ++elements > MaxObjects) {
+            return false;
+        }
         at = end + 1;
     }
-    return deepest;
+    return true;
 }
 
 QVariant toVariant(plist_t node, int depth)
@@ -312,7 +377,7 @@ QVariant fromData(const QByteArray &data)
     }
     plist_t root = nullptr;
     const bool binary = data.startsWith("bplist00");
-    if ((binary ? binaryDepth(data) : xmlDepth(data)) < 0) {
+    if (!(binary ? binaryWithinBounds(data) : xmlWithinBounds(data))) {
         return QVariant();
     }
     if (binary) {

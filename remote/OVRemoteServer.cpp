@@ -2,6 +2,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "OVRemoteServer.h"
 
+#include "OVBundle.h"
+#include "OVToolLauncher.h"
+#include "ovfixedpaths.h"
+
 #include <QProcess>
 
 #include <libsecret/secret.h>
@@ -169,7 +173,7 @@ int countAutoConnectItems()
 
 OVRemoteConnection::OVRemoteConnection(QObject *parent)
     : QObject(parent)
-    , m_automount(QStringLiteral(OV_AUTOMOUNT_PATH))
+    , m_program(OVBundle::toolPath(QString::fromLatin1(OVFixedPaths::ConnectVolumeTool)))
 {
 }
 
@@ -178,11 +182,12 @@ bool OVRemoteConnection::connectToServer(const OVRemoteServer::Server &server)
     if (m_process || server.address.isEmpty() || server.account.isEmpty() || server.volume.isEmpty()) {
         return false;
     }
+    // A helper like the others: its parent, this process, must hold the unlock.
     m_process = new QProcess(this);
-    m_process->setProgram(m_automount);
-    m_process->setArguments({server.address, server.account, server.volume});
+    m_process->setProgram(m_program);
+    m_process->setArguments({QString::fromLatin1(OVFixedPaths::ToolArgument)});
     m_process->setProcessChannelMode(QProcess::MergedChannels);
-    const QString mountPoint = QStringLiteral("/Volumes/") + server.volume;
+    const QString mountPoint = QString::fromUtf8(OVFixedPaths::VolumesFolder) + QLatin1Char('/') + server.volume;
     connect(m_process, &QProcess::errorOccurred, this, [this, mountPoint](QProcess::ProcessError error) {
         if (error != QProcess::FailedToStart) {
             return;
@@ -193,11 +198,20 @@ bool OVRemoteConnection::connectToServer(const OVRemoteServer::Server &server)
         Q_EMIT finished(false, mountPoint, message);
     });
     connect(m_process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this, [this, mountPoint](int code, QProcess::ExitStatus status) {
-        const QString output = QString::fromUtf8(m_process->readAll()).trimmed();
+        // The last line says why; the tool's name in front of it says nothing to the user.
+        const QStringList lines = QString::fromUtf8(m_process->readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QString message = lines.isEmpty() ? QString() : lines.last().trimmed();
+        for (const QLatin1String prefix : {QLatin1String("automount: "), QLatin1String("connect_volume: ")}) {
+            if (message.startsWith(prefix)) {
+                message.remove(0, prefix.size());
+            }
+        }
         m_process->deleteLater();
         m_process = nullptr;
-        Q_EMIT finished(status == QProcess::NormalExit && code == 0, mountPoint, output);
+        Q_EMIT finished(status == QProcess::NormalExit && code == 0, mountPoint, message);
     });
     m_process->start();
+    m_process->write(OVToolLauncher::parts({{"server", server.address.toUtf8()}, {"account", server.account.toUtf8()}, {"volume", server.volume.toUtf8()}}));
+    m_process->closeWriteChannel();
     return true;
 }

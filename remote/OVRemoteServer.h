@@ -42,18 +42,19 @@ QString autoConnectPassword(const Server &server);
 int countAutoConnectItems();
 }
 
-// Connect: stores the password, then mounts the volume as the user with
-// the bundle's automount, and reports how that went.
+// Connect: mounts the volume through the bundle's connect_volume, which has
+// automount mount it as root for this user (only root mounts in /Volumes),
+// and reports how that went. The pane must hold the unlock.
 class OVRemoteConnection : public QObject
 {
     Q_OBJECT
 public:
     explicit OVRemoteConnection(QObject *parent = nullptr);
 
-    // The program that mounts (the bundle's automount unless a test says).
-    void setAutomountPath(const QString &path)
+    // The program that mounts (the bundle's connect_volume unless a test says).
+    void setProgram(const QString &path)
     {
-        m_automount = path;
+        m_program = path;
     }
 
     // Starts the mount; finished() follows. False (and nothing started) when
@@ -65,6 +66,6 @@ Q_SIGNALS:
     void finished(bool ok, const QString &mountPoint, const QString &message);
 
 private:
-    QString m_automount;
+    QString m_program;
     QProcess *m_process = nullptr;
 };

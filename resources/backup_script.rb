@@ -328,8 +328,8 @@ class OrvaneBackup
   end
 
   def back_up_all
-    # Only a run whose items are on the remote volume has it mounted.
-    mount_remote_volume if @s[:remoteBackup] && @s[:autoConnect]
+    # Only a run whose items are on the remote volume mounts or proves it.
+    mount_remote_volume if @s[:remoteBackup]
     if @s[:repairPermissions]
       log("repair permissions: every copy keeps each file's owner, group and permissions, and " \
           "Linux has no store of system permissions to repair; nothing more to do")
@@ -653,10 +653,18 @@ class OrvaneBackup
   # --- Disks -------------------------------------------------------------
 
   # The file system a folder lies on: its UUID when it has one, else its
-  # type, device and the part of it mounted. An empty mount point lies on
-  # the file system below it, and so is told apart from its disk.
+  # type, source and the part of it mounted, and for a file system that
+  # names its owner (FUSE's serving user, an SMB mount's owner and account)
+  # that owner too, so that someone else's look-alike of a volume (same type
+  # and source) is told apart from it. An empty mount point lies on the file
+  # system below it, and so is told apart from its disk. A folder on the
+  # remote volume that automount could not prove this run is refused.
   def disk_of(folder)
+    # The path as given first: what is mounted there may be anyone's, and
+    # may say it is a link to anywhere.
+    refuse_unproven(File.expand_path(folder))
     real = File.realpath(folder)
+    refuse_unproven(real)
     stat = File.stat(real)
     device = "#{stat.dev_major}:#{stat.dev_minor}"
     mount = OrvaneBackup.mounts.select do |m|
@@ -664,8 +672,34 @@ class OrvaneBackup
     end.max_by { |m| m[:point].size }
     return "device #{device}" unless mount
     uuid = OrvaneBackup.uuid_of(mount[:source])
-    uuid ? "UUID #{uuid}" : "#{mount[:type]} #{mount[:source]} #{mount[:root]}"
+    return "UUID #{uuid}" if uuid
+    before = "#{mount[:type]} #{mount[:source]} #{mount[:root]}"
+    owner = mount[:options].split(",").select { |o| o.start_with?("user_id=", "uid=", "username=") }
+    return before if owner.empty?
+    identity = "#{before} #{owner.join(' ')}"
+    # Remembered before identities named owners (and before rclone's mounts
+    # named their server): the same disk if root or this script's user owns
+    # it, and now named in full.
+    known = known_disk(folder)
+    if known && known != identity && trusted_owner?(owner) &&
+       (known == before || (remote_proven?(real) && known == "#{mount[:type]} orvane:#{@s[:remoteVolumeName]} #{mount[:root]}"))
+      remember_disk(folder, identity)
+    end
+    identity
   end
+
+  def refuse_unproven(path)
+    return unless @remote_refused && (path == remote_point || path.start_with?("#{remote_point}/"))
+    raise RemoteVolumeRefused, "it lies on the remote volume #{@s[:remoteVolumeName]}, which could not be used " \
+                               "(#{@remote_refused}), so nothing was written there"
+  end
+
+  def trusted_owner?(owner)
+    uid = owner.find { |o| o.start_with?("user_id=", "uid=") }.to_s.split("=").last
+    uid.nil? || uid == "0" || uid == (Etc.getpwnam(@s[:username]).uid.to_s rescue nil)
+  end
+
+  def remote_proven?(real) = @remote_proven && (real == remote_point || real.start_with?("#{remote_point}/"))
 
   def self.mounts
     File.binread("/proc/self/mountinfo").each_line.filter_map do |line|
@@ -674,7 +708,7 @@ class OrvaneBackup
       next unless dash && fields.size > dash + 2
       unescape = ->(f) { f.gsub(/\\(\d{3})/) { Regexp.last_match(1).to_i(8).chr } }
       { device: fields[2], root: unescape[fields[3]], point: unescape[fields[4]], type: fields[dash + 1],
-        source: unescape[fields[dash + 2]] }
+        source: unescape[fields[dash + 2]], options: fields[dash + 3].to_s }
     end
   end
 
@@ -887,36 +921,85 @@ class OrvaneBackup
     removed
   end
 
-  # Mounts the remote volume as the user's stored password allows; the
-  # volume is unmounted at the end only when this run mounted it.
+  # --- The remote volume ----------------------------------------------
+  #
+  # Only root mounts at /Volumes/<volume>, a folder of root's in root's
+  # /Volumes. A run whose items use the remote volume has automount mount it
+  # (auto-connect on) or prove that what is mounted there is the configured
+  # server's volume for this script's user (auto-connect off); a folder on
+  # a volume it could not prove is never written (disk_of refuses it).
+
+  # disk_of's refusal: back_up ends the pair with its message.
+  class RemoteVolumeRefused < SystemCallError
+    Errno = ::Errno::EACCES::Errno
+
+    def initialize(text)
+      @text = text
+      super(text)
+    end
+
+    def to_s = @text
+  end
+
+  def remote_point = File.join("/Volumes", @s[:remoteVolumeName].to_s)
+
   def mount_remote_volume
-    server = @s[:remoteServerName]
-    volume = @s[:remoteVolumeName]
+    server = @s[:remoteServerName].to_s
+    volume = @s[:remoteVolumeName].to_s
+    # Without a server, Remote only means a volume that keeps no owners.
+    return if server.empty? || volume.empty?
+    what = @s[:autoConnect] ? "auto-connect: could not mount the volume #{volume} from #{server}" :
+                              "the remote volume #{volume} of #{server} cannot be used"
+    @remote_refused = "automount did not run"
     unless File.executable?(AUTOMOUNT)
-      return error("auto-connect: the volume #{volume} on #{server} was not mounted: this installation has no automount tool")
+      @remote_refused = "this installation has no automount tool"
+      return error("#{what}: #{@remote_refused}")
     end
     # Its own arguments, no shell: the address goes as the user typed it.
-    output, problem, status = Open3.capture3(AUTOMOUNT, "--user", @s[:username], server, @s[:remoteAccountName], volume,
-                                             stdin_data: "", binmode: true)
+    command = [AUTOMOUNT, "--user", @s[:username], *(@s[:autoConnect] ? [] : ["--verify"]), server, @s[:remoteAccountName], volume]
+    output, problem, status = Open3.capture3(*command, stdin_data: "", binmode: true)
     output.each_line { |l| log("  automount: #{l.chomp}") }
     if status.success?
-      @mounted_volume = volume
+      @mounted_volume = volume if @s[:autoConnect]
+      @remote_refused = nil
+      @remote_proven = true
     else
-      reason = problem.each_line.map(&:strip).reject(&:empty?).last ||
-               "automount ended with status #{(status.exitstatus || status.termsig).inspect}"
-      error("auto-connect: could not mount the volume #{volume} from #{server}: #{reason}")
+      @remote_refused = problem.each_line.map(&:strip).reject(&:empty?).last.to_s.delete_prefix("automount: ")
+      @remote_refused = "automount ended with status #{(status.exitstatus || status.termsig).inspect}" if @remote_refused.empty?
+      error("#{what}: #{@remote_refused}")
     end
   rescue SystemCallError => e
-    error("auto-connect: could not mount the volume #{volume} from #{server}: #{OrvaneBackup.bytes(e.message)}")
+    @remote_refused = OrvaneBackup.bytes(e.message)
+    error("#{what}: #{@remote_refused}")
   end
 
   def unmount_remote_volume
+    tidy_remote_volume
     return unless @mounted_volume
     output, status = Open3.capture2e(AUTOMOUNT, "--unmount", @mounted_volume, stdin_data: "", binmode: true)
     output.each_line { |l| log("  automount: #{l.chomp}") }
     log("auto-connect: the volume #{@mounted_volume} could not be unmounted") unless status.success?
   rescue StandardError => e
     log("auto-connect: the volume #{@mounted_volume} could not be unmounted (#{OrvaneBackup.bytes(e.message)})")
+  end
+
+  # rclone 1.60's SMB client makes a folder "．" (U+FF0E, its name for ".")
+  # at the share's top whenever it writes a file there: the parent of such a
+  # file is ".", and it makes that parent (rclone 1.61 no longer does). It
+  # goes again after the run if it is empty and no source backed up onto the
+  # share's top has an entry of that name.
+  STRAY = "\xEF\xBC\x8E".b
+
+  def tidy_remote_volume
+    return unless @remote_proven
+    mount = OrvaneBackup.mounts.reverse.find { |m| m[:point] == remote_point }
+    return unless mount && mount[:type] == "fuse.rclone"
+    onto_top = @s[:sourceFolders].each_index.select { |i| (File.realpath(@s[:destFolders][i]) rescue nil) == remote_point }
+    return if onto_top.any? { |i| File.exist?(File.join(@s[:sourceFolders][i], STRAY)) }
+    stray = File.join(remote_point, STRAY)
+    Dir.rmdir(stray) if File.lstat(stray).directory? && Dir.empty?(stray)
+  rescue SystemCallError
+    nil
   end
 
   # --- The user's desktop ------------------------------------------------

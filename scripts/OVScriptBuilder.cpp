@@ -135,10 +135,12 @@ QByteArray fill(const QByteArray &templateText, const Script &script, const Shar
     }
     if (shared.autoConnect) {
         put("autoConnect = false", "autoConnect = true");
-        put("remoteServerName = \"\"", "remoteServerName = " + quoted(shared.server.toUtf8()));
-        put("remoteAccountName = \"\"", "remoteAccountName = " + quoted(shared.account.toUtf8()));
-        put("remoteVolumeName = \"\"", "remoteVolumeName = " + quoted(shared.volume.toUtf8()));
     }
+    // With auto-connect off too: a run onto the remote volume has automount
+    // prove that what is mounted there is this server's volume.
+    put("remoteServerName = \"\"", "remoteServerName = " + quoted(shared.server.toUtf8()));
+    put("remoteAccountName = \"\"", "remoteAccountName = " + quoted(shared.account.toUtf8()));
+    put("remoteVolumeName = \"\"", "remoteVolumeName = " + quoted(shared.volume.toUtf8()));
     put("shouldArchive = shouldArchive", shared.safetyNet ? "shouldArchive = true" : "shouldArchive = false");
     if (shared.safetyNet) {
         // A count is digits only; anything else would not be a number.

@@ -4,6 +4,7 @@
 // The update check against a real HTTPS server on the vendor's host name,
 // run by tests/system/with-update-server.sh inside the sandbox: the client's
 // answers for each kind of version file, then the pane's notice.
+#include "../hostileplist.h"
 #include "MacPADSocket.h"
 #include "OVBundle.h"
 #include "OVOptionsSheet.h"
@@ -171,6 +172,7 @@ private Q_SLOTS:
         QTest::newRow("not a dictionary") << vendor + QStringLiteral("/array.plist") << "1.0" << 2;
         QTest::newRow("HTML") << vendor + QStringLiteral("/index.html") << "1.0" << 2;
         QTest::newRow("truncated file") << vendor + QStringLiteral("/truncated.plist") << "1.0" << 2;
+        QTest::newRow("shared references (billion laughs)") << vendor + QStringLiteral("/laughs.bplist") << "1.0" << 2;
         QTest::newRow("connection cut short") << vendor + QStringLiteral("/cut-short") << "1.0" << 2;
         QTest::newRow("404") << vendor + QStringLiteral("/missing.plist") << "1.0" << 2;
         QTest::newRow("unknown host") << QStringLiteral("https://nowhere.orvane.invalid/software/orvane.plist") << "1.0" << 2;
@@ -198,7 +200,10 @@ private Q_SLOTS:
         serve(QStringLiteral("index.html"), "<!DOCTYPE html>\n<html><body><h1>Orvane</h1></body></html>\n");
         const QByteArray xml = OVPropertyList::toXml(newer);
         serve(QStringLiteral("truncated.plist"), xml.left(xml.size() / 2));
+        serve(QStringLiteral("laughs.bplist"), OVHostile::laughs(26));
 
+        // What the expansion of the laughs would break.
+        const OVHostile::AddressLimit limit(1024 << 20);
         MacPADSocket socket;
         QElapsedTimer clock;
         clock.start();

@@ -3,8 +3,11 @@
 
 // Property lists that would crash or stall the module at every start: nested
 // far too deep (binary and XML, under the size cap) for the items archive and
-// the settings domain, cycles, and the archive's class records as the keyed
-// archiver writes them. Any user, no root.
+// the settings domain, cycles, shared references that expand beyond memory,
+// and the archive's class records as the keyed archiver writes them. Any
+// user, no root. (The update check's reader is the same; test_update serves
+// it a hostile file too.)
+#include "../hostileplist.h"
 #include "OVItemArchive.h"
 #include "OVPropertyList.h"
 #include "OVSettingsDomain.h"
@@ -95,6 +98,33 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Master"), 0}}));
         QCOMPARE(OVSettingsDomain::read()->value(QStringLiteral("Master")).toLongLong(), 0);
         OVSettingsDomain::remove();
+    }
+
+    // A list whose arrays each hold the next one twice is 180 bytes and, as
+    // libplist expands it, six gigabytes. Every reader refuses it from its
+    // bytes alone, quickly, within a memory bound that the expansion would
+    // break; so does one whose references repeat a long string. A list
+    // within the bounds still reads.
+    void sharedReferencesAreBoundedBeforeParsing()
+    {
+        QDir().mkpath(QFileInfo(OVSettingsDomain::path()).absolutePath());
+        const OVHostile::AddressLimit limit(768 << 20);
+        QElapsedTimer timer;
+        timer.start();
+        for (const QByteArray &data : {OVHostile::laughs(26), OVHostile::laughs(20), OVHostile::laughs(9, 1 << 20)}) {
+            QVERIFY(data.size() < 2 << 20);
+            QVERIFY(!OVPropertyList::fromData(data).isValid());
+            QVERIFY(!OVItemArchive::unarchive(data));
+            QSaveFile file(OVSettingsDomain::path());
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(data);
+            QVERIFY(file.commit());
+            QVERIFY(!OVSettingsDomain::read());
+        }
+        QVERIFY2(timer.elapsed() < 5000, "refusing must not take long");
+        OVSettingsDomain::remove();
+        QCOMPARE(OVPropertyList::fromData(OVHostile::laughs(18)).toList().size(), 2);
+        QCOMPARE(OVPropertyList::fromData(OVHostile::laughs(6, 1 << 20)).toList().size(), 2);
     }
 
     void classesAreListsOfNames()

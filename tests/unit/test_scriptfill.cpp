@@ -136,7 +136,7 @@ private Q_SLOTS:
                                  "maxArchives = 0",
                                  "archiveContents = \"\"",
                                  "safetyNetFolder = \"\"",
-                                 "remoteServerName = \"\"",
+                                 "remoteServerName = \"smb://nas\"",
                                  "autoConnect = false",
                                  "backupCommand = \"/usr/local/bin/psync\"",
                                  "toastApplicationName = \"Toast Titanium\""}) {

@@ -1,22 +1,33 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// automount: mounts the remote volume at "/Volumes/<volume>".
+// automount: the remote volume at "/Volumes/<volume>", mounted by root alone.
 //
-//   automount --user USER smb://SERVER ACCOUNT VOLUME   as root, from a backup script
-//   automount smb://SERVER ACCOUNT VOLUME               as the user, from Connect
-//   automount --unmount VOLUME                          as root: unmounts what this
-//                                                        caller's mount call mounted
-//   automount --lookup smb://SERVER ACCOUNT VOLUME      internal: run as the user, prints
-//                                                        the stored password on stdout
+//   automount --user USER smb://SERVER ACCOUNT VOLUME            mount (or use) it for a backup
+//   automount --user USER --verify smb://SERVER ACCOUNT VOLUME   only check what is mounted there
+//   automount --user USER --connect smb://SERVER ACCOUNT VOLUME  Connect (through connect_volume):
+//                                                                 the mount stays after backups
+//   automount --unmount VOLUME        unmounts what a mount call of this caller mounted, once no
+//                                     other backup uses it and Connect did not ask for it
+//   automount --lookup smb://SERVER ACCOUNT VOLUME   internal: run as the user, prints the
+//                                                    stored password on stdout
 //
-// The password comes from the user's Secret Service, looked up as the user on
-// the user's own session bus and never unlocked (a locked keyring is an error,
-// not a prompt at 3 a.m.). It travels only through pipes and an unlinked 0600
-// file: never on a command line, in an environment or in a file others read.
-// With a kernel that has CIFS the volume is mounted with mount.cifs, else with
+// Root writes only into a volume it can prove is the configured one: a mount
+// at /Volumes/<volume> (root's folder, in root's /Volumes that no one else may
+// change) of an SMB file system (cifs, or rclone's through FUSE) from
+// //SERVER/VOLUME, mounted by root or USER, open to no other user, with no
+// other file system inside it. Anything else is refused, never used.
+//
+// The password comes from USER's Secret Service, looked up as USER on USER's
+// own session bus and never unlocked (a locked keyring is an error, not a
+// prompt at 3 a.m.). It travels only through pipes and an unlinked 0600 file:
+// never on a command line, in an environment or in a file others read. With
+// a kernel that has CIFS the volume is mounted with mount.cifs, else with
 // rclone's SMB client through FUSE. Exit status 0 when the volume is mounted
-// (or was already), 1 otherwise, with one line on standard error.
+// and proven, 1 otherwise, with one line on standard error; what root did and
+// refused also goes to the system log.
+
+#include "ovfixedpaths.h"
 
 #include <libsecret/secret.h>
 
@@ -39,31 +50,40 @@
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 #include <vector>
 
 namespace
 {
-const char *const VolumesDir = "/Volumes";
-// Root's records of the mounts it made, one file per volume: the mount's id
-// and the process ids of the scripts that use it.
-const char *const RecordDir = "/run/orvane-automount";
+const std::string VolumesDir = OVFixedPaths::VolumesFolder;
+const std::string RecordDir = OVFixedPaths::AutomountRecordFolder;
 const char *const Rclone = "/usr/bin/rclone";
 const char *const MountCifs = "/sbin/mount.cifs";
 const char *const Runuser = "/usr/sbin/runuser";
+const char *const Umount = "/bin/umount";
+const char *const SystemPath = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
 const int LookupSeconds = 20;
 const int MountSeconds = 30;
-
 // Lookup exit codes.
 enum { LookupFound = 0, LookupNone = 3, LookupLocked = 4, LookupNoService = 5 };
 
+bool asRoot()
+{
+    return getuid() == 0;
+}
+
 // A mount point made by this run, removed again when the mount fails.
-std::string madeMountPoint;
+int madePointIn = -1;
+std::string madePoint;
 
 [[noreturn]] void fail(const std::string &message)
 {
-    if (!madeMountPoint.empty()) {
-        rmdir(madeMountPoint.c_str());
+    if (madePointIn >= 0) {
+        unlinkat(madePointIn, madePoint.c_str(), AT_REMOVEDIR);
+    }
+    if (asRoot()) {
+        syslog(LOG_WARNING, "refused: %s", message.c_str());
     }
     std::fprintf(stderr, "automount: %s\n", message.c_str());
     std::exit(1);
@@ -71,22 +91,24 @@ std::string madeMountPoint;
 
 struct Server {
     std::string address; // as the user typed it: "smb://host"
-    std::string scheme;
     std::string host; // what the keyring item calls the server: all after "smb://"
-    std::string mountHost; // the host alone, without a path
+    std::string mountHost; // the host alone, without a path or port
     std::string port;
     std::string account;
     std::string volume;
+    // The source a mount of this volume shows: mount.cifs's, and the device
+    // name automount gives rclone's.
+    std::string source() const
+    {
+        return "//" + mountHost + "/" + volume;
+    }
 };
 
 bool hasControl(const std::string &text)
 {
-    for (unsigned char c : text) {
-        if (c < 0x20 || c == 0x7f) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(text.begin(), text.end(), [](char c) {
+        return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+    });
 }
 
 Server parseServer(const std::string &address, const std::string &account, const std::string &volume)
@@ -99,11 +121,10 @@ Server parseServer(const std::string &address, const std::string &account, const
     if (scheme == std::string::npos) {
         fail("the server address \"" + address + "\" has no scheme: write it as smb://server");
     }
-    s.scheme = address.substr(0, scheme);
-    if (s.scheme == "afp") {
+    if (address.compare(0, scheme, "afp") == 0) {
         fail(address + ": this system has no AFP client; give the server's SMB address (smb://...) instead");
     }
-    if (s.scheme != "smb" || address.size() <= 6) {
+    if (address.compare(0, scheme, "smb") != 0 || address.size() <= 6) {
         fail("the server address \"" + address + "\" is not an smb:// address");
     }
     s.host = address.substr(6);
@@ -123,8 +144,8 @@ Server parseServer(const std::string &address, const std::string &account, const
         fail("the user name \"" + account + "\" cannot be used");
     }
     if (volume.empty() || volume == "." || volume == ".." || volume.find('/') != std::string::npos || hasControl(volume)
-        || volume.find(',') != std::string::npos) {
-        fail("the volume name \"" + volume + "\" cannot be used (one folder name, no \"/\")");
+        || volume.find_first_of(", ") != std::string::npos) {
+        fail("the volume name \"" + volume + "\" cannot be used (one folder name, no \"/\", blank or comma)");
     }
     return s;
 }
@@ -132,6 +153,12 @@ Server parseServer(const std::string &address, const std::string &account, const
 std::string who(const Server &s)
 {
     return s.account + "@" + s.mountHost;
+}
+
+std::string userName(uid_t uid)
+{
+    const passwd *p = getpwuid(uid);
+    return p ? std::string(p->pw_name) : "user " + std::to_string(uid);
 }
 
 // --- the lookup, run as the user -------------------------------------------
@@ -151,6 +178,8 @@ int lookup(const Server &s)
     g_hash_table_insert(attributes, const_cast<char *>("user"), const_cast<char *>(s.account.c_str()));
     g_hash_table_insert(attributes, const_cast<char *>("server"), const_cast<char *>(s.host.c_str()));
     g_hash_table_insert(attributes, const_cast<char *>("object"), const_cast<char *>(s.volume.c_str()));
+    // An afp:// item for the same server, user and volume is not this one.
+    g_hash_table_insert(attributes, const_cast<char *>("protocol"), const_cast<char *>("smb"));
     GList *items = secret_service_search_sync(service,
                                               SECRET_SCHEMA_COMPAT_NETWORK,
                                               attributes,
@@ -196,12 +225,10 @@ int lookup(const Server &s)
 
 // --- small process helpers -------------------------------------------------
 
-void closeFrom(int first, const std::set<int> &keep = {})
+void closeFrom(int first)
 {
     for (int fd = first; fd < 1024; ++fd) {
-        if (!keep.count(fd)) {
-            close(fd);
-        }
+        close(fd);
     }
 }
 
@@ -231,6 +258,21 @@ void writeAll(int fd, const std::string &data)
     }
 }
 
+[[noreturn]] void exec(const std::vector<std::string> &argv, const std::vector<std::string> &env)
+{
+    std::vector<char *> a, e;
+    for (const auto &s : argv) {
+        a.push_back(const_cast<char *>(s.c_str()));
+    }
+    a.push_back(nullptr);
+    for (const auto &s : env) {
+        e.push_back(const_cast<char *>(s.c_str()));
+    }
+    e.push_back(nullptr);
+    execve(a[0], a.data(), e.data());
+    _exit(127);
+}
+
 struct Result {
     int status = -1; // exit status, or -1 when killed or timed out
     bool timedOut = false;
@@ -248,7 +290,7 @@ Result run(const std::vector<std::string> &argv, const std::vector<std::string> 
     }
     const pid_t pid = fork();
     if (pid < 0) {
-        fail(std::string("cannot start ") + argv[0] + ": " + std::strerror(errno));
+        fail("cannot start " + argv[0] + ": " + std::strerror(errno));
     }
     if (pid == 0) {
         setsid();
@@ -259,17 +301,7 @@ Result run(const std::vector<std::string> &argv, const std::vector<std::string> 
             passOn(extra, 3);
         }
         closeFrom(extra >= 0 ? 4 : 3);
-        std::vector<char *> a, e;
-        for (const auto &s : argv) {
-            a.push_back(const_cast<char *>(s.c_str()));
-        }
-        a.push_back(nullptr);
-        for (const auto &s : env) {
-            e.push_back(const_cast<char *>(s.c_str()));
-        }
-        e.push_back(nullptr);
-        execve(a[0], a.data(), e.data());
-        _exit(127);
+        exec(argv, env);
     }
     close(in[0]);
     close(out[1]);
@@ -320,7 +352,7 @@ Result run(const std::vector<std::string> &argv, const std::vector<std::string> 
     return r;
 }
 
-std::string firstLine(const std::string &text)
+std::string lastLine(const std::string &text)
 {
     // The last non-empty line says most; strip rclone's time stamps.
     std::istringstream in(text);
@@ -348,33 +380,33 @@ std::string sessionBus(const passwd &user)
     if (lstat(socket.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) && st.st_uid == user.pw_uid) {
         return "unix:path=" + socket;
     }
-    // /proc/PID/environ of the user's processes.
-    if (DIR *proc = opendir("/proc")) {
-        std::string found;
-        while (dirent *entry = readdir(proc)) {
-            if (!std::isdigit(static_cast<unsigned char>(entry->d_name[0]))) {
-                continue;
-            }
-            const std::string dir = std::string("/proc/") + entry->d_name;
-            if (stat(dir.c_str(), &st) != 0 || st.st_uid != user.pw_uid) {
-                continue;
-            }
-            std::ifstream environ(dir + "/environ", std::ios::binary);
-            std::string variable;
-            while (std::getline(environ, variable, '\0')) {
-                if (variable.rfind("DBUS_SESSION_BUS_ADDRESS=", 0) == 0) {
-                    found = variable.substr(25);
-                    break;
-                }
-            }
-            if (!found.empty()) {
+    DIR *proc = opendir("/proc");
+    if (!proc) {
+        return {};
+    }
+    std::string found;
+    while (dirent *entry = readdir(proc)) {
+        if (!std::isdigit(static_cast<unsigned char>(entry->d_name[0]))) {
+            continue;
+        }
+        const std::string dir = std::string("/proc/") + entry->d_name;
+        if (stat(dir.c_str(), &st) != 0 || st.st_uid != user.pw_uid) {
+            continue;
+        }
+        std::ifstream environ(dir + "/environ", std::ios::binary);
+        std::string variable;
+        while (std::getline(environ, variable, '\0')) {
+            if (variable.rfind("DBUS_SESSION_BUS_ADDRESS=", 0) == 0) {
+                found = variable.substr(25);
                 break;
             }
         }
-        closedir(proc);
-        return found;
+        if (!found.empty()) {
+            break;
+        }
     }
-    return {};
+    closedir(proc);
+    return found;
 }
 
 std::string lockedLine(const passwd &user, const Server &s)
@@ -385,33 +417,25 @@ std::string lockedLine(const passwd &user, const Server &s)
 // The password from the user's Secret Service, read as the user.
 std::string passwordOf(const passwd &user, const Server &s, const std::string &self)
 {
-    Result r;
-    if (getuid() == 0) {
-        const std::string bus = sessionBus(user);
-        if (bus.empty()) {
-            fail(lockedLine(user, s) + " (" + user.pw_name + " is not logged in)");
-        }
-        const std::string runtime = "/run/user/" + std::to_string(user.pw_uid);
-        r = run({Runuser, "-u", user.pw_name, "--", self, "--lookup", s.address, s.account, s.volume},
-                {"DBUS_SESSION_BUS_ADDRESS=" + bus, "XDG_RUNTIME_DIR=" + runtime, std::string("HOME=") + user.pw_dir, "PATH=/usr/bin:/bin", "LC_ALL=C"},
-                {},
-                -1,
-                LookupSeconds);
-    } else {
-        std::vector<std::string> env;
-        for (const char *name : {"DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR", "HOME"}) {
-            if (const char *value = getenv(name)) {
-                env.push_back(std::string(name) + "=" + value);
-            }
-        }
-        env.push_back("PATH=/usr/bin:/bin");
-        r = run({self, "--lookup", s.address, s.account, s.volume}, env, {}, -1, LookupSeconds);
+    const std::string bus = sessionBus(user);
+    if (bus.empty()) {
+        fail(lockedLine(user, s) + " (" + user.pw_name + " is not logged in)");
     }
+    const std::string runtime = "/run/user/" + std::to_string(user.pw_uid);
+    const Result r =
+        run({Runuser, "-u", user.pw_name, "--", self, "--lookup", s.address, s.account, s.volume},
+            {"DBUS_SESSION_BUS_ADDRESS=" + bus, "XDG_RUNTIME_DIR=" + runtime, std::string("HOME=") + user.pw_dir, "PATH=/usr/bin:/bin", "LC_ALL=C"},
+            {},
+            -1,
+            LookupSeconds);
     if (r.timedOut) {
         fail(std::string("the Secret Service of ") + user.pw_name + " did not answer, so the password for " + who(s) + " cannot be read");
     }
     switch (r.status) {
     case LookupFound:
+        if (r.out.empty()) {
+            fail("the password for " + who(s) + " in the keyring of " + user.pw_name + " is empty");
+        }
         return r.out;
     case LookupLocked:
         fail(lockedLine(user, s));
@@ -419,45 +443,125 @@ std::string passwordOf(const passwd &user, const Server &s, const std::string &s
         fail(std::string("the keyring of ") + user.pw_name + " holds no password for " + who(s) + " (volume " + s.volume
              + "): store it with Connect in Orvane's options");
     default:
-        fail(lockedLine(user, s) + " (no Secret Service answers in " + user.pw_name + "'s session: " + firstLine(r.err) + ")");
+        fail(lockedLine(user, s) + " (no Secret Service answers in " + user.pw_name + "'s session: " + lastLine(r.err) + ")");
     }
 }
 
-// --- mounts ----------------------------------------------------------------
+// --- what is mounted ---------------------------------------------------------
 
-// The mount id of what is mounted at path, or -1.
-long mountIdAt(const std::string &path)
-{
-    std::ifstream info("/proc/self/mountinfo");
-    std::string line;
+struct Mount {
     long id = -1;
-    while (std::getline(info, line)) {
-        std::istringstream fields(line);
-        long mountId;
-        std::string parent, devices, root, point;
-        fields >> mountId >> parent >> devices >> root >> point;
-        // Octal escapes for blanks and the like.
-        std::string decoded;
-        for (size_t i = 0; i < point.size(); ++i) {
-            if (point[i] == '\\' && i + 3 < point.size()) {
-                decoded += static_cast<char>(std::stoi(point.substr(i + 1, 3), nullptr, 8));
-                i += 3;
-            } else {
-                decoded += point[i];
+    std::string point, type, source, options; // options: the file system's own (super options)
+    bool has(const std::string &option) const
+    {
+        return ("," + options + ",").find("," + option + ",") != std::string::npos;
+    }
+    // The value of "name=value" among the options, or "" when absent.
+    std::string option(const std::string &name) const
+    {
+        std::istringstream in(options);
+        std::string item;
+        while (std::getline(in, item, ',')) {
+            if (item.rfind(name + "=", 0) == 0) {
+                return item.substr(name.size() + 1);
             }
         }
-        if (decoded == path) {
-            id = mountId; // the last one is on top
+        return {};
+    }
+};
+
+std::string unescape(const std::string &field)
+{
+    std::string decoded;
+    for (size_t i = 0; i < field.size(); ++i) {
+        if (field[i] == '\\' && i + 3 < field.size() && std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
+            decoded += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
+            i += 3;
+        } else {
+            decoded += field[i];
         }
     }
-    return id;
+    return decoded;
+}
+
+// /proc/self/mountinfo, in its order: a later mount at a point lies on top.
+std::vector<Mount> mountTable()
+{
+    std::vector<Mount> table;
+    std::ifstream info("/proc/self/mountinfo");
+    std::string line;
+    while (std::getline(info, line)) {
+        std::istringstream in(line);
+        std::vector<std::string> fields;
+        std::string field;
+        while (in >> field) {
+            fields.push_back(field);
+        }
+        const auto dash = std::find(fields.begin(), fields.end(), "-");
+        if (fields.size() < 7 || dash == fields.end() || fields.end() - dash < 4) {
+            continue;
+        }
+        Mount m;
+        m.id = std::strtol(fields[0].c_str(), nullptr, 10);
+        m.point = unescape(fields[4]);
+        m.type = dash[1];
+        m.source = unescape(dash[2]);
+        m.options = dash[3];
+        table.push_back(m);
+    }
+    return table;
+}
+
+Mount topMountAt(const std::vector<Mount> &table, const std::string &point)
+{
+    Mount top;
+    for (const Mount &m : table) {
+        if (m.point == point) {
+            top = m;
+        }
+    }
+    return top;
+}
+
+// Why the mount m at point cannot be the configured volume for user, or ""
+// when it is that volume and only root and user can change what is in it.
+std::string disproof(const std::vector<Mount> &table, const Mount &m, const Server &s, const passwd &user)
+{
+    const bool fuse = m.type == "fuse.rclone";
+    if (!fuse && m.type != "cifs" && m.type != "smb3") {
+        return "it is a " + m.type + " file system, not an SMB volume";
+    }
+    if (m.source != s.source()) {
+        return "it comes from " + m.source + ", not from " + s.source();
+    }
+    // FUSE names the process that serves the mount, cifs the owner it gives
+    // every file.
+    const std::string owner = m.option(fuse ? "user_id" : "uid");
+    if (owner != "0" && owner != std::to_string(user.pw_uid)) {
+        return "it was mounted by " + (owner.empty() ? std::string("someone unknown") : userName(static_cast<uid_t>(std::stoul(owner)))) + ", not by root or "
+            + user.pw_name;
+    }
+    if ((fuse && !m.has("default_permissions")) || (!fuse && m.has("noperm"))) {
+        return "it lets every user change its files";
+    }
+    struct stat st;
+    if (stat(m.point.c_str(), &st) != 0) {
+        return std::string("it cannot be read (") + std::strerror(errno) + ")";
+    }
+    if ((st.st_uid != 0 && st.st_uid != user.pw_uid) || (st.st_mode & 022)) {
+        return "users other than root and " + std::string(user.pw_name) + " can write in it";
+    }
+    for (const Mount &inside : table) {
+        if (inside.point.rfind(m.point + "/", 0) == 0) {
+            return "another file system is mounted inside it, at " + inside.point;
+        }
+    }
+    return {};
 }
 
 bool kernelHasCifs()
 {
-    if (getuid() == 0) {
-        run({"/sbin/modprobe", "-q", "cifs"}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 20);
-    }
+    run({"/sbin/modprobe", "-q", "cifs"}, {SystemPath}, {}, -1, 20);
     std::ifstream filesystems("/proc/filesystems");
     std::string line;
     while (std::getline(filesystems, line)) {
@@ -469,15 +573,15 @@ bool kernelHasCifs()
     return false;
 }
 
-// An unlinked file only its owner can read, holding data; its descriptor.
+// --- mounting ------------------------------------------------------------------
+
+// An unlinked file only root can read, holding data; its descriptor.
 int privateFile(const std::string &data)
 {
-    const char *runtime = getuid() == 0 ? "/run" : getenv("XDG_RUNTIME_DIR");
-    int fd = open(runtime && *runtime ? runtime : "/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    const int fd = open("/run", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
     if (fd < 0) {
         fail(std::string("cannot make a private file: ") + std::strerror(errno));
     }
-    fchmod(fd, 0600);
     writeAll(fd, data);
     lseek(fd, 0, SEEK_SET);
     return fd;
@@ -494,9 +598,9 @@ std::string explainRclone(const Server &s, const std::string &err)
     }
     if (err.find("connection refused") != std::string::npos || err.find("no such host") != std::string::npos || err.find("i/o timeout") != std::string::npos
         || err.find("network is unreachable") != std::string::npos) {
-        return "the server " + s.mountHost + " cannot be reached (" + firstLine(err) + ")";
+        return "the server " + s.mountHost + " cannot be reached (" + lastLine(err) + ")";
     }
-    return "the server " + s.mountHost + " did not let " + s.account + " in: " + firstLine(err);
+    return "the server " + s.mountHost + " did not let " + s.account + " in: " + lastLine(err);
 }
 
 void mountWithRclone(const Server &s, const std::string &password, const std::string &point, const passwd &user)
@@ -506,10 +610,10 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
     if (password.find('\n') != std::string::npos) {
         fail("the password for " + who(s) + " holds a line break, which rclone cannot take");
     }
-    const std::vector<std::string> env = {"PATH=/usr/bin:/bin", std::string("HOME=") + (getuid() == 0 ? "/root" : user.pw_dir), "LC_ALL=C"};
+    const std::vector<std::string> env = {"PATH=/usr/bin:/bin", "HOME=/root", "LC_ALL=C"};
     Result obscured = run({Rclone, "obscure", "-"}, env, password + "\n", -1, 20);
     if (obscured.status != 0 || obscured.out.empty()) {
-        fail("rclone could not take the password: " + firstLine(obscured.err));
+        fail("rclone could not take the password: " + lastLine(obscured.err));
     }
     while (!obscured.out.empty() && (obscured.out.back() == '\n' || obscured.out.back() == '\r')) {
         obscured.out.pop_back();
@@ -534,12 +638,15 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
         fail(explainRclone(s, logon.err));
     }
 
-    // Writes go straight to the server: a cache would let the mount report
-    // a copy done before it reached the volume.
+    // Writes go straight to the server: a cache would let the mount report a
+    // copy done before it reached the volume. The files are the user's and
+    // no one else's; the device name says which volume this is.
     std::vector<std::string> mount = {Rclone,
                                       "mount",
                                       remote,
                                       point,
+                                      "--devname",
+                                      s.source(),
                                       "--vfs-cache-mode",
                                       "off",
                                       "--allow-other",
@@ -571,17 +678,7 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
         dup2(err[1], 2);
         passOn(configFd, 3);
         closeFrom(4);
-        std::vector<char *> a, e;
-        for (const auto &x : mount) {
-            a.push_back(const_cast<char *>(x.c_str()));
-        }
-        a.push_back(nullptr);
-        for (const auto &x : env) {
-            e.push_back(const_cast<char *>(x.c_str()));
-        }
-        e.push_back(nullptr);
-        execve(a[0], a.data(), e.data());
-        _exit(127);
+        exec(mount, env);
     }
     close(err[1]);
     close(configFd);
@@ -593,7 +690,7 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
         while ((n = read(err[0], buffer, sizeof buffer)) > 0) {
             errors.append(buffer, static_cast<size_t>(n));
         }
-        if (mountIdAt(point) >= 0) {
+        if (topMountAt(mountTable(), point).id >= 0) {
             close(err[0]);
             return;
         }
@@ -602,7 +699,7 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
             while ((n = read(err[0], buffer, sizeof buffer)) > 0) {
                 errors.append(buffer, static_cast<size_t>(n));
             }
-            fail("rclone could not mount " + s.volume + " at " + point + ": " + firstLine(errors));
+            fail("rclone could not mount " + s.volume + " at " + point + ": " + lastLine(errors));
         }
         usleep(100000);
     }
@@ -624,29 +721,41 @@ void mountWithCifs(const Server &s, const std::string &password, const std::stri
         options += ",port=" + s.port;
     }
     // mount.cifs reads the password from the descriptor PASSWD_FD names.
-    const Result r = run({MountCifs, "//" + s.mountHost + "/" + s.volume, point, "-o", options},
-                         {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "PASSWD_FD=3"},
-                         {},
-                         fds[0],
-                         MountSeconds);
+    const Result r = run({MountCifs, s.source(), point, "-o", options}, {SystemPath, "PASSWD_FD=3"}, {}, fds[0], MountSeconds);
     close(fds[0]);
     if (r.status != 0) {
-        fail("mount.cifs could not mount " + s.volume + " from " + s.mountHost + ": " + firstLine(r.err + r.out));
+        fail("mount.cifs could not mount " + s.volume + " from " + s.mountHost + ": " + lastLine(r.err + r.out));
     }
+}
+
+bool unmount(const std::string &point)
+{
+    sync();
+    Result r = run({Umount, point}, {SystemPath}, {}, -1, 60);
+    struct stat st;
+    if (r.status != 0 && stat(point.c_str(), &st) != 0 && errno == ENOTCONN) {
+        // The client died with the mount: nothing is left to write back.
+        r = run({Umount, "-l", point}, {SystemPath}, {}, -1, 60);
+    }
+    return r.status == 0;
 }
 
 // --- root's records ------------------------------------------------------------
 
-std::string recordPath(const std::string &volume)
-{
-    return std::string(RecordDir) + "/" + volume;
-}
-
+// What automount mounted at a volume's point: the mount's id, whether it made
+// the point, whether Connect asked for it (it then stays), and the scripts
+// (their process ids) that use it.
 struct Record {
     long mountId = -1;
     bool createdPoint = false;
+    bool connected = false;
     std::set<long> users;
 };
+
+std::string recordPath(const std::string &volume)
+{
+    return RecordDir + "/" + volume;
+}
 
 bool readRecord(const std::string &volume, Record &record)
 {
@@ -665,11 +774,16 @@ bool readRecord(const std::string &volume, Record &record)
     }
     close(fd);
     std::istringstream in(text);
-    int created = 0;
-    if (!(in >> record.mountId >> created)) {
+    std::string first;
+    std::getline(in, first);
+    std::istringstream head(first);
+    int created = 0, connected = 0;
+    if (!(head >> record.mountId >> created)) {
         return false;
     }
+    head >> connected;
     record.createdPoint = created != 0;
+    record.connected = connected != 0;
     long user;
     while (in >> user) {
         if (kill(static_cast<pid_t>(user), 0) == 0 || errno == EPERM) {
@@ -681,12 +795,12 @@ bool readRecord(const std::string &volume, Record &record)
 
 void writeRecord(const std::string &volume, const Record &record)
 {
-    mkdir(RecordDir, 0700);
+    mkdir(RecordDir.c_str(), 0700);
     struct stat st;
-    if (lstat(RecordDir, &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != 0 || (st.st_mode & 077)) {
-        fail(std::string("cannot keep a record in ") + RecordDir);
+    if (lstat(RecordDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != 0 || (st.st_mode & 077)) {
+        fail("cannot keep a record in " + RecordDir);
     }
-    std::string text = std::to_string(record.mountId) + " " + (record.createdPoint ? "1" : "0") + "\n";
+    std::string text = std::to_string(record.mountId) + (record.createdPoint ? " 1" : " 0") + (record.connected ? " 1" : " 0") + "\n";
     for (long user : record.users) {
         text += std::to_string(user) + "\n";
     }
@@ -703,130 +817,158 @@ void writeRecord(const std::string &volume, const Record &record)
     }
 }
 
-// Root's mount point: a folder root owns in root's sticky /Volumes, so no
-// user can swap it for a link between the check and the mount. An empty
-// folder left by a user's earlier Connect is made anew.
-bool prepareRootPoint(const std::string &point)
+// --- /Volumes ------------------------------------------------------------------
+
+// /Volumes, open, once it is proven root's and changeable by root alone: a
+// user who could make or rename an entry there could put his own mount, a
+// folder or a link where root writes.
+int openVolumes(bool create)
 {
-    struct stat st;
-    if (lstat(VolumesDir, &st) != 0) {
-        if (mkdir(VolumesDir, 0755) != 0 && errno != EEXIST) {
-            fail(std::string("cannot make ") + VolumesDir + ": " + std::strerror(errno));
-        }
-        chmod(VolumesDir, 01777);
-    } else if (!S_ISDIR(st.st_mode) || st.st_uid != 0 || ((st.st_mode & 002) && !(st.st_mode & S_ISVTX))) {
-        fail(std::string(VolumesDir) + " is not a folder of root's that only its owners may change");
+    if (create && mkdir(VolumesDir.c_str(), 0755) == 0) {
+        syslog(LOG_NOTICE, "made %s", VolumesDir.c_str());
     }
-    if (lstat(point.c_str(), &st) == 0) {
+    const int fd = open(VolumesDir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat st;
+    if (fd < 0 || fstat(fd, &st) != 0) {
+        fail(VolumesDir + " does not exist: Orvane's installation makes it");
+    }
+    if (st.st_uid != 0 || (st.st_mode & 022)) {
+        char mode[8];
+        std::snprintf(mode, sizeof mode, "%o", static_cast<unsigned>(st.st_mode & 07777));
+        fail(VolumesDir + " can be changed by users other than root (owner " + userName(st.st_uid) + ", mode " + mode
+             + "), so no volume is used there: install Orvane again, or run \"chown root:root " + VolumesDir + " && chmod 755 " + VolumesDir + "\"");
+    }
+    return fd;
+}
+
+// Root's mount point in /Volumes: root's own folder, made when missing. An
+// empty folder of someone else there (left from the time any user could make
+// folders in /Volumes) is removed first; anything else is in the way.
+bool prepareRootPoint(int volumes, const std::string &volume)
+{
+    const std::string point = VolumesDir + "/" + volume;
+    struct stat st;
+    if (fstatat(volumes, volume.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
         if (!S_ISDIR(st.st_mode)) {
-            fail(point + " is in the way: it is not a folder");
+            fail(point + " is in the way: it is not a folder, so nothing was mounted there (an administrator may remove it)");
         }
         if (st.st_uid == 0 && !(st.st_mode & 022)) {
             return false;
         }
-        if (rmdir(point.c_str()) != 0) {
-            fail(point + " is in the way: a folder of another user that is not empty");
+        if (unlinkat(volumes, volume.c_str(), AT_REMOVEDIR) != 0) {
+            fail(point + " is in the way: a folder of " + userName(st.st_uid)
+                 + " that is not empty, left from when every user could make folders in /Volumes; nothing was mounted or written there"
+                   " (an administrator may move it away)");
         }
+        syslog(LOG_NOTICE, "removed the empty folder %s of %s", point.c_str(), userName(st.st_uid).c_str());
     }
-    if (mkdir(point.c_str(), 0755) != 0) {
+    if (mkdirat(volumes, volume.c_str(), 0755) != 0) {
         fail("cannot make the mount point " + point + ": " + std::strerror(errno));
     }
-    if (lstat(point.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != 0) {
+    madePointIn = volumes;
+    madePoint = volume;
+    if (fstatat(volumes, volume.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != 0) {
         fail("cannot make the mount point " + point);
     }
     return true;
 }
 
-// The user's mount point: their own empty folder in the sticky /Volumes.
-bool prepareUserPoint(const std::string &point)
-{
-    struct stat st;
-    if (lstat(VolumesDir, &st) != 0 || !S_ISDIR(st.st_mode)) {
-        fail(std::string(VolumesDir) + " does not exist: Orvane's installation makes it");
-    }
-    if (lstat(point.c_str(), &st) == 0) {
-        if (!S_ISDIR(st.st_mode) || st.st_uid != getuid()) {
-            fail(point + " is in the way: it is not a folder of yours");
-        }
-        return false;
-    }
-    if (mkdir(point.c_str(), 0700) != 0) {
-        fail("cannot make the mount point " + point + ": " + std::strerror(errno));
-    }
-    return true;
-}
+// --- the modes -------------------------------------------------------------------
 
-int mountVolume(const Server &s, const passwd &user, const std::string &self)
+enum class Mode { Mount, Verify, Connect };
+
+int mountVolume(const Server &s, const passwd &user, const std::string &self, Mode mode)
 {
-    const std::string point = std::string(VolumesDir) + "/" + s.volume;
-    const bool root = getuid() == 0;
+    const int volumes = openVolumes(mode != Mode::Verify);
+    const std::string point = VolumesDir + "/" + s.volume;
     const long caller = static_cast<long>(getppid());
-    const long existing = mountIdAt(point);
-    bool madePoint = false;
-    if (existing >= 0) {
+    bool createdPoint = false;
+    const std::vector<Mount> table = mountTable();
+    const Mount top = topMountAt(table, point);
+    if (top.id >= 0) {
         Record record;
-        const bool ours = root && readRecord(s.volume, record) && record.mountId == existing;
+        const bool ours = readRecord(s.volume, record) && record.mountId == top.id;
+        // Only our own mount is looked into before it is proven: a FUSE
+        // mount of someone else's could keep a stat waiting for ever.
         struct stat st;
-        if (stat(point.c_str(), &st) != 0) {
-            const int error = errno;
-            // A mount whose client died: one of ours is made anew.
-            if (!ours || error != ENOTCONN) {
-                fail(point + " is mounted but cannot be read: " + std::strerror(error));
-            }
-            run({"/bin/umount", "-l", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
+        if (ours && mode != Mode::Verify && stat(point.c_str(), &st) != 0 && errno == ENOTCONN) {
+            // Our client died: the mount is made anew.
+            unmount(point);
             unlink(recordPath(s.volume).c_str());
-            madePoint = record.createdPoint;
+            createdPoint = record.createdPoint;
         } else {
-            if (ours) {
-                record.users.insert(caller);
+            const std::string why = disproof(table, top, s, user);
+            if (!why.empty()) {
+                fail(point + " is not the volume " + s.volume + " of " + s.address + " for " + user.pw_name + ": " + why + "; nothing was written there");
+            }
+            if (ours && mode != Mode::Verify) {
+                if (mode == Mode::Connect) {
+                    record.connected = true;
+                } else {
+                    record.users.insert(caller);
+                }
                 writeRecord(s.volume, record);
             }
-            std::printf("%s is already mounted at %s\n", s.volume.c_str(), point.c_str());
+            std::printf("%s is mounted at %s from %s (%s%s)\n",
+                        s.volume.c_str(),
+                        point.c_str(),
+                        top.source.c_str(),
+                        top.type.c_str(),
+                        ours ? ", by Orvane" : "");
+            syslog(LOG_NOTICE,
+                   "%s: using %s from %s for %s",
+                   mode == Mode::Verify ? "verified" : "mounted already",
+                   point.c_str(),
+                   top.source.c_str(),
+                   user.pw_name);
             return 0;
         }
     }
+    if (mode == Mode::Verify) {
+        fail("the volume " + s.volume + " of " + s.address + " is not connected (auto-connect is off, and nothing is mounted at " + point
+             + "): connect it with Connect in Orvane's options, or turn auto-connect on");
+    }
     const std::string password = passwordOf(user, s, self);
-    if (password.empty()) {
-        fail("the password for " + who(s) + " in the keyring of " + user.pw_name + " is empty");
-    }
-    bool created = madePoint;
-    if (root) {
-        created = prepareRootPoint(point) || madePoint;
-    } else {
-        created = prepareUserPoint(point);
-    }
-    if (created) {
-        madeMountPoint = point;
-    }
-    const bool cifs = root && kernelHasCifs();
+    createdPoint = prepareRootPoint(volumes, s.volume) || createdPoint;
+    const bool cifs = kernelHasCifs();
     if (cifs) {
         mountWithCifs(s, password, point, user);
     } else {
         mountWithRclone(s, password, point, user);
     }
-    madeMountPoint.clear();
-    if (root) {
-        Record record;
-        record.mountId = mountIdAt(point);
-        record.createdPoint = created;
-        record.users.insert(caller);
-        writeRecord(s.volume, record);
+    // What is there now must be what was asked for, or it goes again.
+    const std::vector<Mount> after = mountTable();
+    const Mount made = topMountAt(after, point);
+    const std::string why = made.id >= 0 ? disproof(after, made, s, user) : std::string("nothing is mounted there");
+    if (!why.empty()) {
+        if (made.id >= 0) {
+            unmount(point);
+        }
+        fail("the volume mounted at " + point + " is not the one asked for: " + why);
     }
+    madePointIn = -1;
+    Record record;
+    record.mountId = made.id;
+    record.createdPoint = createdPoint;
+    record.connected = mode == Mode::Connect;
+    if (mode == Mode::Mount) {
+        record.users.insert(caller);
+    }
+    writeRecord(s.volume, record);
     std::printf("mounted %s from %s at %s (%s)\n", s.volume.c_str(), s.mountHost.c_str(), point.c_str(), cifs ? "mount.cifs" : "rclone");
+    syslog(LOG_NOTICE, "mounted %s at %s for %s (%s)", s.source().c_str(), point.c_str(), user.pw_name, mode == Mode::Connect ? "Connect" : "a backup");
     return 0;
 }
 
 int unmountVolume(const std::string &volume)
 {
-    if (getuid() != 0) {
-        fail("--unmount is for the backup scripts, run as root");
-    }
     if (volume.empty() || volume == "." || volume == ".." || volume.find('/') != std::string::npos) {
         fail("the volume name \"" + volume + "\" cannot be used");
     }
-    const std::string point = std::string(VolumesDir) + "/" + volume;
+    const int volumes = openVolumes(false);
+    const std::string point = VolumesDir + "/" + volume;
     Record record;
-    const long current = mountIdAt(point);
+    const long current = topMountAt(mountTable(), point).id;
     if (!readRecord(volume, record) || record.mountId != current || current < 0) {
         // Not ours: someone else mounted it, or it is gone already.
         unlink(recordPath(volume).c_str());
@@ -834,26 +976,20 @@ int unmountVolume(const std::string &volume)
         return 0;
     }
     record.users.erase(static_cast<long>(getppid()));
-    if (!record.users.empty()) {
+    if (!record.users.empty() || record.connected) {
         writeRecord(volume, record);
-        std::printf("%s stays mounted: another backup still uses it\n", volume.c_str());
+        std::printf("%s stays mounted: %s\n", volume.c_str(), record.connected ? "it was connected from Orvane's options" : "another backup still uses it");
         return 0;
     }
-    sync();
-    Result r = run({"/bin/umount", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
-    struct stat st;
-    if (r.status != 0 && stat(point.c_str(), &st) != 0 && errno == ENOTCONN) {
-        // The client died with the mount: nothing is left to write back.
-        r = run({"/bin/umount", "-l", point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}, -1, 60);
-    }
-    if (r.status != 0) {
-        fail("cannot unmount " + point + ": " + firstLine(r.err + r.out));
+    if (!unmount(point)) {
+        fail("cannot unmount " + point + ": it is still in use");
     }
     unlink(recordPath(volume).c_str());
     if (record.createdPoint) {
-        rmdir(point.c_str());
+        unlinkat(volumes, volume.c_str(), AT_REMOVEDIR);
     }
     std::printf("unmounted %s\n", point.c_str());
+    syslog(LOG_NOTICE, "unmounted %s", point.c_str());
     return 0;
 }
 } // namespace
@@ -862,49 +998,42 @@ int main(int argc, char **argv)
 {
     umask(077);
     std::vector<std::string> args(argv + 1, argv + argc);
-    // The lookup is this same program, run as the user.
-    std::string me = OV_AUTOMOUNT_PATH;
-    char path[4096];
-    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-    if (n > 0) {
-        me.assign(path, static_cast<size_t>(n));
-    }
     if (args.size() == 4 && args[0] == "--lookup") {
         return lookup(parseServer(args[1], args[2], args[3]));
     }
+    if (!asRoot()) {
+        fail("only root mounts the remote volume: use Connect in Orvane's options (the pane must be unlocked)");
+    }
+    openlog("automount", LOG_PID, LOG_AUTHPRIV);
     if (args.size() == 2 && args[0] == "--unmount") {
         return unmountVolume(args[1]);
     }
-    std::string userName;
-    if (args.size() == 5 && args[0] == "--user") {
-        userName = args[1];
-        args.erase(args.begin(), args.begin() + 2);
+    Mode mode = Mode::Mount;
+    if (args.size() == 6 && args[0] == "--user" && (args[2] == "--verify" || args[2] == "--connect")) {
+        mode = args[2] == "--verify" ? Mode::Verify : Mode::Connect;
+        args.erase(args.begin() + 2);
     }
-    if (args.size() != 3) {
+    if (args.size() != 5 || args[0] != "--user") {
         std::fprintf(stderr,
-                     "usage: automount [--user USER] smb://SERVER ACCOUNT VOLUME\n"
+                     "usage: automount --user USER [--verify | --connect] smb://SERVER ACCOUNT VOLUME\n"
                      "       automount --unmount VOLUME\n");
         return 2;
     }
-    const Server server = parseServer(args[0], args[1], args[2]);
-    const passwd *found = nullptr;
-    if (getuid() == 0) {
-        if (userName.empty()) {
-            fail("run as root it needs --user USER: the user whose keyring holds the password");
-        }
-        found = getpwnam(userName.c_str());
-        if (!found || found->pw_uid == 0) {
-            fail("no such user: " + userName);
-        }
-    } else {
-        found = getpwuid(getuid());
-        if (!found || (!userName.empty() && userName != found->pw_name)) {
-            fail("only root may mount for another user");
-        }
+    const Server server = parseServer(args[2], args[3], args[4]);
+    const passwd *found = getpwnam(args[1].c_str());
+    if (!found || found->pw_uid == 0) {
+        fail("no such user: " + args[1] + " (the volume is mounted for the user whose keyring holds the password)");
     }
     passwd user = *found;
     std::string name = user.pw_name, dir = user.pw_dir;
     user.pw_name = name.data();
     user.pw_dir = dir.data();
-    return mountVolume(server, user, me);
+    // The lookup is this same program, run as the user.
+    std::string self = OVFixedPaths::AutomountPath;
+    char path[4096];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+    if (n > 0) {
+        self.assign(path, static_cast<size_t>(n));
+    }
+    return mountVolume(server, user, self, mode);
 }

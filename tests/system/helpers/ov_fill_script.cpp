@@ -7,7 +7,7 @@
 //   ov_fill_script [--manual] [--frequency Daily|Weekly|Monthly] [--mirror]
 //                  [--remote] [--progress] [--repair] [--prompt] [--wait]
 //                  [--user NAME] [--toast NAME]
-//                  [--autoconnect SERVER ACCOUNT VOLUME]
+//                  [--autoconnect SERVER ACCOUNT VOLUME] [--server SERVER ACCOUNT VOLUME]
 //                  [--safetynet FOLDER COUNT Everything|Changed|Deleted]
 //                  SOURCE DESTINATION [SOURCE DESTINATION]...
 //
@@ -54,8 +54,8 @@ int main(int argc, char **argv)
             shared.username = QString::fromLocal8Bit(argv[++i]);
         } else if (a == "--toast" && left >= 1) {
             shared.toastApplication = QString::fromLocal8Bit(argv[++i]);
-        } else if (a == "--autoconnect" && left >= 3) {
-            shared.autoConnect = true;
+        } else if ((a == "--autoconnect" || a == "--server") && left >= 3) {
+            shared.autoConnect = a == "--autoconnect";
             shared.server = QString::fromLocal8Bit(argv[++i]);
             shared.account = QString::fromLocal8Bit(argv[++i]);
             shared.volume = QString::fromLocal8Bit(argv[++i]);

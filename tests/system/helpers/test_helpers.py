@@ -21,7 +21,7 @@ import unittest
 
 RESOURCES = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources"
 SUPPORT = "/Library/Application Support/Orvane"
-TOOLS = ["archive_table", "install_scripts", "remove_scripts", "install_crontab", "manual_backup"]
+TOOLS = ["archive_table", "install_scripts", "remove_scripts", "install_crontab", "manual_backup", "connect_volume"]
 INSTALLED = {"daily": SUPPORT + "/.daily/orvane_daily.rb", "weekly": SUPPORT + "/.weekly/orvane_weekly.rb",
              "monthly": SUPPORT + "/.monthly/orvane_monthly.rb"}
 DAILY_LINE = '30\t3\t*\t*\t*\troot\t"/Library/Application Support/Orvane/.daily/orvane_daily.rb"\n'
@@ -202,7 +202,7 @@ class Helpers(unittest.TestCase):
         self.plant_all(self.admin, b"#!/bin/sh\nid > /tmp/pwned\n")
         inputs = {"archive_table": b"bplist00 x", "install_scripts": parts(daily=filled()),
                   "install_crontab": parts(crontab=DEBIAN_CRONTAB + DAILY_LINE), "manual_backup": filled(),
-                  "remove_scripts": b""}
+                  "remove_scripts": b"", "connect_volume": parts(server="smb://fileserver", account="ann", volume="share")}
         for name in INSTALLED.values():
             with open(name, "wb") as f:
                 f.write(b"# installed\n")

@@ -2,14 +2,18 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
 # Sourced inside the sandbox, in a network namespace of its own: a real
-# Samba server on lo that answers to "fileserver", a test user with a
-# session bus and gnome-keyring, and helpers to check results.
+# Samba server on lo that answers to "fileserver", the administrator who
+# configured the backups (TEST_USER) with a session bus and gnome-keyring,
+# an ordinary user (OTHER_USER), the system log in a file of ours, and
+# helpers to check results.
 
 SMB_DIR=/srv/orvane-smb          # the server's state (private parts root's alone) and its share
 SHARE_DIR=$SMB_DIR/share
 SMB_ACCOUNT=ovbackup
 SMB_PASSWORD='Orv4ne-Secr3t-7491'
-TEST_USER=ovuser
+TEST_USER=ovadmin
+OTHER_USER=ovother
+SYSLOG=/run/ov-syslog
 KEYRING_PASSWORD='keyring-pass-31'
 SERVER=smb://fileserver
 VOLUME=share
@@ -17,7 +21,12 @@ VOLUME=share
 passed=0
 failed=0
 check() { # check DESCRIPTION COMMAND...
-    if "${@:2}"; then passed=$((passed + 1)); echo "ok: $1"; else failed=$((failed + 1)); echo "FAILED: $1"; fi
+    if "${@:2}"; then
+        passed=$((passed + 1)); echo "ok: $1"
+    else
+        failed=$((failed + 1)); echo "FAILED: $1"
+        [ -z "${SHOW_ON_FAILURE:-}" ] || eval "$SHOW_ON_FAILURE"
+    fi
 }
 finish() {
     echo "$passed passed, $failed failed"
@@ -25,6 +34,29 @@ finish() {
 }
 
 ip link set lo up
+# The system log: a /dev of this sandbox alone (the machine's own is bound
+# in), whose /dev/log is a socket read into $SYSLOG.
+mkdir -p /run/ov-dev && mount --rbind /dev /run/ov-dev && mount -t tmpfs -o mode=755 ov-dev /dev
+for real in /run/ov-dev/*; do
+    mine=/dev/${real##*/}
+    if [ -L "$real" ]; then
+        ln -s "$(readlink "$real")" "$mine"
+    elif [ -d "$real" ]; then
+        mkdir "$mine" && mount --rbind "$real" "$mine"
+    else
+        : > "$mine" && mount --bind "$real" "$mine"
+    fi
+done
+python3 -c '
+import os, socket, sys
+log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+log.bind("/dev/log")
+os.chmod("/dev/log", 0o666)
+with open(sys.argv[1], "ab", buffering=0) as out:
+    while True:
+        out.write(log.recv(65536) + b"\n")
+' "$SYSLOG" &
+for _ in $(seq 50); do [ -S /dev/log ] && break; sleep 0.1; done
 # Debian's udev makes /dev/fuse 0666 so that users mount through fusermount3;
 # this container's is root's alone. A node of the same device that users may
 # open stands in for it, in this namespace only.
@@ -89,10 +121,11 @@ fetch_share() { # fetch_share SUBFOLDER DEST
     rm -f /root/smb-auth
 }
 
-# A test user with a session bus and an unlocked login keyring, as after a
-# graphical log-in.
+# The administrator with a session bus and an unlocked login keyring, as
+# after a graphical log-in, and the ordinary user.
 start_session() {
-    id "$TEST_USER" >/dev/null 2>&1 || useradd -m -s /bin/bash "$TEST_USER"
+    id "$TEST_USER" >/dev/null 2>&1 || useradd -m -s /bin/bash -G sudo "$TEST_USER"
+    id "$OTHER_USER" >/dev/null 2>&1 || useradd -m -s /bin/bash "$OTHER_USER"
     USER_UID=$(id -u "$TEST_USER")
     USER_RUNTIME=/run/user/$USER_UID
     mkdir -p "$USER_RUNTIME"
@@ -116,11 +149,13 @@ stop_session() {
     rm -f "$USER_RUNTIME/bus"
 }
 
-# Runs a command as the test user in their session.
+# Runs a command as the administrator in his session; as the ordinary user.
 as_user() {
     runuser -u "$TEST_USER" -- env -i HOME="/home/$TEST_USER" USER="$TEST_USER" PATH=/usr/bin:/bin \
         XDG_RUNTIME_DIR="/run/user/$(id -u "$TEST_USER")" \
         DBUS_SESSION_BUS_ADDRESS="unix:path=/run/user/$(id -u "$TEST_USER")/bus" "$@"
 }
+
+as_other() { runuser -u "$OTHER_USER" -- env -i HOME="/home/$OTHER_USER" PATH=/usr/bin:/bin "$@"; }
 
 is_mounted() { findmnt -n --mountpoint "$1" >/dev/null; }

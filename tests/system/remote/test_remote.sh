@@ -2,221 +2,345 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
-# test_remote.sh TEST_REMOTE_BINARY TEST_REMOTE_PANE_BINARY
+# test_remote.sh TEST_REMOTE_PANE_BINARY
 #
 # Remote volumes end to end, in the sandbox with the product installed: a
-# real smbd, the test user's real gnome-keyring, the installed automount,
-# rclone through FUSE (this machine's kernel has no CIFS) and psync -r.
+# real smbd, the administrator's real gnome-keyring and a real polkitd, the
+# installed automount and connect_volume, rclone through FUSE (this machine's
+# kernel has no CIFS), the pane's scripts run as cron runs them; and an
+# ordinary user who tries to make root back up into a place of his.
 [ -n "${OV_IN_NETNS:-}" ] || exec env OV_IN_NETNS=1 unshare --net "$0" "$@"
 set -u
 here=$(dirname "$(realpath "$0")")
-test_binary=$1
-pane_binary=$2
+pane_binary=$1
 . "$here/remote-env.sh"
-AUTOMOUNT=/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/automount
-PSYNC=/usr/local/bin/psync
+. "$here/../e2e/polkit.sh"
+RESOURCES=/Library/PreferencePanes/Orvane.prefPane/Contents/Resources
+AUTOMOUNT=$RESOURCES/automount
 POINT=/Volumes/$VOLUME
-# What psync -r must run onto such a volume: no sparse writes (they seek, and
-# kill rclone's mount), no hard links, links, devices or specials (EIO, or a
-# dead mount), owners and modes left to psync's side store.
-R_SYNC=(rsync --archive --no-links --no-devices --no-specials --no-owner --no-group --no-perms
-        --modify-window=2 --one-file-system --protect-args)
+LOG=/var/log/orvane_daily.log
+ERRORS=/var/log/.orvane_daily.err
+SCRIPT=/root/daily.rb
+# What the last run said, under a failed check.
+SHOW_ON_FAILURE='sed "s/^/   error file: /" $ERRORS 2>/dev/null; tail -n 8 $LOG 2>/dev/null | sed "s/^/   log: /"'
 
-# The password, for the scans and for the user's test, in files only their
+# The password, for the scans and for the pane's test, in files only their
 # owner reads and outside the folders that are scanned.
 printf '%s' "$SMB_PASSWORD" > /root/pattern
 chmod 600 /root/pattern
 
 start_smbd || exit 1
 start_session
-check "the session's keyring answers" as_user secret-tool search --all xdg:schema none
 password_file=/home/$TEST_USER/.ov-test-password
 install -m 600 -o "$TEST_USER" /root/pattern "$password_file"
-
 store_password() { printf '%s' "$1" | as_user secret-tool store --label="Orvane Auto-Connect" \
     xdg:schema org.gnome.keyring.NetworkPassword user "$SMB_ACCOUNT" server fileserver protocol smb object "$VOLUME"; }
-# No trace of the password where others could see it.
+# No trace of the password where others could see it, nor in the system log.
 no_leaks() {
     local hits="" f
     for f in /proc/[0-9]*/cmdline /proc/[0-9]*/environ; do
         grep -qaFf /root/pattern "$f" 2>/dev/null && hits="$hits $f"
     done
-    # -xdev: the source tree and the build, kept into the sandbox (under
-    # /tmp in a clone there), are mounts of their own and hold the test's
-    # own password.
+    # -xdev: the source tree and the build, kept into the sandbox, hold the
+    # test's own password.
     hits="$hits $(find /tmp /dev/shm /run /var/log -xdev -type f -print0 2>/dev/null | xargs -0r grep -laFf /root/pattern 2>/dev/null)"
-    hits="$hits $(grep -laFf /root/pattern /Volumes/*/.psync-attributes 2>/dev/null)"
     [ -z "${hits// /}" ] || { echo "   the password is in:$hits"; return 1; }
 }
-# rclone's config is an unlinked file only root reads.
-private_config() {
-    local pid target
-    pid=$(pgrep -x rclone | head -1)
-    [ -n "$pid" ] || return 1
-    target=$(readlink "/proc/$pid/fd/3")
-    [[ $target == *"(deleted)" ]] && [ "$(stat -L -c '%u %a' "/proc/$pid/fd/3")" = "0 600" ]
-}
-user_may() { runuser -u "$TEST_USER" -- "$@"; }
 contains() { grep -qF -- "$2" <<<"$1" || { echo "   got: $1"; return 1; }; }
+mounted_as() { findmnt -n -o FSTYPE,SOURCE,OPTIONS --mountpoint "$POINT" | grep -q "$1"; }
+# The pane's test polkit rule: the administrator's processes hold the unlock,
+# no one else's.
+cat > /etc/polkit-1/rules.d/50-orvane-test-admin.rules <<'RULE'
+polkit.addRule(function(action, subject) {
+    if (action.id == "org.orvane.Orvane.unlock") {
+        return subject.user == "ovadmin" ? polkit.Result.YES : polkit.Result.NO;
+    }
+});
+RULE
+for _ in $(seq 100); do
+    as_user sh -c 'exec pkcheck --action-id org.orvane.Orvane.unlock --process $$' >/dev/null 2>&1 && break
+    sleep 0.1
+done
+run_script() { env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin "$SCRIPT" >/dev/null 2>&1; }
+fill() { "$OV_FILL_SCRIPT" --user "$TEST_USER" "$@" > "$SCRIPT" && chmod 700 "$SCRIPT"; }
+sums() { (cd "$1" && find . -type f ! -name .psync-attributes -exec sha256sum {} + | sort); }
+equals_source() { # equals_source SHARE_SUBFOLDER SOURCE
+    rm -rf /root/fetched && fetch_share "$1" /root/fetched && diff <(sums /root/fetched) <(sums "$2")
+}
+mount_args=(--user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME")
+unmount_all() { while is_mounted "$POINT"; do umount "$POINT" || umount -l "$POINT"; done; rmdir "$POINT"; }
 
-# --- the pane's side, as the user: store, read back, replace, Connect -------
-echo "# the Secret Service and Connect, as $TEST_USER"
-check "storing, reading back and Connect work as the user" \
-    as_user env QT_QPA_PLATFORM=offscreen OV_AUTOMOUNT="$AUTOMOUNT" OV_REMOTE_SERVER="$SERVER" \
-    OV_REMOTE_ACCOUNT="$SMB_ACCOUNT" OV_REMOTE_VOLUME="$VOLUME" OV_REMOTE_PASSWORD_FILE="$password_file" "$test_binary"
-check "Connect left the volume mounted at $POINT" is_mounted "$POINT"
-check "the folder made through it is on the server" test -d "$SHARE_DIR/Backups/Documents"
-check "the user's mount gives no trace of the password" no_leaks
+# --- the install -------------------------------------------------------------
+echo "# the install"
+check "/Volumes is root's and only root may change it (the sandbox made it 1777)" \
+    test "$(stat -c '%U %G %a' /Volumes)" = "root root 755"
+chmod 1777 /Volumes
+printf '# the administrator'"'"'s own\nmount_max = 9\n# Orvane: a volume the user connects is seen by the backups run as root\nuser_allow_other\n' > /etc/fuse.conf
+cmake -P "$OV_BUILD_DIR/tools/automount/cmake_install.cmake" >/dev/null
+check "installing again takes /Volumes back, and the user_allow_other it once added" \
+    test "$(stat -c %a /Volumes)" = 755 -a "$(cat /etc/fuse.conf)" = $'# the administrator\'s own\nmount_max = 9'
+check "... and connect_volume is root's, set-user-ID" test "$(stat -c '%U %a' "$RESOURCES/connect_volume")" = "root 4755"
+check "$OTHER_USER can make nothing in /Volumes" \
+    bash -c "! runuser -u $OTHER_USER -- mkdir $POINT 2>/dev/null && ! runuser -u $OTHER_USER -- ln -s /etc $POINT 2>/dev/null"
 
-out=$("$AUTOMOUNT" --user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME" 2>&1)
-check "a backup finds the user's mount and uses it" contains "$out" "already mounted"
-mkdir -p /root/src/docs && echo "from root" > /root/src/docs/note.txt
-check "root writes onto the user's mount" "$PSYNC" -r /root/src "$POINT/Backups"
-out=$("$AUTOMOUNT" --unmount "$VOLUME" 2>&1)
-check "the backup leaves the user's mount alone" contains "$out" "not mounted by a backup"
-check "... which stays mounted" is_mounted "$POINT"
-user_may fusermount3 -u "$POINT"
-check "the user unmounts it" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null"
-
+# --- Connect and the keyring, in the pane -------------------------------------
 echo "# the options' OK and Connect in the pane, as $TEST_USER"
 user_env=(QT_QPA_PLATFORM=offscreen OV_REMOTE_SERVER="$SERVER" OV_REMOTE_ACCOUNT="$SMB_ACCOUNT"
           OV_REMOTE_VOLUME="$VOLUME" OV_REMOTE_PASSWORD_FILE="$password_file")
-check "the pane stores the password on OK and Connect mounts" as_user env "${user_env[@]}" "$pane_binary"
+check "the pane stores the password, and Connect mounts" as_user env "${user_env[@]}" "$pane_binary"
 check "a save the keyring refuses keeps the options open" \
     as_user env "${user_env[@]}" DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere "$pane_binary" refusedStoreKeepsSheetOpen
+check "Connect's mount is root's (rclone's FUSE served by root) from //fileserver/$VOLUME" \
+    mounted_as "^fuse.rclone *//fileserver/$VOLUME .*user_id=0,.*default_permissions,allow_other"
+check "... its files are $TEST_USER's alone" test "$(stat -c '%U %a' "$POINT")" = "$TEST_USER 700"
+check "... $OTHER_USER cannot even list it" bash -c "! runuser -u $OTHER_USER -- ls $POINT >/dev/null 2>&1"
+check "... and the folder made through it is on the server" test -d "$SHARE_DIR/Backups/Documents"
+check "Connect is in the system log" grep -q "connect_volume.*connecting the volume $VOLUME of $SERVER for $TEST_USER" "$SYSLOG"
+check "no trace of the password while it is mounted" no_leaks
+out=$(printf 'server 16\n%saccount 8\n%svolume 5\n%s' "$SERVER" "$SMB_ACCOUNT" "$VOLUME" |
+      as_other bash -c '"$0" --Orvane; exit $?' "$RESOURCES/connect_volume" 2>&1)
+check "$OTHER_USER's own Connect is refused" contains "$out" "does not hold Orvane's unlock"
+
 rm -f "$password_file"
 store_password "$SMB_PASSWORD"
-
-# --- a scheduled backup: mount as root, psync -r, compare, unmount ------------
-echo "# a scheduled backup"
-rm -rf /root/src && mkdir -p "/root/src/Letters/2026" "/root/src/empty"
-echo "dear sir" > "/root/src/Letters/2026/to bank.txt"
-head -c 3000000 /dev/urandom > /root/src/Letters/photo.bin
-(cd /root/src && find . -type f -exec sha256sum {} + | sort) > /root/src.sums
-
-out=$("$AUTOMOUNT" --user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME" 2>&1)
-check "automount as root mounts the volume" contains "$out" "mounted $VOLUME from fileserver at $POINT"
-check "... at $POINT, a FUSE mount open to the user and root" bash -c "findmnt -n -o FSTYPE,OPTIONS --mountpoint '$POINT' | grep -q 'fuse.rclone.*allow_other'"
-check "... owned by the user" test "$(stat -c %U "$POINT")" = "$TEST_USER"
-check "rclone's config is an unlinked file only root reads" private_config
-check "no trace of the password while mounted" no_leaks
-mkdir -p "$POINT/Backup/.work"
-"${R_SYNC[@]}" --temp-dir="$POINT/Backup/.work" --exclude=/.work /root/src/ "$POINT/Backup/"
-check "the copy psync -r must make lands on the volume" test $? -eq 0
-rmdir "$POINT/Backup/.work"
-rm -rf /root/fetched
-fetch_share Backup /root/fetched
-check "the server holds exactly the source's files" \
-    bash -c "cd /root/fetched && find . -type f -exec sha256sum {} + | sort | diff - /root/src.sums"
-check "a second run changes nothing" \
-    bash -c "out=\$(\"\$@\" --itemize-changes /root/src/ '$POINT/Backup/') && ! grep -v '^\.' <<<\"\$out\" | grep -q ." _ "${R_SYNC[@]}"
-# Names SMB forbids are stored in rclone's encoding and read back intact.
-mkdir -p /root/odd "$POINT/Odd" && printf 'x\n' > '/root/odd/odd "name" #{x}?.txt'
-"${R_SYNC[@]}" /root/odd/ "$POINT/Odd/"
-check "a name SMB forbids reads back as it was" cmp '/root/odd/odd "name" #{x}?.txt' "$POINT/Odd/odd \"name\" #{x}?.txt"
-# psync -r as the scripts run it: small files land,
-# with owner and mode in its side store.
-mkdir -p /root/small "$POINT/Small" && echo "kept" > /root/small/note && chmod 640 /root/small/note
-check "psync -r as it is copies small files" "$PSYNC" -r /root/small "$POINT/Small"
-check "... keeping owner and mode beside them" \
-    bash -c "tr '\0' '\n' < '$SHARE_DIR/Small/.psync-attributes' | grep -qx '640 0 0 note'"
-
-# Two backups at once share the mount; the first to finish leaves it.
-bash -c '"$0" --user "$1" "$2" "$3" "$4" >/dev/null 2>&1; exec sleep 300' "$AUTOMOUNT" "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME" &
-other=$!
-for _ in $(seq 100); do grep -qx "$other" "/run/orvane-automount/$VOLUME" 2>/dev/null && break; sleep 0.1; done
-"$AUTOMOUNT" --unmount "$VOLUME" >/dev/null
-check "a backup's unmount leaves the mount another backup uses" is_mounted "$POINT"
-kill "$other"; wait "$other" 2>/dev/null
-out=$("$AUTOMOUNT" --unmount "$VOLUME" 2>&1)
-check "the last backup unmounts what automount mounted" contains "$out" "unmounted $POINT"
-check "... and removes the mount point it made" test ! -e "$POINT"
-
-# --- the pane's scheduled script, run as cron runs it ------------------------
-echo "# a scheduled script with auto-connect"
-SCRIPT=/root/daily-remote.rb
-ERRORS=/var/log/.orvane_daily.err
-LOG=/var/log/orvane_daily.log
-rm -rf /root/rsrc && mkdir -p "/root/rsrc/Lettres été" && echo "chère madame" > "/root/rsrc/Lettres été/à la banque.txt"
-head -c 2000000 /dev/urandom > /root/rsrc/photo.bin
-chown -R "$TEST_USER:" /root/rsrc && chmod 640 /root/rsrc/photo.bin
-mkdir -p "$SHARE_DIR/Scheduled" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Scheduled"
-"$OV_FILL_SCRIPT" --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" --user "$TEST_USER" \
-    /root/rsrc "$POINT/Scheduled" > "$SCRIPT" && chmod 700 "$SCRIPT"
-check "the builder fills the auto-connect settings" grep -qx "autoConnect = true" "$SCRIPT"
-run_script() { env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin "$SCRIPT" >/dev/null 2>&1; }
-shares_copy_equals_source() {
-    rm -rf /root/fetched && fetch_share Scheduled /root/fetched
-    diff <(cd /root/fetched && find . -type f ! -name .psync-attributes -exec sha256sum {} + | sort) \
-         <(cd /root/rsrc && find . -type f -exec sha256sum {} + | sort)
-}
+echo "# backups onto the volume Connect mounted"
+rm -rf /home/$TEST_USER/Docs && mkdir -p "/home/$TEST_USER/Docs/Lettres été"
+echo "chère madame" > "/home/$TEST_USER/Docs/Lettres été/à la banque.txt"
+head -c 2000000 /dev/urandom > "/home/$TEST_USER/Docs/photo.bin"
+chown -R "$TEST_USER:" "/home/$TEST_USER/Docs" && chmod 640 "/home/$TEST_USER/Docs/photo.bin"
+fill --remote --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Docs" "$POINT/Backups/Documents"
 run_script; status=$?
-check "the script mounts, copies and ends without errors" test "$status" -eq 0 -a ! -e "$ERRORS"
-check "... through automount as the user asked" grep -q "automount: mounted $VOLUME from fileserver" "$LOG"
-check "... and the server holds exactly the source's files" shares_copy_equals_source
+check "auto-connect off: automount proves the volume and the run backs up onto it" \
+    bash -c "[ $status -eq 0 ] && [ ! -e $ERRORS ] && grep -q 'automount: $VOLUME is mounted at $POINT from //fileserver/$VOLUME (fuse.rclone, by Orvane)' $LOG"
+check "... exactly the source's files" equals_source Backups/Documents "/home/$TEST_USER/Docs"
 check "... their owners and modes in the side store" \
-    bash -c "tr '\0' '\n' < '$SHARE_DIR/Scheduled/.psync-attributes' | grep -qx '640 $(id -u "$TEST_USER") $(id -g "$TEST_USER") photo.bin'"
-check "... and unmounts what it mounted" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null && test ! -e /run/orvane-automount/$VOLUME"
-
-# What the volume cannot hold: links, a FIFO, names that differ only in case.
-ln -s photo.bin /root/rsrc/link-to-photo && mkfifo /root/rsrc/pipe
-echo "upper" > /root/rsrc/Notes.txt && echo "lower" > /root/rsrc/notes.txt
+    bash -c "tr '\0' '\n' < '$SHARE_DIR/Backups/Documents/.psync-attributes' | grep -qx '640 $(id -u "$TEST_USER") $(id -g "$TEST_USER") photo.bin'"
+fill --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Docs" "$POINT/Backups/Documents"
 run_script; status=$?
-check "names that differ only in case end in an error" test "$status" -eq 1
-check "... which names them" grep -q "/root/rsrc/notes.txt: its name differs only in case from \"Notes.txt\"" "$ERRORS"
-first_kept_whole() {
-    rm -rf /root/fetched && fetch_share Scheduled /root/fetched
-    [ "$(cat /root/fetched/Notes.txt)" = upper ] && [ ! -e /root/fetched/link-to-photo ] && [ ! -e /root/fetched/pipe ]
-}
-check "... and the first is copied whole, not merged" first_kept_whole
-check "the link and the FIFO are named as skipped" bash -c "grep -q 'skipped /root/rsrc/link-to-photo (a symbolic link)' '$LOG' && grep -q 'skipped /root/rsrc/pipe (a special file)' '$LOG'"
-check "... and the mount is gone again" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null"
-rm -f /root/rsrc/link-to-photo /root/rsrc/pipe /root/rsrc/notes.txt
-
-# A refused password: one line, and nothing written where the volume was.
-store_password "not-the-password"
-run_script
-check "a refused password is one line in the error file" \
-    grep -q "auto-connect: could not mount the volume $VOLUME from $SERVER: .*refused the password" "$ERRORS"
-check "... and the backup onto the missing volume is reported, nothing written" \
-    grep -q "$POINT/Scheduled: the destination folder is missing" "$ERRORS"
+check "auto-connect on: the run uses the mount, and leaves it mounted for the user" \
+    bash -c "[ $status -eq 0 ] && grep -q 'stays mounted: it was connected from Orvane' $LOG && findmnt -n --mountpoint $POINT >/dev/null"
+check "the disk is remembered with who serves it" \
+    bash -c "tr '\0' '\n' < '/Library/Application Support/Orvane/.daily/.disks' | grep -qx 'fuse.rclone //fileserver/$VOLUME / user_id=0'"
+unmount_all
+check "Connect says why it failed, with nothing mounted" \
+    as_user env "${user_env[@]}" OV_CONNECT_FAILS=1 OV_REMOTE_PASSWORD_FILE=/dev/null "$pane_binary" connectTellsWhyItFailed
 store_password "$SMB_PASSWORD"
+fill --remote --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Docs" "$POINT/Backups/Documents"
+run_script
+check "auto-connect off and nothing mounted: one clear error, nothing written" \
+    grep -q "the remote volume $VOLUME of $SERVER cannot be used: the volume $VOLUME of $SERVER is not connected" "$ERRORS"
 
-# --- failures: each a clear line, quick, nothing mounted, nothing lost -------
+# --- root's own mount, Safety Net off ------------------------------------------
+echo "# scheduled backups with auto-connect: onto the share's top and into a folder"
+rm -rf "${SHARE_DIR:?}"/* "$SHARE_DIR"/.[!.]*
+rm -rf "/home/$TEST_USER/Pictures" && mkdir -p "/home/$TEST_USER/Pictures/2026" && echo "sun" > "/home/$TEST_USER/Pictures/2026/beach.txt"
+# Names SMB forbids or rclone encodes, "．" among them.
+printf 'x\n' > "/home/$TEST_USER/Docs/Lettres été/odd \"name\" #{x}?.txt"
+printf 'y\n' > "/home/$TEST_USER/Docs/Lettres été/．"
+printf 'z\n' > "/home/$TEST_USER/Docs/Lettres été/ends with a period."
+chown -R "$TEST_USER:" "/home/$TEST_USER/Docs" "/home/$TEST_USER/Pictures"
+mkdir -p "$SHARE_DIR/Pictures" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Pictures"
+# (No mirror: the first backup's destination holds the second's.)
+fill --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" \
+    "/home/$TEST_USER/Docs" "$POINT" "/home/$TEST_USER/Pictures" "$POINT/Pictures"
+run_script; status=$?
+check "the run mounts, copies and ends without errors" \
+    bash -c "[ $status -eq 0 ] && [ ! -e $ERRORS ] && grep -q 'automount: mounted $VOLUME from fileserver at $POINT (rclone)' $LOG"
+check "... mounted by root for $TEST_USER, as the system log says" grep -q "automount.*mounted //fileserver/$VOLUME at $POINT for $TEST_USER (a backup)" "$SYSLOG"
+check "... and unmounts it, removing the mount point it made" bash -c "! findmnt -n --mountpoint $POINT >/dev/null && [ ! -e $POINT ]"
+echo "new" > "/home/$TEST_USER/Docs/new.txt" && chown "$TEST_USER:" "/home/$TEST_USER/Docs/new.txt"
+echo "changed" > "/home/$TEST_USER/Pictures/2026/beach.txt"
+run_script; status=$?
+check "a second run after a change and a new file ends without errors" test "$status" -eq 0 -a ! -e "$ERRORS"
+same_through_mount() { # same_through_mount FOLDER_ON_VOLUME SOURCE: the same files, Pictures aside
+    "$AUTOMOUNT" "${mount_args[@]}" >/dev/null || return 1
+    diff <(cd "$POINT/$1" && find . -path ./Pictures -prune -o -type f ! -name .psync-attributes -exec sha256sum {} + | sort) <(sums "$2")
+    local status=$?
+    "$AUTOMOUNT" --unmount "$VOLUME" >/dev/null
+    return $status
+}
+check "the share's top holds exactly the first source's files, odd names as they were" same_through_mount . "/home/$TEST_USER/Docs"
+check "... Pictures exactly the second's" same_through_mount Pictures "/home/$TEST_USER/Pictures"
+expected_share() {
+    (cd "/home/$TEST_USER/Docs" && find . -mindepth 1 -maxdepth 1; echo ./.psync-attributes; echo ./Pictures; echo ./Pictures/.psync-attributes
+     cd "/home/$TEST_USER/Pictures" && find . -mindepth 1 | sed 's|^\./|./Pictures/|') | sort
+}
+check "nothing else is on the share: no \"．\" folder, no work folder, only psync's side stores" \
+    diff <(cd "$SHARE_DIR" && find . -mindepth 1 \( -path "./Lettres*/*" -prune -o -print \) | sort) <(expected_share)
+
+# A run with Remote on but no server (a volume that keeps no owners): no
+# automount, the disk check alone guards it. Its first run, on root's mount.
+"$AUTOMOUNT" --user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME" >/dev/null
+mkdir -p "$POINT/Plain"
+fill --remote "/home/$TEST_USER/Pictures" "$POINT/Plain"
+run_script; status=$?
+check "a run without a server backs up onto what is mounted" test "$status" -eq 0 -a -e "$SHARE_DIR/Plain/2026/beach.txt"
+"$AUTOMOUNT" --unmount "$VOLUME" >/dev/null
+check "no trace of the password after root's mounts" no_leaks
+
+# --- the Safety Net onto the remote volume ------------------------------------
+echo "# the Safety Net, with root's own mount and with Connect's"
+NET="/home/$TEST_USER/Documents/Safety Net Archives"
+mkdir -p "$NET" && chown -R "$TEST_USER:" "/home/$TEST_USER/Documents"
+connect_as_admin() {
+    printf 'server 16\n%saccount 8\n%svolume 5\n%s' "$SERVER" "$SMB_ACCOUNT" "$VOLUME" |
+        as_user bash -c '"$0" --Orvane; exit $?' "$RESOURCES/connect_volume" >/dev/null 2>&1
+}
+kept() { # kept NAME: the newest archive's copy of Net/NAME
+    find "$NET" -path "*/Volumes/$VOLUME/Net/$1" -print0 | xargs -0r cat
+}
+for how in auto-connect Connect; do
+    rm -rf "${SHARE_DIR:?}"/* "$SHARE_DIR"/.[!.]* "${NET:?}"/*
+    rm -rf "/home/$TEST_USER/Net" && mkdir -p "/home/$TEST_USER/Net/sub"
+    echo "first a" > "/home/$TEST_USER/Net/a.txt"
+    echo "first b" > "/home/$TEST_USER/Net/b.txt"
+    echo "c" > "/home/$TEST_USER/Net/sub/c.txt"
+    chown -R "$TEST_USER:" "/home/$TEST_USER/Net"
+    mkdir -p "$SHARE_DIR/Net" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Net"
+    if [ "$how" = Connect ]; then
+        connect_as_admin
+        fill --remote --mirror --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" --safetynet "$NET" 5 Everything "/home/$TEST_USER/Net" "$POINT/Net"
+    else
+        fill --remote --mirror --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" --safetynet "$NET" 5 Everything "/home/$TEST_USER/Net" "$POINT/Net"
+    fi
+    run_script; first=$?
+    sleep 1
+    echo "second a" > "/home/$TEST_USER/Net/a.txt"
+    rm "/home/$TEST_USER/Net/b.txt"
+    run_script; second=$?
+    check "$how: two runs with the Safety Net on end without errors" test "$first$second" = 00 -a ! -e "$ERRORS"
+    check "$how: the replaced and the deleted file are kept as they were" test "$(kept a.txt)$(kept b.txt)" = "first afirst b"
+    check "$how: ... and belong to $TEST_USER's archive" test -z "$(find "$NET" ! -user "$TEST_USER")"
+    check "$how: the share holds the backup and psync's side store alone" \
+        diff <(cd "$SHARE_DIR" && find . -mindepth 1 | sort) <(printf '%s\n' ./Net ./Net/.psync-attributes ./Net/a.txt ./Net/sub ./Net/sub/c.txt)
+    unmount_all 2>/dev/null
+done
+
+# --- the ordinary user's attacks -----------------------------------------------
+echo "# attacks by $OTHER_USER"
+mkdir -p "/home/$OTHER_USER/trap" && chown "$OTHER_USER:" "/home/$OTHER_USER/trap"
+untouched() { # untouched FOLDER ENTRY...: FOLDER holds just these, the trap nothing
+    [ -z "$(ls -A "/home/$OTHER_USER/trap")" ] && diff <(cd "$1" && find . | sort) <(printf '%s\n' "${@:2}" | sort)
+}
+autoconnect_pictures() { fill --remote --mirror --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Pictures" "$POINT/Pictures"; }
+verify_pictures() { fill --remote --mirror --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Pictures" "$POINT/Pictures"; }
+
+# His folder, left from the time any user could make one in /Volumes, holding
+# the destination: root neither mounts over it nor writes into it.
+mkdir -p "$POINT/Pictures" && echo mine > "$POINT/his.txt" && chown -R "$OTHER_USER:" "$POINT"
+autoconnect_pictures && run_script
+check "his folder at $POINT: the run refuses it, in words" \
+    grep -q "auto-connect: could not mount the volume $VOLUME from $SERVER: $POINT is in the way: a folder of $OTHER_USER that is not empty" "$ERRORS"
+check "... as the system log says" grep -q "automount.*refused: $POINT is in the way: a folder of $OTHER_USER" "$SYSLOG"
+check "... and the pair on it is not backed up" \
+    grep -q "/home/$TEST_USER/Pictures -> $POINT/Pictures: it lies on the remote volume $VOLUME, which could not be used" "$ERRORS"
+verify_pictures && run_script
+check "... nor with auto-connect off" \
+    bash -c "grep -q 'cannot be used: the volume $VOLUME of $SERVER is not connected' $ERRORS && grep -q 'it lies on the remote volume $VOLUME' $ERRORS"
+check "... nothing was written into it" untouched "$POINT" . ./his.txt ./Pictures
+
+# ... where he swaps the destination between a folder and a link to a folder
+# of root's, again and again through runs.
+mkdir -p /root/victim
+as_other bash -c 'for i in $(seq 2000); do
+        rm -rf "$1/Pictures"; mkdir "$1/Pictures"; rm -rf "$1/Pictures"; ln -s "$0" "$1/Pictures"
+    done' /root/victim "$POINT" >/dev/null 2>&1 &
+swapper=$!
+log_from=$(($(stat -c %s "$LOG") + 1))
+runs=0
+autoconnect_pictures
+while kill -0 "$swapper" 2>/dev/null; do
+    run_script
+    runs=$((runs + 1))
+done
+check "his link swapped in during $runs runs: refused in words, nothing written through it" \
+    bash -c "tail -c +$log_from $LOG | grep -q 'Pictures -> $POINT/Pictures: it lies on the remote volume $VOLUME' &&
+             ! tail -c +$log_from $LOG | grep -q 'Pictures -> $POINT/Pictures: done' && [ -z \"\$(ls -A /root/victim)\" ]"
+rm -rf "${POINT:?}/Pictures" && mkdir "$POINT/Pictures" && chown "$OTHER_USER:" "$POINT/Pictures"
+
+# The same folder empty: it goes, and root's own mount takes its place.
+rm -rf "${POINT:?}"/* && autoconnect_pictures && run_script; status=$?
+check "his empty folder gives way to root's mount point, and the backup runs" \
+    bash -c "[ $status -eq 0 ] && grep -q 'removed the empty folder $POINT of $OTHER_USER' $SYSLOG"
+
+# His look-alike mount: rclone through FUSE, open to root (an administrator
+# turned user_allow_other on again), with the real volume's name.
+echo user_allow_other >> /etc/fuse.conf
+mkdir -p "$POINT" && chown "$OTHER_USER:" "$POINT"
+mkdir -p "/home/$OTHER_USER/fake/Pictures" "/home/$OTHER_USER/fake/Plain" && chown -R "$OTHER_USER:" "/home/$OTHER_USER/fake"
+as_other setsid rclone mount "/home/$OTHER_USER/fake" "$POINT" --devname "//fileserver/$VOLUME" --allow-other \
+    --default-permissions --config /dev/null </dev/null >/dev/null 2>&1 &
+for _ in $(seq 100); do is_mounted "$POINT" && break; sleep 0.1; done
+check "(his look-alike is mounted, of the same type and source)" \
+    mounted_as "^fuse.rclone *//fileserver/$VOLUME .*user_id=$(id -u "$OTHER_USER"),"
+autoconnect_pictures && run_script
+check "his look-alike mount: the run refuses it, in words" \
+    grep -q "$POINT is not the volume $VOLUME of $SERVER for $TEST_USER: it was mounted by $OTHER_USER, not by root or $TEST_USER; nothing was written there" "$ERRORS"
+verify_pictures && run_script
+check "... with auto-connect off too" grep -q "cannot be used: $POINT is not the volume $VOLUME of $SERVER for $TEST_USER: it was mounted by $OTHER_USER" "$ERRORS"
+fill --remote "/home/$TEST_USER/Pictures" "$POINT/Plain" && run_script
+check "... and a run without a server tells it from the disk it remembers" \
+    grep -q "$POINT/Plain: the disk that held this backup is not there" "$ERRORS"
+check "... nothing was written into it" untouched "/home/$OTHER_USER/fake" . ./Pictures ./Plain
+as_other fusermount3 -u "$POINT"
+rmdir "$POINT"
+sed -i '/^user_allow_other$/d' /etc/fuse.conf
+
+# Races: all through runs, he tries to put a link or a folder of his at
+# /Volumes/share, to move root's away, and to reach into the backup.
+autoconnect_pictures
+as_other bash -c 'for i in $(seq 1000); do
+        ln -s "$0" "$1" 2>/dev/null && echo "link at $1"
+        mkdir "$1" 2>/dev/null && echo "folder at $1"
+        mv "$1" "$1.gone" 2>/dev/null && echo "moved $1"
+        ln -s "$0" "$1/Pictures/2026/x" 2>/dev/null && echo "link in the backup"
+    done' "/home/$OTHER_USER/trap" "$POINT" > /root/race.out 2>&1 &
+racer=$!
+runs=0 failed_runs=0
+while kill -0 "$racer" 2>/dev/null; do
+    date +%N > "/home/$TEST_USER/Pictures/2026/now.txt"
+    run_script || failed_runs=$((failed_runs + 1))
+    runs=$((runs + 1))
+done
+check "1000 rounds of his links, folders and moves during $runs runs: not one landed" test ! -s /root/race.out
+check "... every run backed up, and root wrote nothing into his trap" \
+    bash -c "[ $failed_runs -eq 0 ] && [ -z \"\$(ls -A /home/$OTHER_USER/trap)\" ] && cmp /home/$TEST_USER/Pictures/2026/now.txt $SHARE_DIR/Pictures/2026/now.txt"
+
+# --- failures: each a clear line, quick, nothing mounted, nothing lost ---------
 echo "# failures"
 before=$(cd "$SHARE_DIR" && find . -type f -exec sha256sum {} + | sort)
-fails_with() { # fails_with DESCRIPTION EXPECTED [automount arguments...]
+fails_with() { # fails_with DESCRIPTION EXPECTED COMMAND...
     local start=$SECONDS out status
-    out=$(timeout 120 "$AUTOMOUNT" "${@:3}" 2>&1); status=$?
+    out=$(timeout 120 "${@:3}" 2>&1); status=$?
     check "$1: a clear error" contains "$out" "$2"
-    check "$1: exit status 1, within 25 s" test "$status" -eq 1 -a $((SECONDS - start)) -le 25
-    check "$1: nothing mounted" bash -c "! findmnt -n --mountpoint '$POINT' >/dev/null"
+    check "$1: status 1 within 25 s, nothing mounted" \
+        bash -c "[ $status -eq 1 ] && [ $((SECONDS - start)) -le 25 ] && ! findmnt -n --mountpoint $POINT >/dev/null"
 }
-mount_args=(--user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME")
-
 store_password "not-the-password"
-fails_with "wrong password" "the server fileserver refused the password of $SMB_ACCOUNT" "${mount_args[@]}"
+fails_with "wrong password" "the server fileserver refused the password of $SMB_ACCOUNT" "$AUTOMOUNT" "${mount_args[@]}"
 store_password "$SMB_PASSWORD"
 printf '%s' "$SMB_PASSWORD" | as_user secret-tool store --label=other \
     xdg:schema org.gnome.keyring.NetworkPassword user "$SMB_ACCOUNT" server fileserver protocol smb object nothere
-fails_with "afp:// address" "this system has no AFP client" --user "$TEST_USER" afp://fileserver "$SMB_ACCOUNT" "$VOLUME"
-fails_with "address without a scheme" "has no scheme" --user "$TEST_USER" fileserver "$SMB_ACCOUNT" "$VOLUME"
-fails_with "no such volume" "has no volume nothere" --user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" nothere
-fails_with "root without a user" "needs --user USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME"
+fails_with "afp:// address" "this system has no AFP client" "$AUTOMOUNT" --user "$TEST_USER" afp://fileserver "$SMB_ACCOUNT" "$VOLUME"
+fails_with "address without a scheme" "has no scheme" "$AUTOMOUNT" --user "$TEST_USER" fileserver "$SMB_ACCOUNT" "$VOLUME"
+fails_with "no such volume" "has no volume nothere" "$AUTOMOUNT" --user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" nothere
+fails_with "an ordinary user" "only root mounts the remote volume" runuser -u "$OTHER_USER" -- "$AUTOMOUNT" "${mount_args[@]}"
+chmod 1777 /Volumes
+fails_with "/Volumes open to all" "/Volumes can be changed by users other than root (owner root, mode 1777)" "$AUTOMOUNT" "${mount_args[@]}"
+chmod 755 /Volumes
 
 stop_smbd
-fails_with "server down" "the server fileserver cannot be reached" "${mount_args[@]}"
+fails_with "server down" "the server fileserver cannot be reached" "$AUTOMOUNT" "${mount_args[@]}"
 
 as_user secret-tool lock --collection=login >/dev/null 2>&1
-fails_with "locked keyring" "the keyring of $TEST_USER is locked, so the password for $SMB_ACCOUNT@fileserver cannot be read" "${mount_args[@]}"
+fails_with "locked keyring" "the keyring of $TEST_USER is locked, so the password for $SMB_ACCOUNT@fileserver cannot be read" "$AUTOMOUNT" "${mount_args[@]}"
 
 stop_session
-fails_with "logged-out user" "the keyring of $TEST_USER is locked, so the password for $SMB_ACCOUNT@fileserver cannot be read" "${mount_args[@]}"
+fails_with "logged-out user" "the keyring of $TEST_USER is locked, so the password for $SMB_ACCOUNT@fileserver cannot be read" "$AUTOMOUNT" "${mount_args[@]}"
 
 after=$(cd "$SHARE_DIR" && find . -type f -exec sha256sum {} + | sort)
 check "the failures changed nothing on the server" test "$before" = "$after"
 check "... and left no mount point behind" test -z "$(ls -A /Volumes)"
-check "... nor in the source" bash -c "cd /root/src && find . -type f -exec sha256sum {} + | sort | diff -q - /root/src.sums >/dev/null"
 check "no trace of the password anywhere others look" no_leaks
 
 finish
