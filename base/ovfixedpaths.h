@@ -67,6 +67,13 @@ constexpr const char ManualBackupTool[] = "manual_backup";
 constexpr const char ManualBackupToolPath[] = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/manual_backup";
 
 constexpr const char ManualScriptName[] = "orvane_manual.rb";
+
+// The change journal: its daemon, its state (root, 0700) and its socket
+// (root only).
+constexpr const char JournalDaemon[] = "/usr/libexec/orvane-journal";
+constexpr const char StateFolder[] = "/var/lib/orvane";
+constexpr const char JournalStateFolder[] = "/var/lib/orvane/journal";
+constexpr const char JournalSocket[] = "/run/orvane-journal.socket";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores
