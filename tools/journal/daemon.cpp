@@ -128,6 +128,7 @@ private:
     int m_inotify = -1;
     std::string m_boot;
     std::set<std::string> m_fromScripts;
+    bool m_stopping = false;
 };
 
 void reply(int client, const std::string &message, int fd = -1)
@@ -414,6 +415,10 @@ void Daemon::serve()
             answerCommit(client, request);
         } else if (request.size() == 1 && request[0] == wire::Status) {
             answerStatus(client);
+        } else if (request.size() == 1 && request[0] == wire::Stop) {
+            reply(client, wire::pack({wire::Ok}));
+            syslog(LOG_INFO, "asked to stop");
+            m_stopping = true;
         } else {
             reply(client, wire::pack({wire::Refused, "not a request of the journal's"}));
         }
@@ -468,16 +473,16 @@ int Daemon::run(const std::string &notifySocket)
         if (fds[3].revents) {
             signalfd_siginfo info;
             while (read(signalFd, &info, sizeof info) == sizeof info) {
-                if (info.ssi_signo == SIGHUP) {
-                    scriptsChanged = true;
-                    continue;
-                }
-                const std::string path = OVFixedPaths::JournalSocket;
-                unlinkat(m_run, path.substr(path.rfind('/') + 1).c_str(), 0);
-                saveRun(false);
-                syslog(LOG_INFO, "stopped");
-                return 0;
+                scriptsChanged = scriptsChanged || info.ssi_signo == SIGHUP;
+                m_stopping = m_stopping || info.ssi_signo != SIGHUP;
             }
+        }
+        if (m_stopping) {
+            const std::string path = OVFixedPaths::JournalSocket;
+            unlinkat(m_run, path.substr(path.rfind('/') + 1).c_str(), 0);
+            saveRun(false);
+            syslog(LOG_INFO, "stopped");
+            return 0;
         }
         if (scriptsChanged) {
             rescan();
@@ -489,8 +494,13 @@ int client(int argc, char **argv)
 {
     const std::string mode = argv[1];
     if (mode == "--status" && argc == 2) {
-        std::fputs(status().c_str(), stdout);
-        return 0;
+        std::string text;
+        const bool answered = status(text);
+        std::fputs((text + (answered ? "" : "\n")).c_str(), answered ? stdout : stderr);
+        return answered ? 0 : 1;
+    }
+    if (mode == "--stop" && argc == 2) {
+        return stop() ? 0 : 1;
     }
     if (mode == "--commit" && argc == 5) {
         Cut cut;
@@ -529,6 +539,7 @@ int client(int argc, char **argv)
     std::fprintf(stderr,
                  "usage: orvane-journal                 the journal (root, in the foreground)\n"
                  "       orvane-journal --status        what it watches\n"
+                 "       orvane-journal --stop\n"
                  "       orvane-journal --cut SOURCE DESTINATION ENTRIES FOLDERS-ALONE [SETTING]...\n"
                  "       orvane-journal --commit SOURCE DESTINATION NUMBER\n");
     return 2;

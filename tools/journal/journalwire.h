@@ -17,12 +17,13 @@ namespace ovjournal::wire
 constexpr std::size_t MaxMessage = 256 * 1024;
 
 // Requests: "cut" SOURCE DESTINATION IDENTITY SETTINGS, "commit" SOURCE
-// DESTINATION NUMBER, "status".
+// DESTINATION NUMBER, "status", "stop".
 // Answers: "journal" NUMBER COUNT (+ the entries' file), "full" NUMBER
 // REASON, "ok", "refused" REASON, "status" TEXT.
 constexpr char Cut[] = "cut";
 constexpr char Commit[] = "commit";
 constexpr char Status[] = "status";
+constexpr char Stop[] = "stop";
 constexpr char Journal[] = "journal";
 constexpr char Full[] = "full";
 constexpr char Ok[] = "ok";

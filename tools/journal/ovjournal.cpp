@@ -213,17 +213,26 @@ std::string commitCut(const std::string &source, const std::string &destination,
     return answer.size() == 2 && answer[0] == wire::Refused ? answer[1] : std::string(NoAnswer);
 }
 
-std::string status()
+bool status(std::string &text)
 {
     Connection connection;
-    std::string why = connection.open(30);
-    if (!why.empty()) {
-        return why + "\n";
+    text = connection.open(30);
+    if (!text.empty()) {
+        return false;
     }
     std::vector<std::string> answer;
     if (!connection.ask(wire::pack({wire::Status}), answer) || answer.size() != 2 || answer[0] != wire::Status) {
-        return std::string(NoAnswer) + "\n";
+        text = NoAnswer;
+        return false;
     }
-    return answer[1];
+    text = answer[1];
+    return true;
+}
+
+bool stop()
+{
+    Connection connection;
+    std::vector<std::string> answer;
+    return connection.open(30).empty() && connection.ask(wire::pack({wire::Stop}), answer) && answer.size() == 1 && answer[0] == wire::Ok;
 }
 }

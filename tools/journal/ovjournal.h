@@ -39,6 +39,10 @@ Cut takeCut(const std::string &source, const std::string &destination, const std
 // the journal did not take it (the next run then walks fully).
 std::string commitCut(const std::string &source, const std::string &destination, const Cut &cut);
 
-// What the journal watches and why not, for people.
-std::string status();
+// What the journal watches and why not, for people; false (and why) when
+// no journal answers.
+bool status(std::string &text);
+
+// Asks the journal to stop (as the uninstall does without systemd).
+bool stop();
 }

@@ -35,11 +35,8 @@ def run(*command, **kw):
 class Daemon:
     def start(self):
         self.process = subprocess.Popen([JOURNAL], stderr=open(LOG, "ab"))
-        for _ in range(100):
-            if b"segment" in run(JOURNAL, "--status"):
-                return
-            time.sleep(0.05)
-        raise AssertionError("the journal did not start")
+        answers = lambda: subprocess.run([JOURNAL, "--status"], capture_output=True).returncode == 0
+        assert wait_for(answers), "the journal did not start"
 
     def signal(self, number):
         self.process.send_signal(number)
@@ -120,12 +117,14 @@ NAMES = [b"plain", b"with space", "caf\u00e9".encode(), "\u65e5\u672c".encode(),
 class Changes:
     """Random changes to a tree: everything a user does to files."""
 
+    count = 0
+
     def __init__(self, top):
-        self.top, self.count = top, 0
+        self.top = top
 
     def name(self):
-        self.count += 1
-        return random.choice(NAMES) + b"-%d" % self.count
+        Changes.count += 1
+        return random.choice(NAMES) + b"-%d" % Changes.count
 
     def entries(self, kind, single=True):
         found = []
@@ -223,6 +222,14 @@ def expect(src, dst, reason, flags="-aHAXx"):
     print("%s: %s %s" % (reason or "journal", kind, why))
 
 
+def wait_for(condition):
+    for _ in range(50):
+        if condition():
+            return True
+        time.sleep(0.1)
+    return False
+
+
 def mount_ext4(at, size="1G"):
     image = WORK + b"/disk.img"
     run("truncate", "-s", size, image)
@@ -255,6 +262,20 @@ def main():
         answer = run(*as_mallory, JOURNAL, "--cut", src, dst, "/dev/null", "/dev/null")
         assert answer == b"full 0 no journal running\n", answer
 
+        # The installed scripts' sources are watched from the start, and no
+        # longer once no script copies them.
+        daily = b"/Library/Application Support/Orvane/.daily"
+        os.makedirs(daily, mode=0o755, exist_ok=True)
+        script = daily + b"/orvane_daily.rb"
+        open(script + b".new", "wb").write(b'frequency = "Daily"\nsourceFolders = [ "/home/scripted \\"one\\"" ]\n')
+        os.chmod(script + b".new", 0o700)
+        os.makedirs(b'/home/scripted "one"')
+        os.rename(script + b".new", script)
+        watched = lambda: b'/home/scripted "one": watched (installed scripts)' in run(JOURNAL, "--status")
+        assert wait_for(watched), run(JOURNAL, "--status")
+        os.unlink(script)
+        assert wait_for(lambda: not watched())
+
         # Each way of losing track: a full walk that says why, then the journal again.
         changes = Changes(src)
         daemon.signal(signal.SIGKILL)
@@ -275,7 +296,8 @@ def main():
         expect(src, dst, "more changes at once than the journal could follow")
         changes.once()
         expect(src, dst, None)
-        daemon.signal(signal.SIGTERM)
+        run(JOURNAL, "--stop")
+        daemon.process.wait()
         changes.once()
         daemon.start()
         expect(src, dst, "the journal was restarted")
