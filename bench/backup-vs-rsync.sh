@@ -118,3 +118,7 @@ row "rerun, 1% changed and 1% deleted, Safety Net on (median of 5)" change-net
 s=$(median < "$work/change-net.floor"); r=$(median < "$work/change-net.rsync")
 printf '| the same, rsync --backup --backup-dir alone (the floor) | %.2f | %.2f | %s |\n' "$s" "$r" "$(ratio "$s" "$r")"
 echo "Safety Net archives hold $kept files; the script's copy equals the source: $same"
+
+# The change journal's cases, on a disk of their own (bench/journal-vs-rsync.sh),
+# where the daemon is installed (the sandbox with --install).
+[ ! -x /usr/libexec/orvane-journal ] || "$root/bench/journal-vs-rsync.sh" "$files"

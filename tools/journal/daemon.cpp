@@ -14,6 +14,7 @@
 #include "scripts.h"
 #include "watcher.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -185,7 +186,10 @@ bool Daemon::prepareState()
     } else {
         reason = "the journal was restarted since the last backup";
     }
-    m_book.start(m_book.current(), reason, now());
+    // Without books, numbering starts at the clock's seconds: above any
+    // number a lost book may have handed out, so no old cut is taken for a
+    // new one.
+    m_book.start(hadBook ? m_book.current() : static_cast<Segment>(std::max<std::int64_t>(now(), 1)), reason, now());
     syslog(LOG_INFO, "started: every destination's next copy walks fully (%s)", reason.c_str());
     saveRun(true);
     return true;
