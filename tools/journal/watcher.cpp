@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -31,6 +32,8 @@ constexpr char Unresolved[] = "the journal could not tell where a change happene
 constexpr char Moved[] = "the folder, or a folder holding it, was moved, renamed or replaced";
 constexpr char Remounted[] = "the folder's disk was disconnected or mounted again";
 constexpr char NotYet[] = "the journal was not watching this folder yet";
+constexpr char BoundInside[] = "a folder of the same disk is mounted inside it";
+constexpr char MountsChanged[] = "a disk was mounted or unmounted inside the folder";
 
 // File systems whose every change passes through this kernel and whose
 // files have lasting handles. Anything else is walked.
@@ -161,6 +164,8 @@ std::string Watcher::mark(const std::string &key, Source &source)
     }
     close(fd);
     source.marked = true;
+    bool sameDisk;
+    source.mounts = mountsInside(source, sameDisk);
     return std::string();
 }
 
@@ -250,6 +255,47 @@ bool Watcher::stillMarked(const Source &source) const
     return found;
 }
 
+// The mounts inside the source, as one text to compare: one appearing or
+// going changes what the copy sees there without an event. sameDisk: one of
+// them shows a folder of the source's own file system (a bind mount),
+// whose changes show under its other path only.
+std::string Watcher::mountsInside(const Source &source, bool &sameDisk) const
+{
+    sameDisk = false;
+    std::FILE *f = std::fopen("/proc/self/mountinfo", "re");
+    if (!f) {
+        sameDisk = true;
+        return std::string();
+    }
+    const std::string below = source.canonical == "/" ? source.canonical : source.canonical + "/";
+    std::string mounts;
+    char *line = nullptr;
+    std::size_t size = 0;
+    while (getline(&line, &size, f) > 0) {
+        unsigned id = 0, major = 0, minor = 0;
+        char point[4096];
+        if (std::sscanf(line, "%u %*u %u:%u %*s %4095s", &id, &major, &minor, point) != 4) {
+            continue;
+        }
+        std::string unescaped;
+        for (const char *p = point; *p; ++p) {
+            if (p[0] == '\\' && p[1] >= '0' && p[1] <= '3' && p[2] && p[3]) {
+                unescaped += static_cast<char>((p[1] - '0') * 64 + (p[2] - '0') * 8 + (p[3] - '0'));
+                p += 3;
+            } else {
+                unescaped += *p;
+            }
+        }
+        if (startsWith(unescaped, below)) {
+            mounts += std::to_string(id) + ' ' + unescaped + '\0';
+            sameDisk = sameDisk || makedev(major, minor) == source.device;
+        }
+    }
+    std::free(line);
+    std::fclose(f);
+    return mounts;
+}
+
 std::string Watcher::check(const std::string &key, Book &book)
 {
     const auto it = m_sources.find(key);
@@ -264,10 +310,17 @@ std::string Watcher::check(const std::string &key, Book &book)
         const int fd = openVerified(key, source);
         if (fd >= 0) {
             close(fd);
-            if (stillMarked(source)) {
-                return std::string();
+            bool sameDisk = false;
+            const std::string mounts = mountsInside(source, sameDisk);
+            if (!stillMarked(source)) {
+                book.lose(key, Remounted);
+            } else if (mounts != source.mounts) {
+                book.lose(key, MountsChanged);
+                source.mounts = mounts;
+                return sameDisk ? BoundInside : std::string();
+            } else {
+                return sameDisk ? BoundInside : std::string();
             }
-            book.lose(key, Remounted);
         } else {
             book.lose(key, Moved);
         }

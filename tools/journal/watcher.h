@@ -58,12 +58,14 @@ private:
         std::uint64_t fsid = 0;
         bool marked = false;
         std::string whyNot;
+        std::string mounts; // mounted inside it, when last looked at
     };
     enum class Found { Path, Gone, Lost };
 
     std::string mark(const std::string &key, Source &source);
     int openVerified(const std::string &key, const Source &source) const;
     bool stillMarked(const Source &source) const;
+    std::string mountsInside(const Source &source, bool &sameDisk) const;
     Found resolve(int mountFd, std::uint64_t mount, const void *handle, std::string &path);
     void event(Book &book, std::uint64_t mask, std::uint64_t fsid, const void *handle, const char *name, std::map<std::uint64_t, int> &mounts);
     void place(Book &book, const std::string &key, const Source &source, const std::string &path, std::uint64_t mask, bool named);

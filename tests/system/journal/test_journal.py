@@ -305,6 +305,19 @@ def main():
         kind, why = copy(src, dst, settings=["--exclude=*.o"])
         assert "settings changed" in why, why
         same(src, dst)
+        # A folder of the same disk bound inside the source shows its changes
+        # under its other path: walked while it is there, and once it goes.
+        os.makedirs(src + b"/bound/here")
+        os.makedirs(src + b"/bound/from")
+        open(src + b"/bound/from/file", "wb").write(b"bound")
+        run("mount", "--bind", src + b"/bound/from", src + b"/bound/here")
+        expect(src, dst, "a folder of the same disk is mounted inside it")
+        open(src + b"/bound/here/file", "ab").write(b"+")
+        expect(src, dst, "a folder of the same disk is mounted inside it")
+        run("umount", src + b"/bound/here")
+        expect(src, dst, "a disk was mounted or unmounted inside the folder")
+        changes.once()
+        expect(src, dst, None)
 
         # Two destinations in turn, on another file system (tmpfs): each gets
         # what it lacks.
