@@ -151,11 +151,11 @@ class Changes:
 
     def once(self, links=False):
         ops = ["new", "append", "truncate", "rewrite", "delete", "rename", "mkdir", "rmtree", "move_dir",
-               "file_to_dir", "dir_to_file", "symlink", "chmod", "times", "xattr"] + (["hardlink"] * 3 if links else [])
+               "file_to_dir", "dir_to_file", "symlink", "chmod", "times", "xattr", "acl"] + (["hardlink"] * 3 if links else [])
         op = random.choice(ops)
         f, d = self.pick("file"), self.pick("dir")
         if op == "new" or (f is None and op in ("append", "truncate", "rewrite", "delete", "rename", "file_to_dir",
-                                                  "chmod", "xattr", "hardlink")):
+                                                  "chmod", "xattr", "acl", "hardlink")):
             self.write(os.path.join(self.folder(), self.name()))
         elif op == "append":
             open(f, "ab").write(b"more\n")
@@ -193,6 +193,8 @@ class Changes:
             os.utime(random.choice([f, d]) or d, ns=(random.getrandbits(50), random.getrandbits(50)))
         elif op == "xattr":
             os.setxattr(f, b"user.orvane", os.urandom(8))
+        elif op == "acl":
+            subprocess.run(["setfacl", "-m", "u:nobody:r" + random.choice(["", "w"]), random.choice([f, d])], check=True)
         elif op == "hardlink":
             os.link(f, os.path.join(self.folder(), self.name()))
         return op
