@@ -32,6 +32,7 @@ void Book::start(Segment last, const std::string &reason, std::int64_t now)
     m_markers.push_back({m_current, std::string(), reason});
     for (auto &source : m_sources) {
         source.second.records.clear();
+        source.second.recordBytes = 0;
         source.second.freshFolders.clear();
         refresh(source.first);
     }
@@ -51,13 +52,17 @@ void Book::note(const std::string &key, const std::string &path, bool folder)
             }
         }
     }
-    Record &record = source.records[path];
+    const auto inserted = source.records.try_emplace(path);
+    Record &record = inserted.first->second;
+    if (inserted.second) {
+        source.recordBytes += path.size();
+    }
     record.last = m_current;
     if (folder) {
         record.lastFolder = m_current;
         source.freshFolders.insert(path);
     }
-    if (source.records.size() > MaxRecords) {
+    if (source.records.size() > MaxRecords || source.recordBytes > MaxRecordBytes) {
         lose(key, TooMany);
     }
 }
@@ -126,11 +131,17 @@ void Book::refresh(const std::string &key)
     source.wanted = floor != Never;
     if (!source.wanted) {
         source.records.clear();
+        source.recordBytes = 0;
         source.freshFolders.clear();
         return;
     }
     for (auto it = source.records.begin(); it != source.records.end();) {
-        it = it->second.last <= floor ? source.records.erase(it) : std::next(it);
+        if (it->second.last <= floor) {
+            source.recordBytes -= it->first.size();
+            it = source.records.erase(it);
+        } else {
+            ++it;
+        }
     }
 }
 

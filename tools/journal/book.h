@@ -39,9 +39,11 @@ public:
     static constexpr std::int64_t Week = 7 * 24 * 3600;
     // A destination not backed up for this long is forgotten.
     static constexpr std::int64_t Forget = 60 * 24 * 3600;
-    // More changed paths than this under one source are not worth keeping:
-    // a full walk costs less than the list.
-    static constexpr std::size_t MaxRecords = 2000000;
+    // More changed paths than this under one source are not worth keeping
+    // (a full walk costs less than such a list), nor is the memory a user
+    // could make root's daemon spend on them.
+    static constexpr std::size_t MaxRecords = 500000;
+    static constexpr std::size_t MaxRecordBytes = 64 << 20;
 
     // A fresh start after segment `last`: whatever happened before is
     // unknown, for `reason`.
@@ -102,6 +104,7 @@ private:
     };
     struct Source {
         std::unordered_map<std::string, Record> records;
+        std::size_t recordBytes = 0; // of their paths
         // Folders made or moved in during the current segment: whatever
         // happens below them now is copied with them.
         std::unordered_set<std::string> freshFolders;
