@@ -74,6 +74,12 @@ constexpr const char JournalDaemon[] = "/usr/libexec/orvane-journal";
 constexpr const char StateFolder[] = "/var/lib/orvane";
 constexpr const char JournalStateFolder[] = "/var/lib/orvane/journal";
 constexpr const char JournalSocket[] = "/run/orvane-journal.socket";
+
+// psync: the rsync it drives (and the oldest it accepts), and its per-pair
+// state (root, 0700).
+constexpr const char RsyncPath[] = "/usr/bin/rsync";
+constexpr const char RsyncVersionNeeded[] = "3.5.0";
+constexpr const char PsyncStateFolder[] = "/var/lib/orvane/psync";
 }
 
 // The backup frequencies, numbered as an item's frequency column stores

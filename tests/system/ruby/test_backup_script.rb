@@ -297,20 +297,6 @@ class TestBackupScript < Test::Unit::TestCase
     assert_empty(Dir.children(root_only))
   end
 
-  # What a killed run left: psync clears rsync's temporary files, but never
-  # in a left-out folder, where earlier versions wait for the Safety Net
-  # (a kept file may be named like a temporary one); the mirror leaves it.
-  def test_psync_leaves_a_left_out_folder_alone
-    write(File.join(@source, "f"), "f")
-    write(File.join(@dest, ".f.abcdef"), "rsync's temporary file")
-    write(File.join(@dest, ".orvane-kept-5", "kept", ".conf.abcdef"), "an earlier version")
-    FileUtils.mkdir_p(File.join(@dest, ".psync-work"))
-    assert(system(PSYNC, "-d", "--exclude-path=.orvane-kept-5", @source, @dest))
-    assert_equal([".orvane-kept-5", "f"], Dir.children(@dest).sort)
-    assert_equal("an earlier version", File.read(File.join(@dest, ".orvane-kept-5", "kept", ".conf.abcdef")))
-    assert_false(system(PSYNC, "--backup-dir=../elsewhere", @source, @dest, err: File::NULL), "a relative backup folder stays inside")
-  end
-
   # Old archives are their owner's, who may have put links in them: pruning
   # removes the links, never what they point at, and one it cannot remove is
   # an error the user sees.
@@ -436,47 +422,5 @@ class TestBackupScript < Test::Unit::TestCase
     assert_equal(["a"], Dir.children(second))
     assert_match(/not burned: Toast Titanium does not exist/, File.read("/var/log/.orvane_daily.err"))
     assert(File.exist?(File.join(@dir, ".lastbackup")), "the run completed")
-  end
-
-  def test_remote_volume_keeps_attributes_aside
-    write(File.join(@source, "a"), "a", mode: 0o640)
-    assert_equal(0, run_backup(backupCommand: "#{PSYNC} -drm", remoteBackup: true))
-    store = File.binread(File.join(@dest, ".psync-attributes")).split("\0")
-    assert_include(store, "640 0 0 a")
-  end
-
-  def test_a_killed_run_leaves_old_or_new_and_the_next_run_completes
-    old = {}
-    new = {}
-    12.times do |i|
-      name = "file #{i}"
-      old[name] = Random.bytes(16 * 1024**2)
-      new[name] = Random.bytes(16 * 1024**2)
-      write_old(File.join(@dest, name), old[name])
-      write(File.join(@source, name), new[name])
-    end
-    File.binwrite(File.join(@dir, "settings"), Marshal.dump(settings))
-    runner = "load #{TEMPLATE.dump}; exit OrvaneBackup.new(Marshal.load(File.binread(ARGV[0]))).run"
-    pid = Process.spawn("ruby", "-e", runner, File.join(@dir, "settings"), pgroup: true, out: File::NULL, err: File::NULL)
-    deadline = Time.now + 30
-    until Time.now > deadline || old.keys.any? { |n| File.binread(File.join(@dest, n)) == new[n] }
-      sleep 0.02
-    end
-    Process.kill("KILL", -pid)
-    Process.wait(pid)
-
-    finished = old.keys.count { |n| File.binread(File.join(@dest, n)) == new[n] }
-    old.each_key do |name|
-      content = File.binread(File.join(@dest, name))
-      assert(content == old[name] || content == new[name], "#{name} is neither old nor new")
-    end
-    assert_operator(finished, :<, old.size, "the run was killed half-way")
-    # Besides the files, only the run's mark and rsync's temporary files.
-    assert_empty((Dir.children(@dest) - old.keys - [".psync-work"]).reject { |n| n.match?(/\A\.file \d+\.[A-Za-z0-9]{6}\z/) })
-
-    # The next run, without mirroring, clears what the killed one left.
-    assert_equal(0, run_backup)
-    old.each_key { |name| assert(new[name] == File.binread(File.join(@dest, name)), "#{name} is not the new version") }
-    assert_equal(old.keys.sort, Dir.children(@dest).sort)
   end
 end

@@ -1,0 +1,421 @@
+#!/usr/bin/python3
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
+# The installed psync on real files, as root, in the test sandbox, with two
+# real users: "ovadmin" owns the Safety Net, "ovbob" attacks.
+import os
+import random
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+PSYNC = "/usr/local/bin/psync"
+ANY_RSYNC = os.environ.get("OV_PSYNC_ANY_RSYNC", "")
+OLD_RSYNC = os.environ.get("OV_OLD_RSYNC", "")
+NET_NAME = "2026-11-25 10.00.00 Daily"
+
+
+def sh(*args, **kw):
+    return subprocess.run(args, check=True, **kw)
+
+
+def user(name):
+    if subprocess.run(["id", name], capture_output=True).returncode != 0:
+        sh("useradd", "-m", name)
+    out = subprocess.run(["id", "-u", name], capture_output=True, text=True).stdout
+    return int(out)
+
+
+def psync(*args, stdin=None, program=PSYNC, **kw):
+    return subprocess.run([program, *args], input=stdin, capture_output=True, **kw)
+
+
+def write(path, data, mode=0o644, mtime=None):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        f.write(data if isinstance(data, bytes) else data.encode())
+    os.chmod(path, mode)
+    if mtime:
+        os.utime(path, (mtime, mtime))
+
+
+def slurp(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
+def tree(root):
+    """relative path -> (kind, mode, uid, content or link)"""
+    out = {}
+    for folder, dirs, files in os.walk(root):
+        for name in dirs + files:
+            full = os.path.join(folder, name)
+            rel = os.path.relpath(full, root)
+            st = os.lstat(full)
+            if stat.S_ISLNK(st.st_mode):
+                out[rel] = ("link", os.readlink(full))
+            elif stat.S_ISDIR(st.st_mode):
+                out[rel] = ("dir", stat.S_IMODE(st.st_mode), st.st_uid)
+            else:
+                with open(full, "rb") as f:
+                    out[rel] = ("file", stat.S_IMODE(st.st_mode), st.st_uid, f.read())
+    return out
+
+
+class PsyncTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        if not os.environ.get("OV_IN_SANDBOX"):
+            raise unittest.SkipTest("runs only inside tests/sandbox/ov-sandbox")
+        cls.admin = user("ovadmin")
+        cls.bob = user("ovbob")
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="ov-psync-", dir="/tmp")
+        os.chmod(self.dir, 0o755)
+        self.src = os.path.join(self.dir, "source")
+        self.dst = os.path.join(self.dir, "backup")
+        self.net = os.path.join(self.dir, "Safety Net")
+        for d in (self.src, self.dst, self.net):
+            os.makedirs(d)
+        os.chown(self.net, self.admin, self.admin)
+        self.mounts = []
+
+    def tearDown(self):
+        for m in reversed(self.mounts):
+            subprocess.run(["umount", "-l", m])
+        sh("rm", "-rf", "--one-file-system", self.dir)
+
+    def net_args(self, keep="everything", name=NET_NAME):
+        return ["--safety-net=" + self.net, "--safety-net-owner=ovadmin", "--archive=" + name, "--keep=" + keep]
+
+    def kept(self, name=NET_NAME):
+        return os.path.join(self.net, name, self.dst.lstrip("/"))
+
+    def mount_tmpfs(self, point, size="16m"):
+        os.makedirs(point, exist_ok=True)
+        sh("mount", "-t", "tmpfs", "-o", "size=" + size, "ov-test", point)
+        self.mounts.append(point)
+
+    # Contents, owners, modes, nanosecond times, xattrs, ACLs, hard links and
+    # holes; a change of metadata alone reaches the copy at the next run.
+    def test_copy_keeps_every_kind_of_metadata(self):
+        write(f"{self.src}/tagged.txt", "tagged")
+        sh("setfattr", "-n", "user.xdg.tags", "-v", "red", f"{self.src}/tagged.txt")
+        sh("setfattr", "-n", "trusted.ov", "-v", "root only", f"{self.src}/tagged.txt")
+        os.makedirs(f"{self.src}/shared")
+        sh("setfacl", "-m", "u:ovbob:rwx", "-d", "-m", "u:ovbob:rx", f"{self.src}/shared")
+        write(f"{self.src}/shared/plain", "plain")
+        write(f"{self.src}/private", "bob's", mode=0o600)
+        os.chown(f"{self.src}/private", self.bob, self.bob)
+        os.link(f"{self.src}/shared/plain", f"{self.src}/twin")
+        with open(f"{self.src}/sparse", "wb") as f:
+            f.truncate(64 << 20)
+        os.symlink("tagged.txt", f"{self.src}/link")
+        self.assertEqual(0, psync("-d", self.src, self.dst).returncode)
+        attrs = lambda p: subprocess.run(["getfattr", "-d", "-m", "-", "--absolute-names", p], capture_output=True).stdout.split(b"\n", 1)[-1]
+        acl = lambda p: subprocess.run(["getfacl", "-cp", p], capture_output=True).stdout
+        for rel in ("tagged.txt", "shared", "private", "sparse"):
+            s, d = os.lstat(f"{self.src}/{rel}"), os.lstat(f"{self.dst}/{rel}")
+            self.assertEqual((s.st_mode, s.st_uid, s.st_mtime_ns), (d.st_mode, d.st_uid, d.st_mtime_ns), rel)
+            self.assertEqual(attrs(f"{self.src}/{rel}"), attrs(f"{self.dst}/{rel}"), rel)
+            self.assertEqual(acl(f"{self.src}/{rel}"), acl(f"{self.dst}/{rel}"), rel)
+        self.assertEqual(os.stat(f"{self.dst}/twin").st_ino, os.stat(f"{self.dst}/shared/plain").st_ino)
+        self.assertLess(os.stat(f"{self.dst}/sparse").st_blocks, 64)
+        # A new tag alone, a tag removed, an ACL removed.
+        sh("setfattr", "-n", "user.xdg.tags", "-v", "red,blue", f"{self.src}/tagged.txt")
+        sh("setfattr", "-n", "user.baloo.rating", "-v", "8", f"{self.src}/private")
+        sh("setfacl", "-b", "-k", f"{self.src}/shared")
+        self.assertEqual(0, psync("-d", self.src, self.dst).returncode)
+        for rel in ("tagged.txt", "private", "shared"):
+            self.assertEqual(attrs(f"{self.src}/{rel}"), attrs(f"{self.dst}/{rel}"), rel)
+            self.assertEqual(acl(f"{self.src}/{rel}"), acl(f"{self.dst}/{rel}"), rel)
+
+    # rsync compares whole seconds unless told otherwise: a rewrite within
+    # the same second with the same size must still be copied.
+    def test_same_second_rewrite_is_copied(self):
+        misses = 0
+        for i in range(60):
+            write(f"{self.src}/balance", f"balance: 100 EUR {i:03d}")
+            psync(self.src, self.dst)
+            write(f"{self.src}/balance", f"balance: 999 EUR {i:03d}")
+            psync(self.src, self.dst)
+            with open(f"{self.dst}/balance") as f:
+                misses += f.read() != f"balance: 999 EUR {i:03d}"
+        self.assertEqual(0, misses)
+
+    # Patterns at depth, paths, folders only, cache folders, odd names;
+    # excluded stays at the target, dropped goes to the Safety Net.
+    def test_exclusions(self):
+        names = ["keep.txt", "deep/a/b/junk.tmp", "deep/node_modules/x.js", "node_modules/y.js", "photos/été/raw.tmp",
+                 "photos/été/ok.jpg", b"odd \xff\xfe/name.tmp", "docs/build", "docs/build2/file", "logs/app.log",
+                 "cache/CACHEDIR.TAG", "cache/data", "notcache/CACHEDIR.TAG"]
+        for n in names:
+            n = n if isinstance(n, bytes) else n.encode()
+            data = b"Signature: 8a477f597d28d172789f06886806bc55\n" if n == b"cache/CACHEDIR.TAG" else b"x" * 10
+            write(os.path.join(self.src.encode(), n), data)
+        write(f"{self.dst}/logs/old.log", "earlier copy")
+        write(f"{self.dst}/node_modules/stale.js", "earlier copy")
+        args = ["--exclude=*.tmp", "--exclude=node_modules/", "--exclude-path=/docs/build", "--exclude=docs/build2/",
+                "--drop=logs/", "-d", *self.net_args()]
+        r = psync(*args, self.src, self.dst)
+        self.assertEqual(0, r.returncode, r.stderr)
+        got = set(tree(self.dst.encode()))
+        want = {b"keep.txt", b"deep", b"deep/a", b"deep/a/b", b"photos", "photos/été".encode(), "photos/été/ok.jpg".encode(),
+                b"odd \xff\xfe", b"docs", b"notcache", b"notcache/CACHEDIR.TAG", b"node_modules", b"node_modules/stale.js"}
+        self.assertEqual(want, got)
+        self.assertEqual(b"earlier copy", open(os.path.join(self.kept(), "logs/old.log"), "rb").read())
+        self.assertIn(b"psync: kept 1 files", r.stdout)
+        # A preview as a plain user names what a run would do.
+        write(f"{self.src}/new", "new")
+        os.chmod(self.dir, 0o755)
+        r = subprocess.run(["runuser", "-u", "ovbob", "--", PSYNC, "-n", "--preview", *args[:-4], self.src, self.dst], capture_output=True)
+        self.assertEqual([b"copy 3 new"], r.stdout.split(b"\0")[:-1], r.stderr)
+
+    # A folder that holds the target, excluded: the target is never copied
+    # into itself.
+    def test_target_inside_an_excluded_folder(self):
+        write(f"{self.src}/a", "a")
+        inside = f"{self.src}/Backups/daily"
+        os.makedirs(inside)
+        self.assertEqual(0, psync("-d", "--exclude-path=/Backups", self.src, inside).returncode)
+        self.assertEqual(["a"], os.listdir(inside))
+
+    # Another disk inside a source is named, and the run warns.
+    def test_mount_inside_source_is_named(self):
+        self.mount_tmpfs(f"{self.src}/Photos")
+        write(f"{self.src}/Photos/p.jpg", "photo")
+        r = psync(self.src, self.dst)
+        self.assertEqual(1, r.returncode)
+        self.assertIn(f"psync: not copied: {self.src}/Photos is another disk mounted inside the source".encode(), r.stdout)
+
+    def test_full_target(self):
+        self.mount_tmpfs(self.dst, "2m")
+        write(f"{self.src}/big", os.urandom(4 << 20))
+        r = psync(self.src, self.dst)
+        self.assertEqual(4, r.returncode, r.stderr)
+        self.assertIn(b"the destination became full", r.stderr)
+
+    # The choice of what to keep; kept files keep their owner and mode, the
+    # archive's folders are the owner's; a second pair into the same target
+    # takes the next second; another disk copies a file of mode 000 too.
+    def test_safety_net(self):
+        for i, (keep, want) in enumerate((("everything", {"changed", "deleted", "sub/private"}), ("changed", {"changed"}),
+                           ("deleted", {"deleted", "sub/private"}))):
+            sh("rm", "-rf", self.src, self.dst)
+            write(f"{self.dst}/changed", "old", mtime=1e9)
+            write(f"{self.dst}/deleted", "gone")
+            write(f"{self.dst}/sub/private", "bob's secret", mode=0o600)
+            os.chown(f"{self.dst}/sub/private", self.bob, self.bob)
+            write(f"{self.src}/changed", "new")
+            name = f"2026-11-25 10.00.0{i} Daily"
+            r = psync("-d", *self.net_args(keep, name), self.src, self.dst)
+            self.assertEqual(0, r.returncode, r.stderr)
+            kept = self.kept(name)
+            files = {os.path.relpath(os.path.join(d, f), kept) for d, _, fs in os.walk(kept) for f in fs}
+            self.assertEqual(want, files, keep)
+            if "sub/private" in want:
+                st = os.stat(f"{kept}/sub/private")
+                self.assertEqual((self.bob, 0o600), (st.st_uid, stat.S_IMODE(st.st_mode)))
+                self.assertEqual((self.admin, 0o700), (os.stat(f"{kept}/sub").st_uid, stat.S_IMODE(os.stat(f"{kept}/sub").st_mode)))
+            for d in (os.path.join(self.net, name), kept):
+                self.assertEqual(self.admin, os.stat(d).st_uid)
+        # Two pairs into one target in one run: the next free second.
+        for version, used in (("newer", "10.00.05"), ("newest", "10.00.06")):
+            write(f"{self.src}/changed", version)
+            r = psync("-d", *self.net_args("everything", "2026-11-25 10.00.05 Daily"), self.src, self.dst)
+            self.assertIn(f"psync: kept 1 files in 2026-11-25 {used} Daily".encode(), r.stdout)
+        # Another disk; a file of mode 000.
+        other = f"{self.dir}/other disk"
+        self.mount_tmpfs(other)
+        self.net = f"{other}/net"
+        os.makedirs(self.net)
+        os.chown(self.net, self.admin, self.admin)
+        write(f"{self.dst}/locked", "locked", mode=0o000)
+        write(f"{self.src}/changed", "last")
+        r = psync("-d", *self.net_args(), self.src, self.dst)
+        self.assertEqual(0, r.returncode, r.stderr)
+        self.assertEqual(b"locked", slurp(f"{self.kept()}/locked"))
+        self.assertEqual(0, stat.S_IMODE(os.stat(f"{self.kept()}/locked").st_mode))
+        self.assertEqual([], [n for n in os.listdir(self.net) if n.startswith(".psync")])
+        # The folder must be the owner's.
+        os.chown(self.net, self.bob, self.bob)
+        r = psync("-d", *self.net_args(), self.src, self.dst)
+        self.assertEqual(2, r.returncode)
+        self.assertIn(b"does not belong to ovadmin", r.stderr)
+
+    # Pruning removes the archive by descriptor: links in it are removed, never
+    # followed; a mount inside stops it.
+    def test_prune_archives(self):
+        victim = f"{self.dir}/victim"
+        write(f"{victim}/keep", "keep")
+        for name in ("old one", "old two"):
+            write(f"{self.net}/{name}/d/file", "archived")
+            os.symlink(victim, f"{self.net}/{name}/d/link")
+            os.symlink(victim, f"{self.net}/{name}/top")
+        sh("chown", "-R", "ovadmin:ovadmin", self.net)
+        r = psync("--prune-archives", "--safety-net=" + self.net, "--safety-net-owner=ovadmin", "old one", "old two")
+        self.assertEqual(0, r.returncode, r.stderr)
+        self.assertEqual(b"psync: removed old one\npsync: removed old two\n", r.stdout)
+        self.assertEqual(["keep"], os.listdir(victim))
+        self.assertEqual([], os.listdir(self.net))
+        self.mount_tmpfs(f"{self.net}/mounted/inside")
+        write(f"{self.net}/mounted/inside/f", "f")
+        r = psync("--prune-archives", "--safety-net=" + self.net, "--safety-net-owner=ovadmin", "mounted")
+        self.assertEqual(2, r.returncode)
+        self.assertTrue(os.path.exists(f"{self.net}/mounted/inside/f"))
+
+    # Too many deletions are held; each answer, and none.
+    def test_hold_deletions(self):
+        for i in range(40):
+            write(f"{self.dst}/f{i:02d}", "x")
+            if i < 5:
+                write(f"{self.src}/f{i:02d}", "x")
+                os.utime(f"{self.src}/f{i:02d}", ns=(os.stat(f"{self.dst}/f{i:02d}").st_mtime_ns,) * 2)
+        write(f"{self.src}/new", "new")
+        for answer, status, left in ((b"keep\n", 3, 41), (b"", 3, 41), (b"delete\n", 0, 6)):
+            r = psync("-d", "--hold-deletions", *self.net_args(), self.src, self.dst, stdin=answer)
+            self.assertEqual(status, r.returncode, (answer, r.stderr))
+            self.assertIn(b"psync: hold 35\n", r.stdout)
+            self.assertEqual(left, len(os.listdir(self.dst)), answer)
+            self.assertTrue(os.path.exists(f"{self.dst}/new"))
+        self.assertEqual(35, len(os.listdir(os.path.join(self.kept()))))
+        # Killed while it waits for the answer: the next run puts them back.
+        for i in range(5, 40):
+            write(f"{self.dst}/f{i:02d}", "x")
+        p = subprocess.Popen([PSYNC, "-d", "--hold-deletions", self.src, self.dst], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.assertEqual(b"psync: full walk (no journal running)\n", p.stdout.readline())
+        self.assertEqual(b"psync: hold 35\n", p.stdout.readline())
+        p.kill()
+        p.wait()
+        r = psync(self.src, self.dst)
+        self.assertEqual(0, r.returncode, r.stderr)
+        self.assertEqual(41, len(os.listdir(self.dst)))
+
+    # kill -9 at any moment: every file old or new, a user's ".notes.backup"
+    # (named like rsync's temporary files) survives, the next run finishes.
+    def test_killed_runs(self):
+        old, new = {}, {}
+        for i in range(8):
+            old[i], new[i] = os.urandom(2 << 20), os.urandom(2 << 20)
+        def reset(first_copy):
+            sh("rm", "-rf", self.src, self.dst)
+            os.makedirs(self.dst)
+            for i in old:
+                write(f"{self.src}/d{i % 3}/file{i}", new[i])
+                if not first_copy:
+                    write(f"{self.dst}/d{i % 3}/file{i}", old[i], mtime=1e9)
+            write(f"{self.dst}/.notes.backup", "my notes")
+            write(f"{self.dst}/d1/.config.abcdef", "looks temporary")
+        for round_ in range(100):
+            first_copy = round_ % 4 == 0
+            reset(first_copy)
+            p = subprocess.Popen([PSYNC, *(["-d"] if round_ % 3 == 0 else []), *self.net_args(), self.src, self.dst],
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+            time.sleep(random.uniform(0, 0.25))
+            os.killpg(p.pid, signal.SIGKILL)
+            p.wait()
+            for i in old:
+                path = f"{self.dst}/d{i % 3}/file{i}"
+                if os.path.exists(path):
+                    self.assertIn(slurp(path), (old[i], new[i]), round_)
+                else:
+                    # Between rsync's two renames the old version waits in the
+                    # work folder, for the next run to put back.
+                    aside = [w for w in os.listdir(self.dst) if w.startswith(".psync-work")
+                             and os.path.exists(f"{self.dst}/{w}/kept/d{i % 3}/file{i}")]
+                    self.assertTrue(first_copy or aside, round_)
+            r = psync(*(["-d"] if round_ % 3 == 0 else []), *self.net_args(), self.src, self.dst)
+            self.assertEqual(0, r.returncode, r.stderr)
+            for i in old:
+                self.assertEqual(new[i], slurp(f"{self.dst}/d{i % 3}/file{i}"), round_)
+            notes = [f"{self.dst}/.notes.backup"] + [os.path.join(d, ".notes.backup") for d, _, fs in os.walk(self.net) if ".notes.backup" in fs]
+            self.assertTrue(any(os.path.exists(n) for n in notes), round_)
+            if round_ % 3:
+                self.assertEqual(b"my notes", slurp(f"{self.dst}/.notes.backup"))
+                self.assertTrue(os.path.exists(f"{self.dst}/d1/.config.abcdef"))
+            self.assertEqual([], [n for n in os.listdir(self.dst) if n.startswith(".psync-work")], round_)
+            sh("rm", "-rf", self.net)
+            os.makedirs(self.net)
+            os.chown(self.net, self.admin, self.admin)
+
+    # The remote volume's side store is written by descriptor: a link at its
+    # name is replaced, never followed.
+    def test_side_store_follows_no_link(self):
+        victim = f"{self.dir}/victim"
+        write(victim, "untouched")
+        write(f"{self.src}/a", "a", mode=0o640)
+        os.symlink(victim, f"{self.dst}/.psync-attributes")
+        r = psync("-r", self.src, self.dst)
+        self.assertEqual(0, r.returncode, r.stderr)
+        self.assertEqual(b"untouched", slurp(victim))
+        self.assertIn(b"640 0 0 a\0", slurp(f"{self.dst}/.psync-attributes"))
+
+    def test_old_rsync_is_refused(self):
+        if not os.path.exists(OLD_RSYNC):
+            self.skipTest("no old rsync unpacked (dev/install-deps test)")
+        sh("mount", "--bind", OLD_RSYNC, "/usr/bin/rsync")
+        try:
+            write(f"{self.src}/a", "a")
+            r = psync(self.src, self.dst)
+            self.assertEqual(2, r.returncode)
+            self.assertRegex(r.stderr.decode().splitlines()[-1], r"^psync: rsync 3\.2\.7 is too old: backups need rsync 3\.5\.0 or newer")
+            self.assertEqual([], os.listdir(self.dst))
+        finally:
+            sh("umount", "/usr/bin/rsync")
+
+    # The target's owner (bob, who also owns the Safety Net here) races the
+    # work folder and the archive with links to a root-only folder, while
+    # psync runs: nothing lands there. With rsync 3.5.0, and with the old
+    # rsync and psync's own code alone (no version check).
+    def test_races_on_the_work_folder_and_the_archive(self):
+        for program, rsync in ((PSYNC, None), (ANY_RSYNC, OLD_RSYNC)):
+            if rsync and not (os.path.exists(rsync) and os.path.exists(program)):
+                self.skipTest("no old rsync unpacked (dev/install-deps test)")
+            with self.subTest(rsync=rsync or "installed"):
+                self.race(program, rsync)
+
+    def race(self, program, rsync):
+        victim = f"{self.dir}/victim"
+        os.makedirs(victim, exist_ok=True)
+        os.chmod(victim, 0o700)
+        parent = f"{self.dir}/bob"
+        target = f"{parent}/backup"
+        net = f"{parent}/net"
+        for d in (parent, target, net):
+            os.makedirs(d, exist_ok=True)
+        sh("chown", "-R", "ovbob:ovbob", parent)
+        racer = subprocess.Popen(["runuser", "-u", "ovbob", "--", "sh", "-c", """
+            cd "$1"; v=$2
+            while :; do
+                for w in backup/.psync-work*; do mv "$w" "backup/x$$" 2>/dev/null && ln -s "$v" "$w" 2>/dev/null; rm -rf "backup/x$$" 2>/dev/null; done
+                for a in net/*Daily net/*Daily/*; do mv "$a" "$a.m" 2>/dev/null && ln -s "$v" "$a" 2>/dev/null; done
+                mkdir -p backup/.psync-work-2 2>/dev/null && ln -sfn "$v" backup/.psync-work-2/kept 2>/dev/null
+                mv backup backup.real 2>/dev/null && ln -s "$v" backup 2>/dev/null; rm -f backup 2>/dev/null; mv backup.real backup 2>/dev/null
+                rm -rf net/*.m 2>/dev/null
+            done""", "sh", parent, victim], start_new_session=True)
+        if rsync:
+            sh("mount", "--bind", rsync, "/usr/bin/rsync")
+        try:
+            for i in range(200):
+                write(f"{self.src}/file", f"version {i}", mtime=1e9 + i)
+                write(f"{self.src}/new{i % 7}", f"new {i}")
+                subprocess.run([program, "-d", "--safety-net=" + net, "--safety-net-owner=ovbob", f"--archive=2026-11-25 10.{i // 60:02d}.{i % 60:02d} Daily",
+                                self.src, target], capture_output=True)
+        finally:
+            os.killpg(racer.pid, signal.SIGKILL)
+            racer.wait()
+            if rsync:
+                sh("umount", "/usr/bin/rsync")
+        self.assertEqual([], os.listdir(victim))
+        for d, _, files in os.walk(self.dir):
+            for f in files:
+                self.assertFalse(os.lstat(os.path.join(d, f)).st_uid == self.bob and not os.path.join(d, f).startswith(parent + "/"), f)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

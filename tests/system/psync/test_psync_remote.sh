@@ -1,0 +1,57 @@
+#!/bin/bash
+# SPDX-FileCopyrightText: 2026 Orvane developers
+# SPDX-License-Identifier: GPL-2.0-or-later
+#
+# psync -r with the Safety Net onto an SMB share through rclone's FUSE mount
+# (a real smbd; this kernel has no CIFS): it keeps replaced and deleted files
+# as on a local disk, and leaves on the share only the backup and its side
+# store.
+[ -n "${OV_IN_NETNS:-}" ] || exec env OV_IN_NETNS=1 unshare --net "$0" "$@"
+set -u
+here=$(dirname "$(realpath "$0")")
+. "$here/../remote/remote-env.sh"
+PSYNC=${OV_PSYNC:-/usr/local/bin/psync}
+POINT=/Volumes/$VOLUME
+start_smbd || exit 1
+id ovadmin >/dev/null 2>&1 || useradd -m ovadmin
+
+config=$(mktemp)
+printf '[orvane]\ntype = smb\nhost = fileserver\nuser = %s\npass = %s\n' "$SMB_ACCOUNT" "$(rclone obscure "$SMB_PASSWORD")" > "$config"
+mkdir -p "$POINT"
+rclone mount orvane:$VOLUME "$POINT" --config "$config" --vfs-cache-mode off --allow-other --default-permissions \
+    --uid 0 --gid 0 --umask 077 --dir-cache-time 5s --log-level ERROR --daemon
+for _ in $(seq 50); do is_mounted "$POINT" && break; sleep 0.2; done
+check "rclone mounts the share" is_mounted "$POINT"
+
+src=/root/src net=/root/net target=${OV_TARGET:-$POINT/Backup}
+mkdir -p "$src/docs" "$net" "$target"
+chown ovadmin: "$net"
+echo "first" > "$src/docs/letter.txt"
+echo "to go" > "$src/docs/old.txt"
+chmod 640 "$src/docs/letter.txt"
+args=(-r -d --safety-net="$net" --safety-net-owner=ovadmin --keep=everything)
+out=$("$PSYNC" "${args[@]}" --archive="2026-11-25 10.00.00 Daily" "$src" "$target" 2>&1)
+check "a first copy onto the share" test $? -eq 0
+echo "second!" > "$src/docs/letter.txt"
+rm "$src/docs/old.txt"
+out=$("$PSYNC" "${args[@]}" --archive="2026-11-25 11.00.00 Daily" "$src" "$target" 2>&1)
+check "a rerun with the Safety Net on the share's copy" test $? -eq 0
+echo "$out"
+kept="$net/2026-11-25 11.00.00 Daily/${target#/}/docs"
+check "the replaced version is kept" grep -qx first "$kept/letter.txt"
+check "the deleted file is kept" grep -qx "to go" "$kept/old.txt"
+check "with its owner and mode from the side store" test "$(stat -c '%u %a' "$kept/letter.txt")" = "0 640"
+check "the copy is the new version" grep -qx "second!" "$SHARE_DIR/Backup/docs/letter.txt"
+left=$(cd "$SHARE_DIR" && find . -mindepth 1 | sort | tr '\n' ' ')
+check "the share holds the backup and its side store alone" test "$left" = "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt "
+[ "$left" = "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt " ] || echo "   the share holds: $left"
+# What the share cannot keep is named once, as a warning.
+setfattr -n user.xdg.tags -v red "$src/docs/letter.txt"
+ln -s letter.txt "$src/docs/link"
+out=$("$PSYNC" -r "$src" "$target" 2>&1)
+check "what the volume cannot keep makes a warning" test $? -eq 1
+check "... named in one line" grep -qx "psync: not kept: 1 symbolic link, 1 entry's extended attributes or ACLs; the volume cannot hold them" <<<"$out"
+fusermount3 -u "$POINT"
+rm -f "$config"
+stop_smbd
+finish

@@ -1,0 +1,46 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+// Running rsync: the version the install needs, a run (or several at once)
+// with its errors passed on, and the argument forms for a list of entries.
+#pragma once
+
+#include "changes.h"
+
+#include <string>
+#include <vector>
+
+namespace psync
+{
+
+// Whether the installed rsync is at least the version needed; WHY says
+// what is wrong in user words.
+bool rsyncIsRecentEnough(std::string &why);
+// "3.5.0" -> {3,5,0}; compares two such versions.
+int compareVersions(const std::string &a, const std::string &b);
+
+struct RsyncCommand {
+    std::vector<std::string> arguments; // after the program's name
+    std::vector<int> inherit; // descriptors rsync keeps (/proc/self/fd/N paths)
+};
+
+struct RsyncResult {
+    int status = 0; // rsync's exit status, or -1 if it could not start
+    bool full = false; // a write failed for lack of room
+};
+
+// Runs the commands at once, passing their error lines on to stderr.
+std::vector<RsyncResult> runRsync(const std::vector<RsyncCommand> &commands);
+
+// Arguments that copy only ENTRIES (relative to the sources' top): single
+// entries with --files-from (deleted at the target when gone), folders
+// made or moved in recursively with --delete. One command's extra
+// arguments per kind present; LISTS receives the NUL-separated lists to
+// write, in order, each named by the "--files-from=" argument it goes with.
+struct EntryList {
+    std::vector<std::string> arguments;
+    std::string list;
+};
+std::vector<EntryList> entryLists(const std::vector<ChangedEntry> &entries);
+
+}

@@ -1,0 +1,333 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+#include "safetynet.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace psync
+{
+
+bool openSafetyNet(const std::string &folder, const std::string &user, SafetyNet &net, std::string &why)
+{
+    const passwd *pw = ::getpwnam(user.c_str());
+    if (!pw) {
+        why = "the Safety Net folder's owner " + user + " is not a user of this computer";
+        return false;
+    }
+    net.uid = pw->pw_uid;
+    net.gid = pw->pw_gid;
+    net.path = folder;
+    net.folder = Fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st {
+    };
+    if (!net.folder || ::fstat(net.folder.get(), &st) != 0) {
+        why = "the Safety Net folder " + folder + " cannot be used (" + reason(errno) + "; is its disk connected?)";
+        return false;
+    }
+    if (st.st_uid != net.uid && holdsOwners(net.folder.get())) {
+        why = "the Safety Net folder " + folder + " does not belong to " + user;
+        return false;
+    }
+    return true;
+}
+
+namespace
+{
+// Visits every entry of KEPT with its place at the target (TARGET is -1
+// where the target has no folder there). Deepest entries first.
+template<typename Visit>
+void visitKept(int kept, int target, const Visit &visit)
+{
+    for (const std::string &name : listFolder(kept)) {
+        struct stat st {
+        }, there{};
+        if (::fstatat(kept, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        const bool taken = target >= 0 && ::fstatat(target, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
+        if (S_ISDIR(st.st_mode)) {
+            Fd child(::openat(kept, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            Fd place =
+                taken && S_ISDIR(there.st_mode) ? Fd(::openat(target, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) : Fd();
+            if (child)
+                visitKept(child.get(), place ? place.get() : -1, visit);
+        }
+        visit(kept, target, name, S_ISDIR(st.st_mode), taken);
+    }
+}
+
+bool renameNoReplace(int fromDir, const std::string &from, int toDir, const std::string &to)
+{
+    if (::renameat2(fromDir, from.c_str(), toDir, to.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    // A file system without the flag (a FUSE share): only where nothing is.
+    struct stat st {
+    };
+    if (::fstatat(toDir, to.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    return ::renameat(fromDir, from.c_str(), toDir, to.c_str()) == 0;
+}
+
+unsigned long countFiles(int dir)
+{
+    unsigned long count = 0;
+    for (const std::string &name : listFolder(dir)) {
+        struct stat st {
+        };
+        if (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        if (!S_ISDIR(st.st_mode)) {
+            ++count;
+            continue;
+        }
+        Fd child(::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (child)
+            count += countFiles(child.get());
+    }
+    return count;
+}
+}
+
+KeptCount countKept(int kept, int target)
+{
+    KeptCount count;
+    visitKept(kept, target, [&](int, int, const std::string &, bool folder, bool taken) {
+        if (!folder)
+            ++(taken ? count.replaced : count.deleted);
+    });
+    return count;
+}
+
+unsigned long putBack(int kept, int target, std::string &why)
+{
+    unsigned long back = 0;
+    for (const std::string &name : listFolder(kept)) {
+        struct stat st {
+        }, there{};
+        if (::fstatat(kept, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        if (::fstatat(target, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno != ENOENT)
+                continue;
+            Fd child(S_ISDIR(st.st_mode) ? ::openat(kept, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1);
+            const unsigned long files = child ? countFiles(child.get()) : 1;
+            if (renameNoReplace(kept, name, target, name))
+                back += files;
+            else if (errno != EEXIST)
+                why = name + ": " + reason(errno);
+            continue;
+        }
+        if (S_ISDIR(st.st_mode) && S_ISDIR(there.st_mode)) {
+            Fd child(::openat(kept, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            Fd place(::openat(target, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+            if (child && place)
+                back += putBack(child.get(), place.get(), why);
+        }
+    }
+    return back;
+}
+
+unsigned long sortKept(int kept, int target, const std::string &choice)
+{
+    unsigned long left = 0;
+    visitKept(kept, target, [&](int dir, int, const std::string &name, bool folder, bool taken) {
+        if (folder) {
+            ::unlinkat(dir, name.c_str(), AT_REMOVEDIR); // only when empty
+            return;
+        }
+        // A place the target still has was replaced; a free one, deleted.
+        if ((choice == "changed" && !taken) || (choice == "deleted" && taken))
+            ::unlinkat(dir, name.c_str(), 0);
+        else
+            ++left;
+    });
+    return left;
+}
+
+std::string archiveNameAfter(const std::string &name, int seconds)
+{
+    tm t{};
+    const char *rest = ::strptime(name.c_str(), "%Y-%m-%d %H.%M.%S", &t);
+    if (!rest)
+        return name + " " + std::to_string(seconds + 1);
+    time_t when = ::timegm(&t) + seconds;
+    tm later{};
+    ::gmtime_r(&when, &later);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H.%M.%S", &later);
+    return text + std::string(rest);
+}
+
+// A folder of the archive: opened when it is there and the owner's (or a
+// folder on a volume without owners), else made for him. MADE collects
+// what this run made, deepest last.
+static Fd archiveFolder(SafetyNet &net, int parent, const std::string &name, std::vector<std::pair<int, std::string>> *made, std::string &why)
+{
+    Fd fd = openFolder(parent, name);
+    if (fd) {
+        struct stat st {
+        };
+        if (::fstat(fd.get(), &st) == 0 && (st.st_uid == net.uid || !holdsOwners(fd.get())))
+            return fd;
+        why = name + " in the Safety Net folder is not " + "its owner's";
+        return Fd();
+    }
+    if (errno != ENOENT) {
+        why = name + ": " + reason(errno);
+        return Fd();
+    }
+    fd = makeFolder(parent, name, why);
+    if (!fd)
+        return Fd();
+    if ((::fchown(fd.get(), net.uid, net.gid) != 0 || ::fchmod(fd.get(), 0700) != 0) && holdsOwners(fd.get())) {
+        why = name + ": " + reason(errno);
+        return Fd();
+    }
+    if (made)
+        made->emplace_back(parent, name);
+    return fd;
+}
+
+static void applyOwners(int dir, const std::string &prefix, const std::map<std::string, Attributes> &owners, const SafetyNet &net)
+{
+    for (const std::string &name : listFolder(dir)) {
+        struct stat st {
+        };
+        if (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        const std::string path = prefix.empty() ? name : prefix + "/" + name;
+        if (S_ISDIR(st.st_mode)) {
+            Fd child(::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (child)
+                applyOwners(child.get(), path, owners, net);
+            continue;
+        }
+        const auto found = owners.find(path);
+        const Attributes a = found != owners.end() ? found->second : Attributes{0600, net.uid, net.gid};
+        ::fchownat(dir, name.c_str(), a.uid, a.gid, AT_SYMLINK_NOFOLLOW);
+        if (S_ISREG(st.st_mode))
+            ::fchmodat(dir, name.c_str(), a.mode & 07777, 0);
+    }
+}
+
+bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners, std::string &used, std::string &why)
+{
+    Fd kept(::openat(work, "kept", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!kept)
+        return true;
+    // Still root-only here: nobody else reaches in while the folders change hands.
+    if (!giveFolders(kept.get(), net.uid, net.gid, why))
+        return false;
+    std::vector<std::string> parts;
+    for (size_t at = 0; at < targetPath.size();) {
+        const size_t slash = targetPath.find('/', at);
+        const std::string part = targetPath.substr(at, slash == std::string::npos ? std::string::npos : slash - at);
+        if (!part.empty() && part != ".")
+            parts.push_back(part);
+        at = slash == std::string::npos ? targetPath.size() : slash + 1;
+    }
+    const std::string last = parts.empty() ? "root" : parts.back();
+    if (!parts.empty())
+        parts.pop_back();
+    for (int second = 0; second < 60; ++second) {
+        const std::string name = second == 0 ? net.archive : archiveNameAfter(net.archive, second);
+        std::vector<std::pair<int, std::string>> made;
+        std::vector<Fd> chain;
+        chain.push_back(archiveFolder(net, net.folder.get(), name, &made, why));
+        for (const std::string &part : parts) {
+            if (!chain.back())
+                break;
+            chain.push_back(archiveFolder(net, chain.back().get(), part, &made, why));
+        }
+        if (!chain.back())
+            continue; // taken by something that is not the owner's folder
+        const int parent = chain.back().get();
+        struct stat there {
+        };
+        if (::fstatat(parent, last.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0)
+            continue; // two pairs into one target in one run: the next second
+        struct stat from {
+        }, to{};
+        ::fstat(kept.get(), &from);
+        ::fstat(parent, &to);
+        bool moved = false;
+        if (from.st_dev == to.st_dev && !owners) {
+            moved = renameNoReplace(work, "kept", parent, last);
+            if (!moved)
+                why = reason(errno);
+        } else {
+            // Another disk: a private copy first, renamed into place whole, so
+            // a failure leaves no part of an archive behind.
+            const std::string partial = ".psync-partial-" + randomTag();
+            Fd scratch = makeFolder(net.folder.get(), partial, why);
+            struct stat netStat {
+            };
+            ::fstat(net.folder.get(), &netStat);
+            if (scratch && copyTree(work, "kept", scratch.get(), "kept", CopyOwner{true, net.uid, net.gid}, why)) {
+                Fd copied(::openat(scratch.get(), "kept", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                if (owners && copied)
+                    applyOwners(copied.get(), "", *owners, net);
+                moved = renameNoReplace(scratch.get(), "kept", parent, last);
+                if (!moved)
+                    why = reason(errno);
+            }
+            std::string ignored;
+            if (scratch)
+                removeTree(net.folder.get(), partial, netStat.st_dev, ignored);
+            if (moved) {
+                struct stat keptStat {
+                };
+                ::fstat(kept.get(), &keptStat);
+                removeTree(work, "kept", keptStat.st_dev, ignored);
+            }
+        }
+        if (moved) {
+            used = name;
+            return true;
+        }
+        // Nothing of a failed attempt stays in the Safety Net folder.
+        for (auto it = made.rbegin(); it != made.rend(); ++it)
+            ::unlinkat(it->first, it->second.c_str(), AT_REMOVEDIR);
+        return false;
+    }
+    if (why.empty())
+        why = "no free archive name in the minute after " + net.archive;
+    return false;
+}
+
+bool pruneArchives(SafetyNet &net, const std::vector<std::string> &names)
+{
+    struct stat st {
+    };
+    ::fstat(net.folder.get(), &st);
+    bool ok = true;
+    for (const std::string &name : names) {
+        std::string why;
+        if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+            std::fprintf(stderr, "psync: %s is not the name of an archive in the Safety Net folder\n", name.c_str());
+            ok = false;
+            continue;
+        }
+        if (removeTree(net.folder.get(), name, st.st_dev, why)) {
+            std::printf("psync: removed %s\n", name.c_str());
+        } else {
+            std::fprintf(stderr, "psync: the archive %s could not be removed (%s)\n", name.c_str(), why.c_str());
+            ok = false;
+        }
+    }
+    std::fflush(stdout);
+    return ok;
+}
+
+}

@@ -1,0 +1,61 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+// The files a run replaces or deletes: rsync moves them into "kept" in the
+// run's root-only work folder at the target; from there they go back to
+// the target (deletions held, or a killed run's), into the Safety Net
+// folder's dated archive, or away.
+#pragma once
+
+#include "fsops.h"
+#include "walk.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace psync
+{
+
+struct SafetyNet {
+    Fd folder;
+    std::string path;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::string archive; // "YYYY-MM-DD HH.MM.SS Frequency"
+    std::string keep = "everything"; // or "changed", "deleted"
+};
+
+// Opens FOLDER, which must be a folder of USER's. WHY on failure.
+bool openSafetyNet(const std::string &folder, const std::string &user, SafetyNet &net, std::string &why);
+
+// Files (not folders) in KEPT whose place at the target is free (deleted)
+// and taken (replaced).
+struct KeptCount {
+    unsigned long deleted = 0, replaced = 0;
+};
+KeptCount countKept(int kept, int target);
+
+// Puts back at the target every entry of KEPT whose place there is free
+// (renameat2 RENAME_NOREPLACE); returns how many files went back.
+unsigned long putBack(int kept, int target, std::string &why);
+
+// Removes from KEPT what the Safety Net's choice does not keep, and empty
+// folders; returns the files left.
+unsigned long sortKept(int kept, int target, const std::string &choice);
+
+// Moves WORK's "kept" into the archive under TARGETPATH (the target's
+// absolute path without its leading "/"): renamed when on one file system,
+// else copied with all metadata first. USED is the archive name it went to.
+// OWNERS, when given, are the owners and modes a remote volume could not
+// hold, by path relative to the target.
+bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners, std::string &used, std::string &why);
+
+// Removes the archives NAMES from the Safety Net folder, printing
+// "psync: removed NAME" for each. False if any could not go.
+bool pruneArchives(SafetyNet &net, const std::vector<std::string> &names);
+
+// "NAME's time plus SECONDS", for the next free archive name.
+std::string archiveNameAfter(const std::string &name, int seconds);
+
+}

@@ -1,0 +1,56 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+// psync's own walk of a source: what rsync must leave out (cache folders,
+// other disks, the user's exclusions), which entries carry extended
+// attributes or ACLs, and, for a remote volume, what it cannot hold.
+#pragma once
+
+#include "patterns.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace psync
+{
+
+struct WalkOptions {
+    const std::vector<Rule> *rules = nullptr;
+    bool metadata = false; // note entries with extended attributes or ACLs
+    bool statAll = false; // owners, modes, links and holes of every entry
+    bool remote = false; // the target cannot hold case-different names, links...
+};
+
+struct Attributes {
+    mode_t mode = 0;
+    uid_t uid = 0;
+    gid_t gid = 0;
+};
+
+struct WalkResult {
+    std::vector<std::string> cacheFolders; // tagged with CACHEDIR.TAG
+    std::vector<std::string> mounts; // other file systems (full paths)
+    std::vector<std::string> unreadable; // folders it could not read (full paths)
+    // Entries with metadata ("." for the top itself) and their change time:
+    // a change of metadata or contents changes it.
+    std::map<std::string, std::string> withMetadata;
+    std::vector<std::string> caseClashes; // left out on a remote volume
+    std::vector<std::string> warnings; // lines for stderr
+    std::map<std::string, Attributes> attributes; // with statAll, every entry
+    std::map<std::string, unsigned long> topWeights; // files below each top-level entry
+    std::set<std::string> topNames;
+    unsigned long files = 0; // entries that are not folders
+    unsigned long multiLinked = 0, links = 0, specials = 0, sparse = 0, attributed = 0, acls = 0;
+};
+
+// Walks SOURCE (its contents), adding to RESULT.
+void walkSource(const std::string &source, const WalkOptions &options, WalkResult &result);
+
+// Whether a folder holding this file is a cache (the Cache Directory
+// Tagging Specification's signature at its start).
+bool isCacheTag(int dir, const char *name);
+
+}
