@@ -315,6 +315,8 @@ def main():
         changes.once()
         expect(src, dst, None)
 
+        left_out(disk)
+
         # Two destinations in turn, on another file system (tmpfs): each gets
         # what it lacks.
         other, disks = WORK + b"/other", [WORK + b"/backup-a", WORK + b"/backup-b"]
@@ -346,6 +348,34 @@ def main():
         subprocess.run(["umount", "-l", disk])
         subprocess.run(["losetup", "-d", device])
         sys.stdout.write(open(LOG, "rb").read().decode(errors="replace")[-3000:])
+
+
+def left_out(disk):
+    """What psync leaves out (exclusions, cache folders) in a journal run
+    is what a full walk leaves out: each journal run's copy equals a full
+    walk's with the same rules (a path left out that changes per run makes
+    every run of the second copy a full walk)."""
+    src, journal, walked = disk + b"/rules", disk + b"/rules-journal", disk + b"/rules-walked"
+    for folder in (src, journal, walked):
+        os.makedirs(folder)
+    rules = ["--exclude=*.o", "--exclude=build/", "--exclude-path=/top/skip"]
+    steps = [
+        "mkdir -p a/build a/b top/skip && echo 1 > a/x.o && echo 2 > a/build/f && echo 3 > a/b/build && echo 4 > top/skip/f",
+        "echo 5 > a/y.o && echo 6 > a/build/g && echo 7 >> a/b/build && echo 8 > top/skip/g && echo 9 > top/f",
+        "rm -r a/build && rm a/x.o && mkdir a/b/build && echo 10 > a/b/build/f || true",
+        "mkdir -p cache/sub && echo 11 > cache/sub/f && printf 'Signature: 8a477f597d28d172789f06886806bc55' > cache/CACHEDIR.TAG",
+        "echo 12 > cache/sub/g && echo 13 > cache/h && echo 14 > plain",
+        "mkdir -p moved/in && cp -a cache moved/in/cache2 && mv moved elsewhere",
+        "rm -r cache && echo 15 > plain",
+    ]
+    for i, step in enumerate(steps):
+        subprocess.run(["sh", "-c", step], cwd=src, check=True)
+        kind, why = copy(src, journal, settings=rules)
+        assert kind == "journal" or i == 0 or "cache" in why, (i, why)
+        kind, why = copy(src, walked, settings=rules + ["--exclude-path=/never-%d" % i])
+        assert kind == "full", why
+        same(walked, journal)
+    print("%d rounds of exclusions and cache folders: the journal's copy equals a full walk's" % len(steps))
 
 
 def attack(src, dst, as_mallory):
