@@ -78,6 +78,13 @@ constexpr const char ConnectVolumeTool[] = "connect_volume";
 // automount's records of the mounts it made (root, 0700).
 constexpr const char AutomountRecordFolder[] = "/run/orvane-automount";
 
+// The change journal: its daemon, its state (root, 0700) and its socket
+// (root only).
+constexpr const char JournalDaemon[] = "/usr/libexec/orvane-journal";
+constexpr const char StateFolder[] = "/var/lib/orvane";
+constexpr const char JournalStateFolder[] = "/var/lib/orvane/journal";
+constexpr const char JournalSocket[] = "/run/orvane-journal.socket";
+
 // psync: the rsync it drives (and the oldest it accepts), and its per-pair
 // state (root, 0700).
 constexpr const char RsyncPath[] = "/usr/bin/rsync";

@@ -190,3 +190,7 @@ prow "rerun, nothing changed, vs bare rsync (median of 7)" psync-rerun "<= 1.30"
 prow "for reference: rsync -aAX rerun, vs bare rsync (median of 7)" ax-rerun "-"
 prow "rerun, 500 folders left out by a pattern, vs the same rerun without (median of 7)" psync-exclude "<= 1.05"
 echo "rsync -ainAX between the source and psync's copy lists $meta_same differences (0: exact, metadata included)"
+
+# The change journal's cases, on a disk of their own (bench/journal-vs-rsync.sh),
+# where the daemon is installed (the sandbox with --install).
+[ ! -x /usr/libexec/orvane-journal ] || "$root/bench/journal-vs-rsync.sh" "$files"

@@ -370,7 +370,7 @@ int copyRun(Run &run)
 
     StateStore store(run.sources, realTarget);
     run.state = store.load();
-    const ChangeDecision decision = decideChanges(run.sources, realTarget, run.state);
+    const ChangeDecision decision = decideChanges(o, run.sources, realTarget, run.targetFd.get(), run.rules, run.state);
     // A preview's stdout holds its records alone.
     if (o.preview)
         std::fprintf(stderr, "%s\n", describe(decision).c_str());
@@ -399,8 +399,16 @@ int copyRun(Run &run)
     walkOptions.metadata = true; // on a remote volume, to say what it cannot keep
     walkOptions.remote = o.remote;
     walkOptions.statAll = o.remote || empty;
-    for (const std::string &source : run.sources)
-        walkSource(source, walkOptions, run.walk);
+    if (decision.fullWalk) {
+        for (const std::string &source : run.sources)
+            walkSource(source, walkOptions, run.walk);
+    } else {
+        // No walk: what the last one found left out stays left out (a cache
+        // tagged or untagged since makes a full walk), and other disks inside
+        // are named as a walk would name them.
+        run.walk.cacheFolders.assign(run.state.cacheFolders.begin(), run.state.cacheFolders.end());
+        run.walk.mounts = mountsInside(run.sources[0], run.rules, run.state.cacheFolders);
+    }
     for (const std::string &mount : run.walk.mounts) {
         say("psync: not copied: " + mount + " is another disk mounted inside the source");
         run.warnings = true;
@@ -493,7 +501,8 @@ int copyRun(Run &run)
         }
     } scratchGone{scratchName, !run.work};
 
-    std::vector<std::string> arguments = run.baseArguments(metadataEverywhere);
+    // A journal run's lists are short: their metadata goes in the same pass.
+    std::vector<std::string> arguments = run.baseArguments(metadataEverywhere || !decision.fullWalk);
     arguments.insert(arguments.end(), {"--from0", "--filter=merge " + filterPath});
     if (o.mirror || dropsWithoutMirror)
         arguments.push_back("--delete");
@@ -561,16 +570,28 @@ int copyRun(Run &run)
                 commands.push_back(c);
             }
         }
-    } else if (!decision.fullWalk && run.work && run.sources.size() == 1) { // Only what the journal saw change: one rsync per kind of entry.
-        int n = 0;
-        for (const EntryList &list : entryLists(decision.entries)) {
-            const std::string listName = "entries" + std::to_string(n++);
-            std::string why;
-            if (!replaceFile(run.work.get(), listName, list.list, 0600, why))
+    } else if (!decision.fullWalk && run.work) {
+        // Only what the journal saw change: the entries with all below them,
+        // then the folders whose own metadata changed (the top's times last).
+        // What is gone goes at the target only in a mirror.
+        const char *gone = o.mirror ? "--delete-missing-args" : "--ignore-missing-args";
+        const std::vector<std::string> *lists[] = {&decision.entries, &decision.foldersAlone};
+        for (int n = 0; n < 2; ++n) {
+            if (lists[n]->empty())
+                continue;
+            std::string text, why;
+            for (const std::string &path : *lists[n])
+                text += path + '\0';
+            const std::string listName = "entries" + std::to_string(n);
+            if (!replaceFile(run.work.get(), listName, text, 0600, why))
                 return fail("the work folder could not be written (" + why + ")");
             RsyncCommand c{arguments, inherit};
-            c.arguments.insert(c.arguments.end(), list.arguments.begin(), list.arguments.end());
-            c.arguments.insert(c.arguments.end(), {"--files-from=" + fdPath(run.work.get(), listName.c_str()), withSlash(run.sources[0]), targetArgument});
+            c.arguments.insert(c.arguments.end(),
+                               {n == 0 ? "--recursive" : "--dirs",
+                                gone,
+                                "--files-from=" + fdPath(run.work.get(), listName.c_str()),
+                                withSlash(run.sources[0]),
+                                targetArgument});
             commands.push_back(c);
         }
     } else {
@@ -580,7 +601,7 @@ int copyRun(Run &run)
         c.arguments.push_back(targetArgument);
         commands.push_back(c);
     }
-    // Entry lists run one after the other (single entries, then folders).
+    // Entry lists run one after the other.
     std::vector<RsyncResult> results;
     if (first) {
         results = runRsync(commands);
@@ -625,7 +646,7 @@ int copyRun(Run &run)
     // that have them now or had them at the last run.
     const bool copied = rsyncStatus == 0 || rsyncStatus == 23 || rsyncStatus == 24;
     bool metadataDone = metadataEverywhere && copied;
-    if (copied && !o.remote && !o.dryRun && !metadataEverywhere) {
+    if (copied && !o.remote && !o.dryRun && !metadataEverywhere && decision.fullWalk) {
         // Entries whose metadata or contents changed since the last run (their
         // change time moved), that lost their metadata, or that rsync wrote
         // anew this run (a new file has none).
@@ -717,7 +738,8 @@ int copyRun(Run &run)
                 if (at >= 2 && log[at - 1] != 'd' && log.compare(at - 2, 2, "cd") != 0)
                     ++created;
         }
-        const unsigned long before = run.walk.files + count.deleted - std::min(run.walk.files, created);
+        // Without a walk, the count the last full walk left.
+        const unsigned long before = decision.fullWalk ? run.walk.files + count.deleted - std::min(run.walk.files, created) : run.state.files;
         const unsigned long limit = std::min(1000UL, before / 4);
         if (count.deleted > limit) {
             say("psync: hold " + std::to_string(count.deleted));
@@ -760,10 +782,13 @@ int copyRun(Run &run)
             return fail("the owners and permissions could not be written to " + run.target + "/" + SideStore + " (" + why + ")");
     }
 
-    if (copied) {
+    if (copied && decision.fullWalk) {
         run.state.cacheFolders = std::set<std::string>(run.walk.cacheFolders.begin(), run.walk.cacheFolders.end());
         run.state.withMetadata = run.walk.withMetadata;
         run.state.metadataKnown = metadataDone || o.remote;
+        run.state.files = run.walk.files;
+    }
+    if (copied) {
         std::string why;
         if (!store.save(run.state, why))
             std::fprintf(stderr, "psync: what this run learnt could not be kept (%s); the next run walks everything\n", why.c_str());
@@ -773,10 +798,12 @@ int copyRun(Run &run)
         run.work = Fd();
         run.tmp = Fd();
         kept = Fd();
-        // The target's own times stay the ones rsync gave it.
-        struct stat top {
-        };
-        const bool timed = ::fstat(run.targetFd.get(), &top) == 0;
+        // The target's own times stay the ones rsync gave it, or, when this
+        // run did not copy the top (a journal run that did not list it), the
+        // ones it had before the work folder was made there.
+        struct stat top = targetStat;
+        const bool topCopied = decision.fullWalk || std::find(decision.foldersAlone.begin(), decision.foldersAlone.end(), ".") != decision.foldersAlone.end();
+        const bool timed = !topCopied || ::fstat(run.targetFd.get(), &top) == 0;
         if (!removeTree(run.targetFd.get(), run.workName, run.targetDevice, why) && result != Held)
             return fail("the work folder " + run.target + "/" + run.workName + " could not be removed (" + why + ")");
         const timespec times[2] = {top.st_atim, top.st_mtim};
@@ -784,6 +811,10 @@ int copyRun(Run &run)
             ::futimens(run.targetFd.get(), times);
     }
     (void)handedOverLeftover;
+    // The journal forgets what this run brought over only when all of it
+    // arrived: what a failed or held copy missed comes again in the next cut.
+    if ((rsyncStatus == 0 || rsyncStatus == 24) && (result == Done || result == Warnings))
+        commitChanges(decision, run.sources, realTarget);
     return result;
 }
 

@@ -212,19 +212,4 @@ bool rsyncIsRecentEnough(std::string &why)
     return true;
 }
 
-std::vector<EntryList> entryLists(const std::vector<ChangedEntry> &entries)
-{
-    EntryList single, folders;
-    single.arguments = {"--dirs", "--delete-missing-args"};
-    folders.arguments = {"--recursive", "--delete"};
-    for (const ChangedEntry &entry : entries)
-        (entry.recursive ? folders : single).list += entry.path + '\0';
-    std::vector<EntryList> out;
-    for (EntryList *l : {&single, &folders}) {
-        if (!l->list.empty())
-            out.push_back(*l);
-    }
-    return out;
-}
-
 }

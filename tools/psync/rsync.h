@@ -5,8 +5,6 @@
 // with its errors passed on, and the argument forms for a list of entries.
 #pragma once
 
-#include "changes.h"
-
 #include <string>
 #include <vector>
 
@@ -31,16 +29,5 @@ struct RsyncResult {
 
 // Runs the commands at once, passing their error lines on to stderr.
 std::vector<RsyncResult> runRsync(const std::vector<RsyncCommand> &commands);
-
-// Arguments that copy only ENTRIES (relative to the sources' top): single
-// entries with --files-from (deleted at the target when gone), folders
-// made or moved in recursively with --delete. One command's extra
-// arguments per kind present; LISTS receives the NUL-separated lists to
-// write, in order, each named by the "--files-from=" argument it goes with.
-struct EntryList {
-    std::vector<std::string> arguments;
-    std::string list;
-};
-std::vector<EntryList> entryLists(const std::vector<ChangedEntry> &entries);
 
 }

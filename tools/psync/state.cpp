@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -81,8 +82,10 @@ PairState StateStore::load() const
                 state.withMetadata[value.substr(space + 1)] = value.substr(0, space);
         } else if (kind == "metaknown")
             state.metadataKnown = value == "1";
-        else if (kind == "cut")
-            state.journalCut = value;
+        else if (kind == "files") {
+            state.files = std::strtoul(value.c_str(), nullptr, 10);
+            state.filesKnown = true;
+        }
     }
     return state;
 }
@@ -108,8 +111,7 @@ bool StateStore::save(const PairState &state, std::string &why) const
     for (const auto &[path, changed] : state.withMetadata)
         add("meta", changed + " " + path);
     add("metaknown", state.metadataKnown ? "1" : "0");
-    if (!state.journalCut.empty())
-        add("cut", state.journalCut);
+    add("files", std::to_string(state.files));
     return replaceFile(folder.get(), m_key, data, 0600, why);
 }
 

@@ -20,7 +20,8 @@ struct PairState {
     std::set<std::string> cacheFolders;
     std::map<std::string, std::string> withMetadata; // path -> change time
     bool metadataKnown = false; // withMetadata is complete
-    std::string journalCut; // the journal's last cut applied here
+    unsigned long files = 0; // entries that are not folders, at the last full walk
+    bool filesKnown = false;
 };
 
 class StateStore
