@@ -99,8 +99,9 @@ grep -q "is left out of the backups of $src from the next backup on" /tmp/exclud
 if grep -qx '#ov_exclusions' "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/backup_script.rb"; then
     grep -qx "exclusions = \[ \[ \"$src/Videos\" \] \]" "$script"
 fi
-# The previous list is kept beside it by archive_table.
-[ -e "$support/BackupItems.previous.plist" ]
+# The list it replaced is kept beside it by archive_table (under a dated
+# name: no helper installed the one written above).
+ls "$support"/BackupItems.kept-*.plist >/dev/null
 run_as_admin 0 --exclude --remove-from-backup "$src/Fotos" "$src/Videos/2024"
 [ "$(exclusions | tr '\n' ' ')" = "$src/Videos kept $src/Fotos removed " ]
 grep -q "left out of the backups of $src already" /tmp/exclude-err
