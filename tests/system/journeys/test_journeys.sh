@@ -86,10 +86,10 @@ reset() { # reset DEST: a fresh destination, no status, no archives
     rm -f "$SUPPORT"/.{daily,weekly}/.{lastbackup,lastrun,archives,disks} /var/log/.orvane_*.err
 }
 
-# Remote rows fail today: psync -r onto root's rclone mount (--vfs-cache-mode
-# off) ends the rclone process during the first copy ("Transport endpoint is
-# not connected"), so no remote backup is made at all. A fault of the copy,
-# not of this test.
+# Remote rows fail today: root's rclone mount, made by automount, ends as soon
+# as a file's modification time is set through it (as psync -r does on its
+# first copy; a plain `touch -d` does the same, while rclone mounted by hand
+# with the same options survives it), so no remote backup is made at all.
 for place in $places; do
     if [ "$place" = local ]; then dest=/Volumes/Backup/Docs; remote=(); else dest=/Volumes/$VOLUME/Docs
         remote=(RemoteServerAddress="$SERVER" RemoteUserName="$SMB_ACCOUNT" RemoteVolumeName="$VOLUME" DailyRemoteBackup=true ManuallyRemoteBackup=true); fi
@@ -118,7 +118,6 @@ for place in $places; do
                     check "$row: ... the Safety Net folder was made, the user's, holding nothing" \
                         same "$(stat -c %U "$NET")$(kept)" "$U"
                 fi
-                sleep 1 # a rerun within the second would look unchanged
                 changes
                 run "${run_kind[@]}" "$dest"; second=$?
                 check "$row: the rerun backs up, and says so" \
@@ -149,11 +148,10 @@ echo "# the item moves from Daily to Weekly"
 dest=/Volumes/Backup/Docs
 settings DailyMirrorFolders=true WeeklyMirrorFolders=true
 item 0 "$dest"; reset "$dest"; rm -rf "$NET"; first_tree
-run "$dest"; sleep 1; changes; run "$dest"
+run "$dest"; changes; run "$dest"
 daily=$(list change.txt)
 item 1 "$dest"
 check "before its first weekly run, every daily version is listed as it was" same "$(list change.txt)" "$daily"
-sleep 1
 put change.txt "$T3" "third"
 run --frequency Weekly "$dest"
 check "after it, the weekly run's archive joins them" same "$(list change.txt)" \
