@@ -568,7 +568,7 @@ class OrvaneBackup
       @copy[:warnings] += 1
       caution("#{@copy[:pair]}: #{line.delete_prefix('psync: ')}") if @copy[:warnings] <= MAX_LINES
       caution("#{@copy[:pair]}: more was not copied or not kept (see the log)") if @copy[:warnings] == MAX_LINES + 1
-    when /\Apsync: (journal|full walk) /
+    when /\Apsync: (journal|full walk) /, /\Apsync: skipped /
       nil
     when /\Apsync: (.+)\z/
       @copy[:reason] = Regexp.last_match(1)
