@@ -739,7 +739,7 @@ int copyRun(Run &run)
     if (!copied && !stillConnected(run.targetFd.get()))
         failure = "the destination " + run.target + " is no longer connected; files not yet copied keep their earlier version";
     else if (!copied)
-        failure = "the copy failed: " + rsyncFailure(rsyncStatus) + "; files not yet copied keep their earlier version";
+        failure = rsyncFailure(rsyncStatus) + "; files not yet copied keep their earlier version";
     auto failAfter = [&failure](const std::string &why) {
         if (failure.empty())
             return fail(why);
