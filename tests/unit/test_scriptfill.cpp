@@ -263,16 +263,17 @@ private Q_SLOTS:
         for (const bool scheduled : {true, false}) {
             shared.scheduled = scheduled;
             const QByteArray values = rubyValues(fill(sourceTemplate(), script, shared));
-            QByteArray sources, destinations;
+            QByteArray sources, destinations, exclusions;
             for (int i = 0; i < script.sources.size(); ++i) {
                 sources += QByteArray(i ? ", " : "") + inspect(script.sources.at(i));
                 destinations += QByteArray(i ? ", " : "") + inspect(script.destinations.at(i));
+                exclusions += QByteArray(i ? ", []" : "[]");
             }
             for (const QByteArray &line : {QByteArray("sourceFolders=[" + sources + "]"),
                                            QByteArray("destFolders=[" + destinations + "]"),
                                            QByteArray("logfile=\"/var/log/orvane_daily.log\""),
                                            QByteArray("runFlag=\"/tmp/ov_Daily.run\""),
-                                           QByteArray("exclusions=[]"),
+                                           QByteArray("exclusions=[" + exclusions + "]"),
                                            QByteArray("frequency=\"Daily\""),
                                            QByteArray("maxArchives=3"),
                                            QByteArray("shouldArchive=true"),

@@ -30,30 +30,10 @@ mkdir -p /root/Documents/Letters /root/Pictures /root/Music /Volumes/Backup/Docu
     "$support/.daily" "$support/.weekly" "$support/.monthly"
 echo "Dear landlord," >/root/Documents/Letters/rent.odt
 echo "Shopping: bread, tea" >/root/Documents/notes.txt
-python3 - "$support/BackupItems.plist" <<'PY'
-import plistlib, sys
-from plistlib import UID
-objects = ["$null"]
-def add(o):
-    objects.append(o)
-    return UID(len(objects) - 1)
-items_array = {"NS.objects": []}
-root = add(items_array)
-item_class = add({"$classname": "OVBackupItem", "$classes": ["OVBackupItem", "NSObject"]})
-array_class = add({"$classname": "NSMutableArray", "$classes": ["NSMutableArray", "NSArray", "NSObject"]})
-items_array["$class"] = array_class
-for frequency, source, source_label, dest, dest_label in [
-        (0, "/root/Documents", "Documents", "/Volumes/Backup/Documents", "Backup: Documents"),
-        (1, "/root/Pictures", "Pictures", "/Volumes/Photos/Pictures", "Photos: Pictures"),
-        (4, "/root/Music", "Music", "/Volumes/Backup/Music", "Backup: Music")]:
-    item = {"$class": item_class, "OVCheckColumn": True, "OVCheckEnabled": True, "OVToast": False,
-            "OVFrequencyColumn": frequency, "OVSourceColumn": 0, "OVDestColumn": 0,
-            "OVSourcePath": add(source), "OVBackupSource": add(source_label),
-            "OVDestPath": add(dest), "OVBackupDestination": add(dest_label)}
-    items_array["NS.objects"].append(add(item))
-archive = {"$archiver": "NSKeyedArchiver", "$version": 100000, "$top": {"root": root}, "$objects": objects}
-open(sys.argv[1], "wb").write(plistlib.dumps(archive, fmt=plistlib.FMT_BINARY))
-PY
+"$(dirname "$(realpath "$0")")/../write_items.py" "$support/BackupItems.plist" \
+    "0|/root/Documents|/Volumes/Backup/Documents|Backup: Documents" \
+    "1|/root/Pictures|/Volumes/Photos/Pictures|Photos: Pictures" \
+    "4|/root/Music|/Volumes/Backup/Music|Backup: Music"
 
 # backup FREQUENCY SOURCE DESTINATION: one real run of the installed
 # template, with the Safety Net on.

@@ -27,9 +27,11 @@ polkit.addRule(function(action, subject) {
     }
 });
 RULE
+    local status
     for _ in $(seq 100); do
-        as_admin sh -c 'exec pkcheck --action-id org.orvane.Orvane.unlock --process $$' >/dev/null 2>&1
-        case "$?:$1" in 0:grant | [123]:deny) return 0 ;; esac
+        status=0 # (also under "set -e": a refusal is an answer here)
+        as_admin sh -c 'exec pkcheck --action-id org.orvane.Orvane.unlock --process $$' >/dev/null 2>&1 || status=$?
+        case "$status:$1" in 0:grant | [123]:deny) return 0 ;; esac
         sleep 0.1
     done
     echo "polkitd did not take the $1 rule" >&2

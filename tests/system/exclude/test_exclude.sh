@@ -30,25 +30,7 @@ grep -qx 'Exec=orvane-exclude --include %F' "$menu"
 
 # One daily item of the administrator's Documents, installed as the module
 # installs it.
-python3 - "$archive" "$src" "$dest" <<'PY'
-import plistlib, sys
-from plistlib import UID
-path, source, destination = sys.argv[1:]
-objects = ["$null"]
-def add(o):
-    objects.append(o)
-    return UID(len(objects) - 1)
-items = {"NS.objects": []}
-root = add(items)
-item_class = add({"$classname": "OVBackupItem", "$classes": ["OVBackupItem", "NSObject"]})
-items["$class"] = add({"$classname": "NSMutableArray", "$classes": ["NSMutableArray", "NSArray", "NSObject"]})
-items["NS.objects"].append(add({"$class": item_class, "OVCheckColumn": True, "OVCheckEnabled": True, "OVToast": False,
-    "OVFrequencyColumn": 0, "OVSourceColumn": 0, "OVDestColumn": 0, "OVSourcePath": add(source), "OVBackupSource": add("Documents"),
-    "OVDestPath": add(destination), "OVBackupDestination": add("Backup: Documents")}))
-open(path, "wb").write(plistlib.dumps({"$archiver": "NSKeyedArchiver", "$version": 100000, "$top": {"root": root}, "$objects": objects},
-                                      fmt=plistlib.FMT_BINARY))
-PY
-chmod 644 "$archive"
+"$(dirname "$(realpath "$0")")/../write_items.py" "$archive" "0|$src|$dest|Backup: Documents"
 
 # exclusions: the installed item's exclusions and those removed from the
 # backup, one "entry removed?" a line.
@@ -99,8 +81,9 @@ grep -q "is left out of the backups of $src from the next backup on" /tmp/exclud
 if grep -qx '#ov_exclusions' "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/backup_script.rb"; then
     grep -qx "exclusions = \[ \[ \"$src/Videos\" \] \]" "$script"
 fi
-# The previous list is kept beside it by archive_table.
-[ -e "$support/BackupItems.previous.plist" ]
+# The list it replaced is kept beside it by archive_table (under a dated
+# name: no helper installed the one written above).
+ls "$support"/BackupItems.kept-*.plist >/dev/null
 run_as_admin 0 --exclude --remove-from-backup "$src/Fotos" "$src/Videos/2024"
 [ "$(exclusions | tr '\n' ' ')" = "$src/Videos kept $src/Fotos removed " ]
 grep -q "left out of the backups of $src already" /tmp/exclude-err

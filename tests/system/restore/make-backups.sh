@@ -72,6 +72,9 @@ put "$src/Projekt/plan.txt" "2026-01-05 09:30" "plan"
 put "$src/Projekt/Daten/zahlen.csv" "2026-01-05 09:40" "1,2,3"
 head -c 3000000 /dev/urandom > "$src/Projekt/Daten/gross.bin"
 chown "$user:" "$src/Projekt/Daten/gross.bin"; touch -d "2026-01-05 09:50" "$src/Projekt/Daten/gross.bin"
+# Enough other files that no run deletes a quarter of the backup (such a
+# run keeps the files until the user answers).
+for i in $(seq 16); do put "$src/Archiv/alt-$i.txt" "2026-01-04 12:00" "alt $i"; done
 chmod 0640 "$src/Projekt/plan.txt"
 chmod 0750 "$src/Projekt/Daten"
 run "2026-01-05 20.00.00"

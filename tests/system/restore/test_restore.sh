@@ -23,27 +23,7 @@ useradd --create-home --user-group "$user"
 # The item list as the pane installs it, written by another keyed-archive
 # writer than ours: the Documents item, now weekly, leaving out *.tmp and
 # the user's cache.
-python3 - "/Library/Application Support/Orvane/BackupItems.plist" "$src" "$dest" <<'PY'
-import plistlib, sys
-from plistlib import UID
-path, source, destination = sys.argv[1:]
-objects = ["$null"]
-def add(o):
-    objects.append(o)
-    return UID(len(objects) - 1)
-items = {"NS.objects": []}
-root = add(items)
-item_class = add({"$classname": "OVBackupItem", "$classes": ["OVBackupItem", "NSObject"]})
-items["$class"] = add({"$classname": "NSMutableArray", "$classes": ["NSMutableArray", "NSArray", "NSObject"]})
-array_class = add({"$classname": "NSArray", "$classes": ["NSArray", "NSObject"]})
-exclusions = add({"$class": array_class, "NS.objects": [add("*.tmp"), add(source + "/.cache")]})
-items["NS.objects"].append(add({"$class": item_class, "OVCheckColumn": True, "OVCheckEnabled": True, "OVToast": False,
-    "OVFrequencyColumn": 1, "OVSourceColumn": 0, "OVDestColumn": 0, "OVSourcePath": add(source), "OVBackupSource": add("Documents"),
-    "OVDestPath": add(destination), "OVBackupDestination": add("Backup Disk: Documents"), "OVExclusions": exclusions}))
-open(path, "wb").write(plistlib.dumps({"$archiver": "NSKeyedArchiver", "$version": 100000, "$top": {"root": root}, "$objects": objects},
-                                      fmt=plistlib.FMT_BINARY))
-PY
-chmod 644 "/Library/Application Support/Orvane/BackupItems.plist"
+"$here/../write_items.py" "/Library/Application Support/Orvane/BackupItems.plist" "1|$src|$dest|Backup Disk: Documents|*.tmp|$src/.cache"
 
 as_user() { setpriv --reuid="$user" --regid="$user" --init-groups env HOME="/home/$user" LANG=C.UTF-8 "$@"; }
 # restore_cli EXPECTED-STATUS ARGUMENTS...: orvane-restore as the user; its
