@@ -143,6 +143,8 @@ class OrvaneBackup
   # implementation. What no user can act on goes to the system log whole.
   def self.reason(exception)
     case exception
+    when RemoteVolumeRefused
+      exception.to_s
     when SystemCallError
       name = exception.class.name.to_s.split("::").last
       REASONS[name] || SystemCallError.new(nil, exception.errno).message.sub(/\A[A-Z]/) { |c| c.downcase }.sub(/ - .*\z/m, "")

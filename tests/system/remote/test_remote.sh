@@ -216,6 +216,7 @@ for how in auto-connect Connect; do
         diff <(cd "$SHARE_DIR" && find . -mindepth 1 | sort) <(printf '%s\n' ./Net ./Net/.psync-attributes ./Net/a.txt ./Net/sub ./Net/sub/c.txt ./Net/sub/d.txt)
     unmount_all 2>/dev/null
 done
+mkdir -p "$SHARE_DIR/Pictures" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Pictures"
 
 # --- the ordinary user's attacks -----------------------------------------------
 echo "# attacks by $OTHER_USER"
