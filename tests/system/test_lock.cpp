@@ -13,6 +13,7 @@
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
+#include "ovtestfiles.h"
 
 #include <KMessageWidget>
 
@@ -42,15 +43,6 @@ class TestLock : public QObject
     static T *control(OVOrvanePref &pane, const char *name)
     {
         return pane.findChild<T *>(QString::fromLatin1(name));
-    }
-
-    static QString ownerAndMode(const char *file)
-    {
-        struct stat st;
-        if (::lstat(file, &st) != 0) {
-            return QStringLiteral("missing");
-        }
-        return QStringLiteral("%1:%2 %3").arg(st.st_uid).arg(st.st_gid).arg(st.st_mode & 07777, 0, 8);
     }
 
     // Each control named by the master switch's rules, enabled or not.
@@ -117,7 +109,7 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("Locked")).toBool());
         // The save's items went into place through archive_table, as root's.
         QTRY_COMPARE_WITH_TIMEOUT(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"), 10000);
-        QVERIFY(OVItemArchive::load(QString::fromUtf8(OVFixedPaths::ItemsArchive)));
+        QVERIFY(OVItemArchive::load(path(OVFixedPaths::ItemsArchive)));
         QVERIFY(!control<QPushButton>(pane, "optionsButton")->isEnabled());
         // Opening and closing the lock is no edit: nothing waits to be applied.
         QVERIFY(OVSaveJob::finishAll(10000));
@@ -225,11 +217,7 @@ private Q_SLOTS:
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
         OVSaveJob::forgetUnapplied();
-        const auto readArchive = [] {
-            QFile file(QString::fromUtf8(OVFixedPaths::ItemsArchive));
-            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        };
-        const QByteArray installed = readArchive();
+        const QByteArray installed = readFile(OVFixedPaths::ItemsArchive);
         int rows = 0;
         {
             OVOrvanePref pane(nullptr, {});
@@ -245,7 +233,7 @@ private Q_SLOTS:
             QVERIFY(message->isVisibleTo(&pane));
             QVERIFY2(message->text().contains(OVLocalized("PasswordNotGiven")), qPrintable(message->text()));
             QVERIFY(pane.hasUnappliedChanges());
-            QCOMPARE(readArchive(), installed);
+            QCOMPARE(readFile(OVFixedPaths::ItemsArchive), installed);
         }
         OVOrvanePref pane(nullptr, {});
         QCOMPARE(pane.backupItems()->rowCount(), rows);

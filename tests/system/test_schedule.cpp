@@ -15,6 +15,7 @@
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ovsheetchild.h"
+#include "ovtestfiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -47,26 +48,6 @@ const QByteArray DebianAnacrontab =
     "1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n"
     "7\t10\tcron.weekly\trun-parts --report /etc/cron.weekly\n"
     "@monthly\t15\tcron.monthly\trun-parts --report /etc/cron.monthly\n";
-
-QString path(const char *fixed)
-{
-    return QString::fromUtf8(fixed);
-}
-
-QByteArray read(const char *file)
-{
-    QFile in(path(file));
-    return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray();
-}
-
-void write(const QString &file, const QByteArray &contents)
-{
-    QDir().mkpath(QFileInfo(file).absolutePath());
-    QFile::remove(file);
-    QFile out(file);
-    QVERIFY(out.open(QIODevice::WriteOnly));
-    out.write(contents);
-}
 
 // Hands the edited tables to install_crontab, as the pane does, and waits
 // for its answer (root needs no unlock).
@@ -118,8 +99,8 @@ private Q_SLOTS:
 
     void init()
     {
-        write(path(OVFixedPaths::Crontab), DebianCrontab);
-        write(path(OVFixedPaths::Anacrontab), DebianAnacrontab);
+        writeFile(path(OVFixedPaths::Crontab), DebianCrontab);
+        writeFile(path(OVFixedPaths::Anacrontab), DebianAnacrontab);
         QFile::remove(path(OVFixedPaths::SavedCrontab));
         OVSettingsDomain::remove();
     }
@@ -127,34 +108,30 @@ private Q_SLOTS:
     void helperInstallsTheEditedTablesByteForByte()
     {
         QVERIFY(installed(crontabWith(m_times, {true, true, true}), anacrontabWith({false, false, true})));
-        QCOMPARE(read(OVFixedPaths::Crontab),
+        QCOMPARE(readFile(OVFixedPaths::Crontab),
                  DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
-        QCOMPARE(read(OVFixedPaths::SavedCrontab), DebianCrontab);
-        QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
+        QCOMPARE(readFile(OVFixedPaths::SavedCrontab), DebianCrontab);
+        QCOMPARE(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
 
         // cron's own lines and order survive any number of edits.
         Times later = m_times;
         later.at[0].hour = 4;
         QVERIFY(installed(crontabWith(later, {true, false, true})));
-        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
+        QCOMPARE(readFile(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
         QVERIFY(installed(crontabWith(later, {}), anacrontabWith({})));
-        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
-        QCOMPARE(read(OVFixedPaths::Anacrontab), DebianAnacrontab);
+        QCOMPARE(readFile(OVFixedPaths::Crontab), DebianCrontab);
+        QCOMPARE(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab);
     }
 
     void fallBacksAndMissingFiles()
     {
         // Without /etc/crontab the saved copy is the base.
         QFile::remove(path(OVFixedPaths::Crontab));
-        write(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
+        writeFile(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
         QVERIFY(installed(crontabWith(m_times, {true, false, false})));
-        QCOMPARE(read(OVFixedPaths::Crontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
+        QCOMPARE(readFile(OVFixedPaths::Crontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
 
-        // An unterminated last line is never joined by the line installed.
-        write(path(OVFixedPaths::Crontab), "A=1");
-        QVERIFY(installed(crontabWith(m_times, {false, true, false})));
-        QCOMPARE(read(OVFixedPaths::Crontab), "A=1\n" + cronLine(OVFrequency::Weekly, m_times));
-
+        // (An unterminated last line never joined: test_helpers.)
         // Neither readable: no table to hand over.
         QFile::remove(path(OVFixedPaths::Crontab));
         QFile::remove(path(OVFixedPaths::SavedCrontab));
@@ -163,7 +140,7 @@ private Q_SLOTS:
         // No anacron: no anacron table, and a save's schedule goes to cron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
         QVERIFY(!anacrontabWith({true, true, true}));
-        write(path(OVFixedPaths::Crontab), DebianCrontab);
+        writeFile(path(OVFixedPaths::Crontab), DebianCrontab);
         bool useAnacron = true;
         const auto parts = tables(useAnacron, m_times, {true, false, false});
         QVERIFY(!useAnacron);
@@ -182,7 +159,7 @@ private Q_SLOTS:
         // A real daily script, installed by install_scripts, backs up one folder.
         const QString marker = path(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup");
         QFile::remove(marker);
-        write(QStringLiteral("/root/source/file"), "daily");
+        writeFile(QStringLiteral("/root/source/file"), "daily");
         QDir().mkpath(QStringLiteral("/root/destination"));
         QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
         OVSettings settings;
@@ -212,7 +189,7 @@ private Q_SLOTS:
         QVERIFY2(markerFile.open(QIODevice::ReadOnly), anacron.readAllStandardError().constData());
         QCOMPARE(markerFile.readAll(), QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
         QVERIFY(QFile::exists(spool + QStringLiteral("/orvane.daily")));
-        QCOMPARE(read("/root/destination/file"), QByteArray("daily"));
+        QCOMPARE(readFile("/root/destination/file"), QByteArray("daily"));
     }
 
     void paneSavesAndSwitchesTheSchedule()
@@ -237,7 +214,7 @@ private Q_SLOTS:
         QCOMPARE(times.dayOfMonth, 28);
         const QByteArray three =
             DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), three, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab), three, 5000);
 
         // Anacron takes the schedule over: cron loses the lines.
         pane.backupItems()->setItems({item(int(OVFrequency::Monthly))});
@@ -245,8 +222,8 @@ private Q_SLOTS:
         pane.restoreSavedOptions();
         QVERIFY(pane.useAnacron());
         pane.saveChanges(nullptr, nullptr);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab, 5000);
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab), DebianCrontab, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly), 5000);
 
         // Anacron gone: the next save goes back to cron and forgets anacron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
@@ -254,7 +231,9 @@ private Q_SLOTS:
         QVERIFY(!pane.useAnacron());
         QVERIFY(!OVSettingsDomain::read()->value(QStringLiteral("UseAnacron")).toBool());
         QVERIFY(!UI(ui, kcfg_UseAnacron)->isChecked());
-        QTRY_COMPARE_WITH_TIMEOUT(read(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Monthly, OVScheduleTables::times(pane.settings())), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab),
+                                  DebianCrontab + cronLine(OVFrequency::Monthly, OVScheduleTables::times(pane.settings())),
+                                  5000);
 
         // Backups off: the lines go, then the scripts; again and again.
         auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
@@ -263,7 +242,7 @@ private Q_SLOTS:
             master->setCurrentIndex(1);
             pane.masterToggle(master);
             QVERIFY(OVSaveJob::finishAll(10000));
-            QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
+            QCOMPARE(readFile(OVFixedPaths::Crontab), DebianCrontab);
             QVERIFY(!QFile::exists(path(OVFixedPaths::MonthlyScript)));
             master->setCurrentIndex(0);
             pane.saveChanges(nullptr, nullptr);
@@ -279,8 +258,8 @@ private Q_SLOTS:
         pane.removePrivilege();
         pane.saveChanges(nullptr, nullptr);
         QVERIFY(OVSaveJob::finishAll(10000));
-        QCOMPARE(read(OVFixedPaths::Crontab), DebianCrontab);
-        write(path(OVFixedPaths::MonthlyScript), "#!/usr/bin/ruby\n");
+        QCOMPARE(readFile(OVFixedPaths::Crontab), DebianCrontab);
+        writeFile(path(OVFixedPaths::MonthlyScript), "#!/usr/bin/ruby\n");
         master->setCurrentIndex(1);
         pane.masterToggle(master);
         QVERIFY(OVSaveJob::finishAll(10000));

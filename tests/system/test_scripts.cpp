@@ -12,6 +12,7 @@
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ovsheetchild.h"
+#include "ovtestfiles.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -21,17 +22,6 @@
 #include <QPushButton>
 #include <QTest>
 #include <QToolButton>
-
-#include <sys/stat.h>
-
-namespace
-{
-QByteArray read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-}
 
 class TestScripts : public QObject
 {
@@ -46,14 +36,8 @@ private Q_SLOTS:
         for (const char *folder : {"/root/e2e/daily source/sub", "/root/e2e/daily dest", "/root/e2e/manual source", "/root/e2e/manual dest"}) {
             QVERIFY(QDir().mkpath(QString::fromLatin1(folder)));
         }
-        QFile file(base + QStringLiteral("/daily source/sub/a \"file\".txt"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("daily");
-        file.close();
-        QFile manualFile(base + QStringLiteral("/manual source/m.txt"));
-        QVERIFY(manualFile.open(QIODevice::WriteOnly));
-        manualFile.write("manual");
-        manualFile.close();
+        writeFile(base + QStringLiteral("/daily source/sub/a \"file\".txt"), "daily");
+        writeFile(base + QStringLiteral("/manual source/m.txt"), "manual");
 
         OVOrvanePref pane(nullptr, {});
         pane.show();
@@ -78,23 +62,20 @@ private Q_SLOTS:
         QVERIFY(!pane.settings().safetyNet());
 
         // Only the daily schedule has items; its script is root's alone.
-        const QString installed = QString::fromUtf8(OVFixedPaths::DailyScript);
+        const QString installed = path(OVFixedPaths::DailyScript);
         QVERIFY(OVSaveJob::finishAll(30000));
         QVERIFY(QFile::exists(installed));
-        QVERIFY(!QFile::exists(QString::fromUtf8(OVFixedPaths::WeeklyScript)));
-        QVERIFY(read(installed).contains("sourceFolders = [ \"/root/e2e/daily source\" ]\n"));
-        struct stat st;
-        QCOMPARE(::stat(OVFixedPaths::DailyScript, &st), 0);
-        QCOMPARE(st.st_uid, uid_t(0));
-        QCOMPARE(st.st_mode & 07777, mode_t(0700));
+        QVERIFY(!QFile::exists(path(OVFixedPaths::WeeklyScript)));
+        QVERIFY(readFile(installed).contains("sourceFolders = [ \"/root/e2e/daily source\" ]\n"));
+        QCOMPARE(ownerAndMode(OVFixedPaths::DailyScript), QStringLiteral("0:0 700"));
 
         // Run as the scheduler runs it: by its path alone.
         QCOMPARE(QProcess::execute(installed, {}), 0);
-        QCOMPARE(read(base + QStringLiteral("/daily dest/sub/a \"file\".txt")), QByteArray("daily"));
-        QVERIFY(read(QString::fromUtf8(OVFixedPaths::DailyLog)).contains("Daily: backup complete"));
-        QCOMPARE(read(QString::fromUtf8(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup")),
+        QCOMPARE(readFile(base + QStringLiteral("/daily dest/sub/a \"file\".txt")), QByteArray("daily"));
+        QVERIFY(readFile(OVFixedPaths::DailyLog).contains("Daily: backup complete"));
+        QCOMPARE(readFile(path(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup")),
                  QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
-        QVERIFY(!QFile::exists(QString::fromUtf8(OVFixedPaths::DailyErrors)));
+        QVERIFY(!QFile::exists(path(OVFixedPaths::DailyErrors)));
 
         // The backup button runs the manual items, and says it started.
         auto *backup = pane.findChild<QPushButton *>(QStringLiteral("backupButton"));
@@ -102,7 +83,7 @@ private Q_SLOTS:
         QVERIFY(backup->isEnabled());
         backup->click();
         QTRY_VERIFY(pane.findChild<QMessageBox *>(QStringLiteral("manualBackupSheet")));
-        QTRY_COMPARE_WITH_TIMEOUT(read(base + QStringLiteral("/manual dest/m.txt")), QByteArray("manual"), 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(base + QStringLiteral("/manual dest/m.txt")), QByteArray("manual"), 15000);
 
         // Backups off: the button does nothing at all.
         QVERIFY(OVToolLauncher::instance()->waitForAll(30000));

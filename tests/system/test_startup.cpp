@@ -10,6 +10,7 @@
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
+#include "ovtestfiles.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -25,48 +26,22 @@ class TestStartup : public QObject
 {
     Q_OBJECT
 
-    static QString path(const char *fixed)
-    {
-        return QString::fromUtf8(fixed);
-    }
-
-    static void writeFile(const QString &file, const QByteArray &contents)
-    {
-        QDir().mkpath(QFileInfo(file).absolutePath());
-        QFile out(file);
-        QVERIFY(out.open(QIODevice::WriteOnly));
-        out.write(contents);
-    }
-
     static mode_t modeOf(const char *file)
     {
         struct stat st;
         return ::stat(file, &st) == 0 ? st.st_mode & 07777 : 0;
     }
 
-    // "uid:gid mode", as ls would show what root runs or reads.
-    static QString ownerAndMode(const char *file)
-    {
-        struct stat st;
-        if (::lstat(file, &st) != 0) {
-            return QStringLiteral("missing");
-        }
-        return QStringLiteral("%1:%2 %3").arg(st.st_uid).arg(st.st_gid).arg(st.st_mode & 07777, 0, 8);
-    }
-
-    static void removeAll(const QString &folder)
-    {
-        QDir(folder).removeRecursively();
-    }
-
 private Q_SLOTS:
     void init()
     {
         QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
-        removeAll(path(OVFixedPaths::SupportFolder));
-        removeAll(QStringLiteral("/System"));
-        removeAll(path(OVFixedPaths::LibrarySounds));
-        removeAll(QDir::homePath() + QStringLiteral("/Library"));
+        for (const QString &folder : QStringList{path(OVFixedPaths::SupportFolder),
+                                                 QStringLiteral("/System"),
+                                                 path(OVFixedPaths::LibrarySounds),
+                                                 QDir::homePath() + QStringLiteral("/Library")}) {
+            QDir(folder).removeRecursively();
+        }
         OVSettingsDomain::remove();
     }
 
@@ -100,7 +75,6 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(path(OVFixedPaths::TmpWeeklyScript)));
         QVERIFY(!QFile::exists(path(OVFixedPaths::TmpMonthlyScript)));
         QVERIFY(QFile::exists(path(OVFixedPaths::TmpManualScript)));
-
     }
 
     void loadsTheArchiveAndTheMasterSetting()
@@ -148,9 +122,7 @@ private Q_SLOTS:
         }
         writeFile(bell, "the user's own bell");
         OVOrvanePref pane(nullptr, {});
-        QFile own(bell);
-        QVERIFY(own.open(QIODevice::ReadOnly));
-        QCOMPARE(own.readAll(), QByteArray("the user's own bell"));
+        QCOMPARE(readFile(bell), QByteArray("the user's own bell"));
 
         auto *sounds = pane.findChild<QComboBox *>(QStringLiteral("kcfg_Sound"));
         QStringList titles;

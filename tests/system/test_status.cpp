@@ -9,6 +9,7 @@
 #include "OVSettingsDomain.h"
 #include "OVStatusMonitor.h"
 #include "ovfixedpaths.h"
+#include "ovtestfiles.h"
 #include "ui_logsheet.h"
 
 #include <QDateTime>
@@ -32,19 +33,6 @@ class TestStatus : public QObject
     bool m_authorized = false;
     OVStatusMonitor *m_monitor = nullptr;
     QProcess m_ruby;
-
-    static QString path(const char *fixed)
-    {
-        return QString::fromUtf8(fixed);
-    }
-
-    static void write(const QString &file, const QByteArray &contents)
-    {
-        QDir().mkpath(QFileInfo(file).absolutePath());
-        QFile out(file);
-        QVERIFY(out.open(QIODevice::WriteOnly));
-        out.write(contents);
-    }
 
     static QString marker(const char *folder)
     {
@@ -132,10 +120,10 @@ private Q_SLOTS:
             QVERIFY(row.image->pixmap(Qt::ReturnByValue).isNull());
         }
 
-        write(marker(OVFixedPaths::DailyFolder), "12/31/05\n");
-        write(marker(OVFixedPaths::WeeklyFolder), "07/04/06");
-        write(path(OVFixedPaths::WeeklyErrors), "rsync: failed\n");
-        write(marker(OVFixedPaths::MonthlyFolder), "not a date");
+        writeFile(marker(OVFixedPaths::DailyFolder), "12/31/05\n");
+        writeFile(marker(OVFixedPaths::WeeklyFolder), "07/04/06");
+        writeFile(path(OVFixedPaths::WeeklyErrors), "rsync: failed\n");
+        writeFile(marker(OVFixedPaths::MonthlyFolder), "not a date");
         m_monitor->updateLogButtons();
         const QString shown = QLocale::system().toString(QDate(2005, 12, 31), QLocale::ShortFormat);
         QCOMPARE(m_rows[0].button->text(), shown);
@@ -153,12 +141,12 @@ private Q_SLOTS:
 
         // A manual run refreshed the daily marker: the daily row shows the
         // last scheduled run recorded beside it, or none.
-        write(marker(OVFixedPaths::DailyFolder), "01/05/07\n");
-        write(path(OVFixedPaths::Scheduled[0].lastRun), "manual 01/05/07 complete\n");
+        writeFile(marker(OVFixedPaths::DailyFolder), "01/05/07\n");
+        writeFile(path(OVFixedPaths::Scheduled[0].lastRun), "manual 01/05/07 complete\n");
         m_monitor->updateLogButtons();
         QCOMPARE(m_rows[0].button->text(), OVLocalized("None"));
         QVERIFY(m_rows[0].image->pixmap(Qt::ReturnByValue).isNull());
-        write(path(OVFixedPaths::Scheduled[0].lastRun), "scheduled 12/31/05 caution\nmanual 01/05/07 complete\n");
+        writeFile(path(OVFixedPaths::Scheduled[0].lastRun), "scheduled 12/31/05 caution\nmanual 01/05/07 complete\n");
         m_monitor->updateLogButtons();
         QCOMPARE(m_rows[0].button->text(), shown);
         QCOMPARE(m_rows[0].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(caution.format()), caution);
@@ -169,7 +157,7 @@ private Q_SLOTS:
         // be removed (here: a file mounted over it).
         const QString weekly = path(OVFixedPaths::WeeklyRunFlag);
         auto writeOld = [](const QString &file, const QByteArray &contents) {
-            write(file, contents);
+            writeFile(file, contents);
             QFile f(file);
             QVERIFY(f.open(QIODevice::ReadWrite));
             QVERIFY(f.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime));
@@ -190,14 +178,14 @@ private Q_SLOTS:
         // it lives. Another ruby program with its PID in a flag is no backup.
         QDir().mkpath(QStringLiteral("/tmp/ov-scheduled"));
         const QString script = QStringLiteral("/tmp/ov-scheduled/orvane_daily.rb");
-        write(script, "#!/usr/bin/ruby --disable-gems\nsleep 60\n");
+        writeFile(script, "#!/usr/bin/ruby --disable-gems\nsleep 60\n");
         QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         m_ruby.start(script, QStringList());
         QVERIFY(m_ruby.waitForStarted());
         QProcess other;
         other.start(QStringLiteral("ruby"), {QStringLiteral("-e"), QStringLiteral("sleep 60")});
         QVERIFY(other.waitForStarted());
-        write(path(OVFixedPaths::DailyRunFlag), QByteArray::number(m_ruby.processId()) + '\n');
+        writeFile(path(OVFixedPaths::DailyRunFlag), QByteArray::number(m_ruby.processId()) + '\n');
         writeOld(path(OVFixedPaths::MonthlyRunFlag), QByteArray::number(other.processId()) + '\n');
         QTest::qWait(300); // the interpreter has read its command line
         m_monitor->updateLogButtons();
@@ -226,9 +214,9 @@ private Q_SLOTS:
 
     void paneShowsItsStatusRows()
     {
-        write(marker(OVFixedPaths::DailyFolder), "12/31/05\n");
-        write(marker(OVFixedPaths::MonthlyFolder), "11/20/26\n");
-        write(path(OVFixedPaths::MonthlyErrors), "disk full\n");
+        writeFile(marker(OVFixedPaths::DailyFolder), "12/31/05\n");
+        writeFile(marker(OVFixedPaths::MonthlyFolder), "11/20/26\n");
+        writeFile(path(OVFixedPaths::MonthlyErrors), "disk full\n");
         OVOrvanePref pane(nullptr, {});
         pane.resize(640, 480);
         pane.show();
@@ -259,8 +247,8 @@ private Q_SLOTS:
         pane.viewLog(weekly);
         QVERIFY(!sheet->isVisible());
 
-        write(path(OVFixedPaths::WeeklyLog), "Backing up Fotos…\nDone.\n");
-        write(path(OVFixedPaths::DailyLog), "the daily log\n");
+        writeFile(path(OVFixedPaths::WeeklyLog), "Backing up Fotos…\nDone.\n");
+        writeFile(path(OVFixedPaths::DailyLog), "the daily log\n");
         weekly->setText(QStringLiteral("11/20/26"));
         sheet->setShowOnlyErrors(false);
         pane.viewLog(weekly);
@@ -273,7 +261,7 @@ private Q_SLOTS:
         // Errors only, and no error file: the last run had no errors.
         ui->showOnlyErrorsCheck->click();
         QCOMPARE(ui->logTextView->toPlainText(), QString());
-        write(path(OVFixedPaths::WeeklyErrors), "rsync error: some files vanished\n");
+        writeFile(path(OVFixedPaths::WeeklyErrors), "rsync error: some files vanished\n");
         sheet->loadLog();
         QCOMPARE(ui->logTextView->toPlainText(), QStringLiteral("rsync error: some files vanished\n"));
 
@@ -286,7 +274,7 @@ private Q_SLOTS:
         QCOMPARE(ui->logTextView->toPlainText(), QString());
 
         // Bytes that are not UTF-8 show nothing.
-        write(path(OVFixedPaths::WeeklyLog), QByteArray("caf\xe9\n"));
+        writeFile(path(OVFixedPaths::WeeklyLog), QByteArray("caf\xe9\n"));
         sheet->loadLog();
         QCOMPARE(ui->logTextView->toPlainText(), QString());
 

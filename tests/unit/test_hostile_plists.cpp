@@ -149,7 +149,7 @@ private Q_SLOTS:
                  QStringList({QStringLiteral("NSMutableArray"), QStringLiteral("NSArray"), QStringLiteral("NSObject")}));
     }
 
-    // bench/items-archive.sh times this; here it only has to be right.
+    // More objects than short references reach (bench/items-archive.sh times it).
     void twentyThousandItems()
     {
         QVector<OVBackupItem> items(20000);
@@ -158,17 +158,11 @@ private Q_SLOTS:
             items[i].setDestPath(QStringLiteral("/Volumes/Backup/folder %1").arg(i));
             items[i].setFrequencyColumn(i % 5);
         }
-        QElapsedTimer timer;
-        timer.start();
-        const QByteArray data = OVItemArchive::archive(items);
-        const qint64 written = timer.restart();
-        const auto back = OVItemArchive::unarchive(data);
-        const qint64 read = timer.elapsed();
+        const auto back = OVItemArchive::unarchive(OVItemArchive::archive(items));
         QVERIFY(back);
         QCOMPARE(back->size(), items.size());
         QCOMPARE(back->last().destPath(), items.last().destPath());
         QCOMPARE(back->at(12345).frequencyColumn(), items.at(12345).frequencyColumn());
-        qInfo("20000 items: archived in %lld ms, unarchived in %lld ms (%d bytes)", written, read, int(data.size()));
     }
 };
 

@@ -71,6 +71,7 @@ private Q_SLOTS:
             {"/Volumes/Backup/Photos", "Backup: Photos"},
             {"/Volumes/Backup/Photos/2024", "Backup: 2024"},
             {"/Volumes/Backup", "Backup"},
+            {"/home/ann/Fotos \"x\"", "Fotos \"x\""},
             {"/media/ann/USB STICK/Photos", "USB STICK: Photos"},
             {"/media/ann/USB STICK/Photos/2024/", "USB STICK: 2024"},
             {"/run/media/ann/Backup/Work", "Backup: Work"},
@@ -88,6 +89,8 @@ private Q_SLOTS:
         for (const auto &row : rows) {
             QCOMPARE(OVFolderLabel::labelForPath(QString::fromUtf8(row.path)), QString::fromUtf8(row.label));
         }
+        QVERIFY(!OVFolderLabel::startupDiskName().isEmpty());
+        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
         QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/media/ann/Disk")), 2);
         QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/run/media/ann/Disk/x")), 3);
         QCOMPARE(OVFolderLabel::diskComponent(QStringLiteral("/Volumes/Disk")), 1);

@@ -2,8 +2,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Small rules the user meets: who counts as an administrator (the unlock is
 // offered to them), the last-backup marker's date (a misread one shows a
-// wrong status), and the labels of chosen folders. Any user.
-#include "OVFolderLabel.h"
+// wrong status). Any user.
 #include "OVLock.h"
 #include "OVStatusMonitor.h"
 
@@ -39,16 +38,6 @@ private Q_SLOTS:
                  std::optional<QByteArrayList>({"07/04/26", "caution"}));
         QCOMPARE(OVStatusMonitor::scheduledRun("manual 07/05/26 complete\n"), std::optional<QByteArrayList>());
         QCOMPARE(OVStatusMonitor::scheduledRun("scheduled 07/04/26\n"), std::optional<QByteArrayList>());
-    }
-
-    void folderLabels()
-    {
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
-        QVERIFY(!OVFolderLabel::startupDiskName().isEmpty());
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup")), QStringLiteral("Backup"));
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos")), QStringLiteral("Backup: Photos"));
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/Volumes/Backup/Photos/2024")), QStringLiteral("Backup: 2024"));
-        QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/home/ann/Fotos \"x\"")), QStringLiteral("Fotos \"x\""));
     }
 };
 

@@ -27,124 +27,73 @@ class TestVersionCompare : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void compareVersion_data()
-    {
-        QTest::addColumn<QString>("a");
-        QTest::addColumn<QString>("b");
-        QTest::addColumn<int>("expected");
-
-        QTest::newRow("equal") << "2.0"
-                               << "2.0" << 0;
-        QTest::newRow("both empty") << ""
-                                    << "" << 0;
-        QTest::newRow("numbers, not digits") << "1.2"
-                                             << "1.10" << 1;
-        QTest::newRow("numbers, not digits, swapped") << "1.10"
-                                                      << "1.2" << -1;
-        QTest::newRow("major wins") << "2.0"
-                                    << "1.9.9" << -1;
-        QTest::newRow("leading zeros are the same number") << "1.007"
-                                                           << "1.7" << 0;
-        QTest::newRow("release newer than its beta") << "1.0"
-                                                     << "1.0b1" << -1;
-        QTest::newRow("beta older than its release") << "1.0b1"
-                                                     << "1.0" << 1;
-        QTest::newRow("extra number is newer") << "1.0.1"
-                                               << "1.0" << -1;
-        QTest::newRow("shorter is older") << "1.0"
-                                          << "1.0.1" << 1;
-        QTest::newRow("extra separator is newer") << "1.0."
-                                                  << "1.0" << -1;
-        QTest::newRow("beta numbers") << "1.0b2"
-                                      << "1.0b1" << -1;
-        QTest::newRow("same beta") << "1.0b1"
-                                   << "1.0b1" << 0;
-        // Kept from the protocol: the text that sorts first counts as newer.
-        QTest::newRow("text sorting first is newer") << "1.0a"
-                                                     << "1.0b" << -1;
-        QTest::newRow("text sorting later is older") << "1.0b"
-                                                     << "1.0a" << 1;
-        QTest::newRow("text below number") << "1.a"
-                                           << "1.1" << 1;
-        QTest::newRow("number above text") << "1.1"
-                                           << "1.a" << -1;
-        QTest::newRow("separator below number") << "1..2"
-                                                << "1.2" << 1;
-        QTest::newRow("number above separator") << "1.2"
-                                                << "1..2" << -1;
-        QTest::newRow("text below separator") << "1a"
-                                              << "1." << 1;
-        QTest::newRow("separator above text") << "1."
-                                              << "1a" << -1;
-        QTest::newRow("00 is text") << "1.00"
-                                    << "1.0" << 1;
-        QTest::newRow("case counts") << "1.0B"
-                                     << "1.0b" << -1;
-        QTest::newRow("empty against a version") << ""
-                                                 << "1.0" << 1;
-        QTest::newRow("version against empty") << "1.0"
-                                               << "" << -1;
-        QTest::newRow("text against empty") << "beta"
-                                            << "" << 1;
-        QTest::newRow("huge numbers") << "1.99999999999999999999"
-                                      << "1.2" << -1;
-    }
-
     void compareVersion()
     {
-        QFETCH(QString, a);
-        QFETCH(QString, b);
-        QFETCH(int, expected);
-        QCOMPARE(MacPADSocket::compareVersion(a, b), expected);
+        // {a, b, compareVersion(a, b)}: -1 when b is older.
+        const struct {
+            const char *a, *b;
+            int expected;
+        } rows[] = {
+            {"2.0", "2.0", 0},
+            {"", "", 0},
+            {"1.2", "1.10", 1},
+            {"1.10", "1.2", -1}, // numbers, not digits
+            {"2.0", "1.9.9", -1},
+            {"1.007", "1.7", 0},
+            {"1.0", "1.0b1", -1},
+            {"1.0b1", "1.0", 1}, // a release is newer than its beta
+            {"1.0.1", "1.0", -1},
+            {"1.0", "1.0.1", 1},
+            {"1.0.", "1.0", -1},
+            {"1.0b2", "1.0b1", -1},
+            {"1.0b1", "1.0b1", 0},
+            // Kept from the protocol: the text that sorts first counts as newer.
+            {"1.0a", "1.0b", -1},
+            {"1.0b", "1.0a", 1},
+            // Text below separator below number.
+            {"1.a", "1.1", 1},
+            {"1.1", "1.a", -1},
+            {"1..2", "1.2", 1},
+            {"1.2", "1..2", -1},
+            {"1a", "1.", 1},
+            {"1.", "1a", -1},
+            {"1.00", "1.0", 1}, // 00 is text
+            {"1.0B", "1.0b", -1},
+            {"", "1.0", 1},
+            {"1.0", "", -1},
+            {"beta", "", 1},
+            {"1.99999999999999999999", "1.2", -1},
+        };
+        for (const auto &row : rows) {
+            QVERIFY2(MacPADSocket::compareVersion(QString::fromLatin1(row.a), QString::fromLatin1(row.b)) == row.expected,
+                     qPrintable(QStringLiteral("%1 against %2").arg(QLatin1String(row.a), QLatin1String(row.b))));
+        }
     }
 
-    void splitVersion_data()
+    void splitVersionAndCharType()
     {
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<QStringList>("parts");
-
-        QTest::newRow("empty") << "" << QStringList();
-        QTest::newRow("one number") << "12" << QStringList{QStringLiteral("12")};
-        QTest::newRow("beta") << "1.10b3"
-                              << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("10"), QStringLiteral("b"), QStringLiteral("3")};
-        QTest::newRow("double dot") << "2..0" << QStringList{QStringLiteral("2"), QStringLiteral("."), QStringLiteral("."), QStringLiteral("0")};
-        QTest::newRow("text runs") << "1.0rc-2"
-                                   << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("0"), QStringLiteral("rc-"), QStringLiteral("2")};
-        QTest::newRow("zeros stay together") << "1.00" << QStringList{QStringLiteral("1"), QStringLiteral("."), QStringLiteral("00")};
-        QTest::newRow("leading dot") << ".5" << QStringList{QStringLiteral("."), QStringLiteral("5")};
-        QTest::newRow("leading text") << "v2" << QStringList{QStringLiteral("v"), QStringLiteral("2")};
-    }
-
-    void splitVersion()
-    {
-        QFETCH(QString, version);
-        QFETCH(QStringList, parts);
-        QCOMPARE(MacPADSocket::splitVersion(version), parts);
-    }
-
-    void getCharType_data()
-    {
-        QTest::addColumn<QString>("part");
-        QTest::addColumn<int>("type");
-
-        QTest::newRow("dot") << "." << 2;
-        QTest::newRow("two dots") << ".." << 1;
-        QTest::newRow("zero") << "0" << 0;
-        QTest::newRow("double zero") << "00" << 1;
-        QTest::newRow("digit") << "7" << 0;
-        QTest::newRow("number") << "12" << 0;
-        QTest::newRow("number then text") << "3b" << 0;
-        QTest::newRow("leading zero number") << "007" << 0;
-        QTest::newRow("letter") << "a" << 1;
-        QTest::newRow("dash") << "-" << 1;
-        QTest::newRow("empty") << "" << 1;
-    }
-
-    void getCharType()
-    {
-        QFETCH(QString, part);
-        QFETCH(int, type);
-        QCOMPARE(MacPADSocket::getCharType(part), type);
+        const QLatin1Char sep('|');
+        const struct {
+            const char *version, *parts;
+        } splits[] = {{"", ""},
+                      {"12", "12"},
+                      {"1.10b3", "1|.|10|b|3"},
+                      {"2..0", "2|.|.|0"},
+                      {"1.0rc-2", "1|.|0|rc-|2"},
+                      {"1.00", "1|.|00"},
+                      {".5", ".|5"},
+                      {"v2", "v|2"}};
+        for (const auto &row : splits) {
+            QCOMPARE(MacPADSocket::splitVersion(QString::fromLatin1(row.version)).join(sep), QString::fromLatin1(row.parts));
+        }
+        // 0 number, 1 text, 2 separator.
+        const struct {
+            const char *part;
+            int type;
+        } types[] = {{".", 2}, {"..", 1}, {"0", 0}, {"00", 1}, {"7", 0}, {"12", 0}, {"3b", 0}, {"007", 0}, {"a", 1}, {"-", 1}, {"", 1}};
+        for (const auto &row : types) {
+            QVERIFY2(MacPADSocket::getCharType(QString::fromLatin1(row.part)) == row.type, row.part);
+        }
     }
 
     // Answers that need no server still arrive later, from the event loop,

@@ -48,6 +48,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -662,9 +663,12 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
                                       "--log-level",
                                       "ERROR"};
     mount.insert(mount.end(), common.begin(), common.end());
-    int err[2];
-    if (pipe2(err, O_CLOEXEC)) {
-        fail(std::string("cannot make a pipe: ") + std::strerror(errno));
+    // rclone's errors go to a file in memory, not a pipe: once mounted nobody
+    // reads them, and a line written into a pipe without a reader would end
+    // rclone (SIGPIPE), unmounting the volume under a backup.
+    const int err = memfd_create("rclone-errors", MFD_CLOEXEC);
+    if (err < 0) {
+        fail(std::string("cannot make a file for rclone's errors: ") + std::strerror(errno));
     }
     const pid_t pid = fork();
     if (pid < 0) {
@@ -675,28 +679,26 @@ void mountWithRclone(const Server &s, const std::string &password, const std::st
         const int null = open("/dev/null", O_RDWR);
         dup2(null, 0);
         dup2(null, 1);
-        dup2(err[1], 2);
+        dup2(err, 2);
         passOn(configFd, 3);
         closeFrom(4);
         exec(mount, env);
     }
-    close(err[1]);
     close(configFd);
-    fcntl(err[0], F_SETFL, O_NONBLOCK);
     std::string errors;
     for (int tenth = 0; tenth < MountSeconds * 10; ++tenth) {
         char buffer[4096];
         ssize_t n;
-        while ((n = read(err[0], buffer, sizeof buffer)) > 0) {
+        while ((n = pread(err, buffer, sizeof buffer, static_cast<off_t>(errors.size()))) > 0) {
             errors.append(buffer, static_cast<size_t>(n));
         }
         if (topMountAt(mountTable(), point).id >= 0) {
-            close(err[0]);
+            close(err);
             return;
         }
         int status;
         if (waitpid(pid, &status, WNOHANG) == pid) {
-            while ((n = read(err[0], buffer, sizeof buffer)) > 0) {
+            while ((n = pread(err, buffer, sizeof buffer, static_cast<off_t>(errors.size()))) > 0) {
                 errors.append(buffer, static_cast<size_t>(n));
             }
             fail("rclone could not mount " + s.volume + " at " + point + ": " + lastLine(errors));

@@ -8,34 +8,15 @@
 # replaced once, names escaped for a double-quoted literal); the filler
 # itself is tested in test_scripts.
 # Names are bytes: every non-ASCII literal below is made binary with .b.
-require "test/unit"
-require "tmpdir"
-require "fileutils"
-require "etc"
+require_relative "../ruby/sandbox_case"
 
 TEMPLATE = ENV.fetch("OV_TEMPLATE")
 PSYNC = ENV.fetch("OV_PSYNC")
 FILL = ENV.fetch("OV_FILL_SCRIPT")
 
 class TestEngine < Test::Unit::TestCase
-  ERRORS = "/var/log/.orvane_daily.err"
+  include SandboxCase
   DAILY = "/Library/Application Support/Orvane/.daily"
-
-  def setup
-    raise "runs only inside tests/sandbox/ov-sandbox" unless ENV["OV_IN_SANDBOX"]
-    @dir = Dir.mktmpdir("ov-engine").b
-    @mounts = []
-    FileUtils.rm_rf(["/tmp/ov_Daily.run", "/tmp/ov_Daily.progress", ERRORS])
-  end
-
-  # Whatever a test provoked, the error file and the logs speak a user's words.
-  def teardown
-    [errors, *[log_file, "/var/log/orvane_daily.log"].select { |f| File.exist?(f) }.map { |f| File.binread(f) }].each do |text|
-      assert_no_match(/rb_sysopen|Errno|#<|\.rb:\d+/, text)
-    end
-    @mounts.reverse_each { |m| system("umount", "-q", m) }
-    FileUtils.rm_rf(@dir)
-  end
 
   def quoted(text) = "\"#{text.b.gsub(/[\\"#]/) { "\\#{Regexp.last_match(0)}" }}\""
 
@@ -69,32 +50,13 @@ class TestEngine < Test::Unit::TestCase
     $?.exitstatus
   end
 
-  def log_file = File.join(@dir, "daily.log")
-  def errors = File.exist?(ERRORS) ? File.binread(ERRORS) : ""
-
-  def mount_tmpfs(point, name)
-    FileUtils.mkdir_p(point)
-    assert(system("mount", "-t", "tmpfs", "-o", "size=16m", name, point), "mount #{point}")
-    @mounts << point
-  end
-
-  def unmount(point)
-    assert(system("umount", point))
-    @mounts.delete(point)
-  end
-
-  def files(folder) = Dir.glob("**/*", File::FNM_DOTMATCH, base: folder).reject { |p| p.end_with?(".") }.sort
-
   # A new user keeps the default options: the Safety Net is on, in a folder
   # of their Documents, which did not exist when the module first started
   # (so nothing made the Safety Net folder). Filled by the pane's own
   # builder from the installed template and run as cron runs it, the first
   # backup backs up; before Documents exists, it says why it cannot.
   def test_the_first_backup_with_the_default_options
-    unless (Etc.getpwnam("ovjane") rescue nil)
-      assert(system("useradd", "-m", "ovjane"))
-    end
-    jane = Etc.getpwnam("ovjane")
+    jane = SandboxCase.user("ovjane")
     documents = File.join(jane.dir, "Documents")
     FileUtils.rm_rf(documents)
     FileUtils.mkdir_p(DAILY)
@@ -156,8 +118,8 @@ class TestEngine < Test::Unit::TestCase
   def test_a_mount_point_without_its_disk
     source = File.join(@dir, "media", "photos")
     destination = File.join(@dir, "media", "backup")
-    mount_tmpfs(source, "ov-photos")
-    mount_tmpfs(destination, "ov-backup")
+    mount_tmpfs(source, name: "ov-photos")
+    mount_tmpfs(destination, name: "ov-backup")
     200.times { |i| File.binwrite(File.join(source, "photo #{i}"), "photo #{i}") }
     assert_equal(0, run_script(sources: [source], destinations: [destination]), errors)
     assert_equal(200, Dir.children(destination).size)
@@ -170,7 +132,7 @@ class TestEngine < Test::Unit::TestCase
     assert(File.exist?(File.join(@dir, ".lastbackup")), "the run still ends and says so")
 
     # The source's disk goes: the mirror does not empty the backup.
-    mount_tmpfs(destination, "ov-backup")
+    mount_tmpfs(destination, name: "ov-backup")
     unmount(source)
     File.binwrite(File.join(destination, "kept"), "kept")
     assert_equal(1, run_script(sources: [source], destinations: [destination]))

@@ -9,11 +9,16 @@
 //                  [--user NAME] [--toast NAME]
 //                  [--autoconnect SERVER ACCOUNT VOLUME] [--server SERVER ACCOUNT VOLUME]
 //                  [--safetynet FOLDER COUNT Everything|Changed|Deleted]
+//                  [--stored]
 //                  SOURCE DESTINATION [SOURCE DESTINATION]...
+//
+// --stored takes the options from the settings stored in $HOME (the
+// defaults on a fresh install), as the module does, in place of the flags.
 //
 // Paths are taken as the bytes given, so any name a folder can have works.
 
 #include "OVScriptBuilder.h"
+#include "OVSettings.h"
 
 #include <cstdio>
 #include <cstring>
@@ -26,6 +31,7 @@ int main(int argc, char **argv)
     FrequencyOptions options;
     OVFrequency frequency = OVFrequency::Daily;
     QList<QByteArray> paths;
+    bool stored = false;
     const auto usage = [] {
         std::fputs("usage: ov_fill_script [options] SOURCE DESTINATION...\n", stderr);
         return 2;
@@ -65,6 +71,8 @@ int main(int argc, char **argv)
             shared.maxArchives = QString::fromLocal8Bit(argv[++i]);
             const QByteArray contents(argv[++i]);
             shared.archiveIndex = contents == "Everything" ? 0 : contents == "Changed" ? 1 : contents == "Deleted" ? 2 : -1;
+        } else if (a == "--stored") {
+            stored = true;
         } else if (a.startsWith("--")) {
             return usage();
         } else {
@@ -84,11 +92,18 @@ int main(int argc, char **argv)
     script.frequency = files.name;
     script.logfile = files.log;
     script.lastBackup = files.lastBackup;
-    script.options = options;
     for (int i = 0; i < paths.size(); i += 2) {
         script.sources.append(paths.at(i));
         script.destinations.append(paths.at(i + 1));
     }
+    if (stored) {
+        const OVSettings settings = OVSettings::stored();
+        const QString user = shared.username;
+        shared = sharedOptions(settings);
+        shared.username = user;
+        options = frequencyOptions(settings, frequency);
+    }
+    script.options = options;
     shared.scheduled = frequency != OVFrequency::Manual;
     if (shared.username.isEmpty()) {
         shared.username = QStringLiteral("root");

@@ -246,7 +246,6 @@ class FinishedNotice(unittest.TestCase):
         self.assertTrue(wait_for(lambda: lines(OPENED_LOG), 10), "the log viewer was not started")
         self.assertEqual(lines(OPENED_LOG), ["/var/log/orvane_weekly.log"])
 
-
     def test_a_caution_shows_what_the_run_reported(self):
         settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
         answer()
@@ -325,25 +324,18 @@ class Prompt(unittest.TestCase):
         status, err, _ = notice("--prompt", "Daily", *extra, **environment)
         return status, err, events(since, "notify")
 
-    def test_back_up_now_goes_ahead(self):
-        answer(action="Back Up Now")
-        status, err, shown = self.ask()
-        self.assertEqual(status, 0, err)
-        self.assertEqual(len(shown), 1)
-        self.assertEqual(shown[0]["actions"], ["Back Up Now", "Skip"])
-        self.assertIn("scheduled daily backup", shown[0]["body"])
-        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "promptBeforeBackup")
-
-    def test_skip_skips(self):
-        answer(action="Skip")
-        status, err, _ = self.ask()
-        self.assertEqual(status, 1, err)
-
-    def test_unanswered_prompt_lets_the_backup_go_ahead(self):
-        answer(close=1)
-        status, err, _ = self.ask()
-        self.assertEqual(status, 3)
-        self.assertIn("without an answer", err)
+    def test_each_answer(self):
+        for given, expected in (({"action": "Back Up Now"}, 0), ({"action": "Skip"}, 1), ({"close": 1}, 3)):
+            with self.subTest(answer=given):
+                answer(**given)
+                status, err, shown = self.ask()
+                self.assertEqual(status, expected, err)
+                self.assertEqual(len(shown), 1)
+                self.assertEqual(shown[0]["actions"], ["Back Up Now", "Skip"])
+                self.assertIn("scheduled daily backup", shown[0]["body"])
+                self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "promptBeforeBackup")
+                if expected == 3:
+                    self.assertIn("without an answer", err)
 
     def test_bus_found_in_the_runtime_folder_when_no_address_is_given(self):
         answer(action="Back Up Now")
@@ -409,21 +401,35 @@ class Progress(unittest.TestCase):
 
 class ScriptRun(unittest.TestCase):
     """A real scheduled script, filled by the pane's builder from the
-    installed template and run by its path as root, as cron runs it: it
-    finds the user's desktop, asks first, shows its progress folder by
-    folder, and ends with its notice."""
+    installed template and run by its path as root, as cron runs it, with
+    the user's desktop logged in."""
 
-    def test_a_run_asks_shows_its_progress_and_ends_with_its_notice(self):
-        fill = os.environ.get("OV_FILL_SCRIPT")
-        if not fill:
+    def setUp(self):
+        self.fill = os.environ.get("OV_FILL_SCRIPT")
+        if not self.fill:
             self.skipTest("OV_FILL_SCRIPT names no script builder")
         settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
-        answer(action="Back Up Now")
-        # The user's logged-in desktop: a process with a display and the bus.
         desktop = subprocess.Popen(daemon_as_user(["env", "DISPLAY=:78", "DBUS_SESSION_BUS_ADDRESS=" + address,
                                                    "XDG_RUNTIME_DIR=" + runtime, "sleep", "600"]))
         self.addCleanup(desktop.wait)
         self.addCleanup(desktop.kill)
+        self.addCleanup(answer)
+
+    def cron_run(self, root, *fill_arguments):
+        script = os.path.join(root, "daily.rb")
+        with open(script, "wb") as f:
+            f.write(subprocess.run([self.fill, "--user", USER, *fill_arguments], capture_output=True, check=True).stdout)
+        os.chmod(script, 0o700)
+        return subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
+                              capture_output=True, timeout=300)
+
+    def end_notice(self, since):
+        ends = lambda: [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] in ("backupComplete", "backupCaution")]
+        self.assertTrue(wait_for(ends, 20), "no end notice")
+        return ends()[0]
+
+    def test_a_run_asks_shows_its_progress_and_ends_with_its_notice(self):
+        answer(action="Back Up Now")
         root = tempfile.mkdtemp(prefix="ov-run-")
         self.addCleanup(shutil.rmtree, root, True)
         pairs = []
@@ -436,14 +442,8 @@ class ScriptRun(unittest.TestCase):
                 for _ in range(250):
                     f.write(os.urandom(1 << 20))
             pairs += [source, destination]
-        script = os.path.join(root, "daily.rb")
-        with open(script, "wb") as f:
-            f.write(subprocess.run([fill, "--progress", "--prompt", "--user", USER] + pairs,
-                                   capture_output=True, check=True).stdout)
-        os.chmod(script, 0o700)
         since = mark()
-        run = subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
-                             capture_output=True, timeout=300)
+        run = self.cron_run(root, "--progress", "--prompt", *pairs)
         self.assertEqual(run.returncode, 0, run.stderr)
         for i in (0, 2):
             self.assertEqual(subprocess.run(["cmp", pairs[i] + "/data.bin", pairs[i + 1] + "/data.bin"]).returncode, 0)
@@ -462,23 +462,11 @@ class ScriptRun(unittest.TestCase):
                 folders.add(state["descriptionValue1"])
         self.assertEqual(state["title"], "Daily backup")
         self.assertEqual(folders, {"1 of 2", "2 of 2"}, "each folder shown as the one it is")
-        self.assertTrue(wait_for(lambda: any(e["hints"]["x-kde-eventId"] == "backupComplete"
-                                             for e in events(since, "notify")), 20), "no end notice")
-        finished = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "backupComplete"]
-        self.assertEqual(finished[0]["body"], "The daily backup is complete.")
-
+        self.assertEqual(self.end_notice(since)["body"], "The daily backup is complete.")
 
     def test_a_mirror_asks_before_it_deletes_much(self):
         """psync holds the deletions of a mirror that would delete most of
         a backup; the run asks the user, and only Delete deletes."""
-        fill = os.environ.get("OV_FILL_SCRIPT")
-        if not fill:
-            self.skipTest("OV_FILL_SCRIPT names no script builder")
-        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
-        desktop = subprocess.Popen(daemon_as_user(["env", "DISPLAY=:78", "DBUS_SESSION_BUS_ADDRESS=" + address,
-                                                   "XDG_RUNTIME_DIR=" + runtime, "sleep", "600"]))
-        self.addCleanup(desktop.wait)
-        self.addCleanup(desktop.kill)
         for given, status, left, reason in ((dict(action="Delete"), 0, 2, None),
                                             (dict(action="Keep"), 1, 22, "since Keep was chosen"),
                                             (dict(close=2), 1, 22, "since nobody answered")):
@@ -488,39 +476,28 @@ class ScriptRun(unittest.TestCase):
                 source, destination = os.path.join(root, "source"), os.path.join(root, "backup")
                 os.makedirs(source)
                 os.makedirs(destination)
-                for name in ("a", "b"):
-                    for folder in (source, destination):
+                for name, folders in [("a", (source, destination)), ("b", (source, destination))] + \
+                        [("gone %d" % i, (destination,)) for i in range(20)]:
+                    for folder in folders:
                         with open(os.path.join(folder, name), "w") as f:
                             f.write(name)
-                for i in range(20):
-                    with open(os.path.join(destination, "gone %d" % i), "w") as f:
-                        f.write("gone")
-                script = os.path.join(root, "daily.rb")
-                with open(script, "wb") as f:
-                    f.write(subprocess.run([fill, "--mirror", "--user", USER, source, destination],
-                                           capture_output=True, check=True).stdout)
-                os.chmod(script, 0o700)
                 answer(**given)
                 since = mark()
-                run = subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
-                                     capture_output=True, timeout=300)
+                run = self.cron_run(root, "--mirror", source, destination)
                 self.assertEqual(run.returncode, status, run.stderr)
                 self.assertEqual(len(os.listdir(destination)), left)
                 asked = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "askDeletions"]
                 self.assertEqual([e["body"] for e in asked], ["20 files in %s are no longer in %s. Delete them from the backup?"
                                                               % (destination, source)])
-                self.assertTrue(wait_for(lambda: any(e["hints"]["x-kde-eventId"] in ("backupComplete", "backupCaution")
-                                                     for e in events(since, "notify")), 20), "no end notice")
-                end = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] in ("backupComplete", "backupCaution")]
+                end = self.end_notice(since)
                 if reason is None:
                     self.assertFalse(os.path.exists("/var/log/.orvane_daily.err"))
-                    self.assertEqual(end[0]["body"], "The daily backup is complete.")
+                    self.assertEqual(end["body"], "The daily backup is complete.")
                 else:
                     with open("/var/log/.orvane_daily.err") as f:
                         self.assertIn("20 files in %s are no longer in %s; they were kept in the backup, %s"
                                       % (destination, source, reason), f.read())
-                    self.assertIn("they were kept in the backup, " + reason, end[0]["body"])
-        answer()
+                    self.assertIn("they were kept in the backup, " + reason, end["body"])
 
 
 class NoDesktop(unittest.TestCase):

@@ -5,52 +5,22 @@
 # must reach it). Runs as root inside the test sandbox: the run flags and
 # error files are at fixed paths, and it makes users and mounts.
 # encoding: ASCII-8BIT
-require "test/unit"
-require "tmpdir"
-require "fileutils"
-require "etc"
+require_relative "sandbox_case"
 
 TEMPLATE = ENV.fetch("OV_TEMPLATE")
 PSYNC = ENV.fetch("OV_PSYNC")
 load TEMPLATE
 
 class TestBackupScript < Test::Unit::TestCase
-  FLAG = "/tmp/ov_Daily.run"
-  PROGRESS = "/tmp/ov_Daily.progress"
-  ERRORS = "/var/log/.orvane_daily.err"
-  # What a user must never read: the implementation's own words.
-  IMPLEMENTATION_WORDS = /rb_sysopen|Errno|\(Errno|#<|NoMethodError|NilClass|\.rb:\d+/
-
-  def self.user(name, *groups)
-    system("useradd", "-m", *(groups.empty? ? [] : ["-G", groups.join(",")]), name, out: File::NULL, err: File::NULL) unless (Etc.getpwnam(name) rescue nil)
-    Etc.getpwnam(name)
-  end
+  include SandboxCase
 
   def setup
-    raise "runs only inside tests/sandbox/ov-sandbox" unless ENV["OV_IN_SANDBOX"]
-    @dir = Dir.mktmpdir("ov-backup")
-    File.chmod(0o755, @dir)
+    super
     @source = File.join(@dir, "source")
     @dest = File.join(@dir, "dest")
     @net = File.join(@dir, "Safety Net Archives")
     FileUtils.mkdir_p([@source, @dest, @net])
-    @mounts = []
-    FileUtils.rm_rf([FLAG, PROGRESS, ERRORS])
   end
-
-  # Whatever a test provoked, the log and the error file speak a user's words.
-  def teardown
-    [log_file, ERRORS].each do |file|
-      text = File.exist?(file) ? File.binread(file) : ""
-      assert_no_match(IMPLEMENTATION_WORDS, text, "#{file} shows the implementation's words")
-    end
-    @mounts.reverse_each { |m| system("umount", "-q", m) }
-    FileUtils.rm_rf(@dir)
-  end
-
-  def log_file = File.join(@dir, "daily.log")
-  def errors = File.exist?(ERRORS) ? File.binread(ERRORS) : ""
-  def log_text = File.exist?(log_file) ? File.binread(log_file) : ""
 
   def settings(**changes)
     {
@@ -90,14 +60,6 @@ class TestBackupScript < Test::Unit::TestCase
     File.utime(Time.now - 3600, Time.now - 3600, path)
   end
 
-  def mount_tmpfs(point, size)
-    FileUtils.mkdir_p(point)
-    assert(system("mount", "-t", "tmpfs", "-o", "size=#{size}", "ov-test", point))
-    @mounts << point
-  end
-
-  def files(folder) = Dir.glob("**/*", File::FNM_DOTMATCH, base: folder).reject { |p| p.end_with?(".") || File.directory?(File.join(folder, p)) }.sort
-
   # --- A run and what it leaves ----------------------------------------------
 
   # A plain run copies, leaves no error file, writes the marker and the
@@ -109,7 +71,7 @@ class TestBackupScript < Test::Unit::TestCase
     nobody = Etc.getpwnam("nobody")
     write(log_file, "an old log line\n", mode: 0o666)
     File.chown(nobody.uid, nobody.gid, log_file)
-    admin = TestBackupScript.user("ovadmin", "sudo")
+    admin = SandboxCase.user("ovadmin", "sudo")
 
     assert_equal(0, run_backup)
     assert_equal(files(@source), files(@dest))
@@ -138,7 +100,7 @@ class TestBackupScript < Test::Unit::TestCase
   def test_pairs_that_are_refused_say_why
     write(File.join(@source, "a"), "a" * 100_000)
     full = File.join(@dir, "full")
-    mount_tmpfs(full, "512k")
+    mount_tmpfs(full, size: "512k")
     system("dd", "if=/dev/zero", "of=#{full}/filler", "bs=64k", "count=100", err: File::NULL)
     other = File.join(@dir, "other")
     FileUtils.mkdir_p(other)
@@ -170,7 +132,7 @@ class TestBackupScript < Test::Unit::TestCase
   # A disk that fills during the copy is said to have filled.
   def test_a_destination_that_fills_during_the_copy
     small = File.join(@dir, "small")
-    mount_tmpfs(small, "3m")
+    mount_tmpfs(small, size: "3m")
     write(File.join(@source, "big"), Random.bytes(5 * 1024 * 1024))
     assert_equal(1, run_backup(destFolders: [small]))
     assert_match(/#{@source} -> #{small}: the destination became full; files not yet copied keep their earlier version/, errors)
@@ -290,8 +252,8 @@ class TestBackupScript < Test::Unit::TestCase
   # the run makes it, as its owner and never as root, and backs up. Where it
   # cannot be made or used, the run says why in words and overwrites nothing.
   def test_safety_net_folder_made_as_its_owner_or_refused_in_words
-    ann = TestBackupScript.user("ovann")
-    other = TestBackupScript.user("ovother")
+    ann = SandboxCase.user("ovann")
+    other = SandboxCase.user("ovother")
     documents = File.join(ann.dir, "Documents")
     FileUtils.rm_rf(documents)
     system("runuser", "-u", ann.name, "--", "mkdir", documents)
