@@ -143,6 +143,8 @@ class OrvaneBackup
   # implementation. What no user can act on goes to the system log whole.
   def self.reason(exception)
     case exception
+    when RemoteVolumeRefused
+      exception.to_s
     when SystemCallError
       name = exception.class.name.to_s.split("::").last
       REASONS[name] || SystemCallError.new(nil, exception.errno).message.sub(/\A[A-Z]/) { |c| c.downcase }.sub(/ - .*\z/m, "")
@@ -568,7 +570,7 @@ class OrvaneBackup
       @copy[:warnings] += 1
       caution("#{@copy[:pair]}: #{line.delete_prefix('psync: ')}") if @copy[:warnings] <= MAX_LINES
       caution("#{@copy[:pair]}: more was not copied or not kept (see the log)") if @copy[:warnings] == MAX_LINES + 1
-    when /\Apsync: (journal|full walk) /
+    when /\Apsync: (journal|full walk) /, /\Apsync: skipped /
       nil
     when /\Apsync: (.+)\z/
       @copy[:reason] = Regexp.last_match(1)

@@ -65,6 +65,14 @@ std::string reason(int error)
     case EMFILE:
     case ENFILE:
         return "too many files are open";
+    case ENOTCONN:
+    case ENODEV:
+    case ESTALE:
+        return "its disk or network volume is no longer connected";
+    case ETIMEDOUT:
+        return "its disk or network volume stopped answering";
+    case EOPNOTSUPP:
+        return "the disk does not support it";
     default:
         return std::strerror(error);
     }
@@ -118,6 +126,32 @@ int openBeneath(int dir, const std::string &path, int flags, mode_t mode)
 Fd openFolder(int dir, const std::string &path)
 {
     return Fd(openBeneath(dir, path, O_RDONLY | O_DIRECTORY | O_NONBLOCK));
+}
+
+bool stillConnected(int fd)
+{
+    struct stat st {
+    };
+    Fd again(::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    return ::fstat(fd, &st) == 0 && again;
+}
+
+bool isLocalDisk(int fd)
+{
+    struct statfs fs {
+    };
+    if (::fstatfs(fd, &fs) != 0)
+        return false;
+    switch (static_cast<unsigned long>(fs.f_type)) {
+    case NFS_SUPER_MAGIC:
+    case V9FS_MAGIC:
+    case CEPH_SUPER_MAGIC:
+    case AFS_SUPER_MAGIC:
+    case CODA_SUPER_MAGIC:
+        return false;
+    default:
+        return holdsOwners(fd);
+    }
 }
 
 bool holdsOwners(int fd)
@@ -218,8 +252,13 @@ bool removeContents(int dir, dev_t device, std::string &why)
         const std::string &name = level.names[level.next++];
         struct stat st {
         };
-        if (::fstatat(level.fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        if (::fstatat(level.fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno != ENOENT) {
+                why = name + ": " + reason(errno);
+                ok = false;
+            }
             continue;
+        }
         if (!S_ISDIR(st.st_mode)) {
             if (::unlinkat(level.fd.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
                 why = name + ": " + reason(errno);
@@ -251,8 +290,12 @@ bool removeTree(int parent, const std::string &name, dev_t device, std::string &
 {
     struct stat st {
     };
-    if (::fstatat(parent, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
-        return errno == ENOENT;
+    if (::fstatat(parent, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT)
+            return true;
+        why = name + ": " + reason(errno);
+        return false;
+    }
     if (!S_ISDIR(st.st_mode)) {
         if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT)
             return true;

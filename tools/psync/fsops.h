@@ -62,6 +62,11 @@ Fd openFolder(int dir, const std::string &path);
 
 // Whether the file system can hold owners and modes (not FUSE, SMB, FAT...).
 bool holdsOwners(int fd);
+// Whether the file system is a local disk's (not FUSE, SMB, NFS...).
+bool isLocalDisk(int fd);
+// Whether the folder can still be reached (a network volume's connection
+// may drop during a run).
+bool stillConnected(int fd);
 
 // Makes a folder NAME in PARENT (mode 0700, owner root) and opens it,
 // checking that what it opens is the folder it made: a folder, on PARENT's

@@ -102,6 +102,7 @@ struct Run {
     std::string workName;
     SafetyNet net;
     bool haveNet = false;
+    bool topReached = false; // the net's owner could reach the target
     bool warnings = false;
     std::map<std::string, Attributes> oldOwners; // the side store before this run
     std::string filterText;
@@ -192,10 +193,13 @@ int recoverLeftover(Run &run, const std::string &name, bool &handedOver)
         if (back)
             say("psync: put back " + std::to_string(back) + " files an interrupted run had held");
         if (run.haveNet) {
-            sortKept(kept.get(), run.targetFd.get(), run.net.keep);
             std::string used;
             const std::string targetPath = absolute(run.target).substr(1);
-            if (!handOver(run.net, left.get(), targetPath, run.o.remote ? &run.oldOwners : nullptr, used, why))
+            if (!unlinkKept(kept.get(), why))
+                return fail("the earlier versions an interrupted run kept at " + run.target + " could not be copied apart (" + why
+                            + "); they stay there for the next run");
+            sortKept(kept.get(), run.targetFd.get(), run.net, run.topReached);
+            if (!handOver(run.net, left.get(), targetPath, run.o.remote ? &run.oldOwners : nullptr, run.topReached, used, why))
                 return fail("the earlier versions an interrupted run kept at " + run.target + " could not be moved into the Safety Net (" + why
                             + "); they stay there for the next run");
             handedOver = true;
@@ -316,7 +320,7 @@ int preview(Run &run, const std::vector<std::string> &arguments, const std::vect
         std::fprintf(stderr, "psync: some files could not be read, so the preview is not complete\n");
         return Warnings;
     }
-    return fail("the preview failed (rsync status " + std::to_string(code) + ")");
+    return fail("the preview failed: " + rsyncFailure(code));
 }
 
 int copyRun(Run &run)
@@ -362,6 +366,7 @@ int copyRun(Run &run)
         run.rules.push_back(pathRule(o.backupDir, false));
     // A target inside a source is never copied into itself.
     const std::string realTarget = absolute(run.target);
+    run.topReached = run.haveNet && mayReach(run.net, realTarget);
     for (const std::string &source : run.sources) {
         const std::string top = withSlash(absolute(source));
         if (realTarget.compare(0, top.size(), top) == 0 && realTarget.size() > top.size())
@@ -417,6 +422,9 @@ int copyRun(Run &run)
         std::fprintf(stderr, "%s\n", line.c_str());
         run.warnings = true;
     }
+    // Named one by one for the log; the "not kept" line below counts them.
+    for (const std::string &line : run.walk.skipped)
+        std::fprintf(stderr, "%s\n", line.c_str());
     if (o.remote) {
         std::vector<std::string> lost;
         auto count = [&lost](unsigned long n, const char *one, const char *many) {
@@ -526,9 +534,10 @@ int copyRun(Run &run)
     // A first copy into an empty target: the whole tree into the work folder
     // (no temporary file per file: nothing there is seen until it is whole),
     // by two rsyncs at once on halves of the top-level entries, then each
-    // top-level entry renamed into place.
+    // top-level entry renamed into place. Only on a local disk: a network
+    // volume may not rename folders atomically, nor refuse to replace.
     std::vector<RsyncCommand> commands;
-    const bool first = empty && run.work && run.sources.size() == 1 && !o.checksum && decision.fullWalk;
+    const bool first = empty && run.work && run.sources.size() == 1 && !o.checksum && decision.fullWalk && isLocalDisk(run.targetFd.get());
     Fd firstFolder;
     if (first) {
         std::string why;
@@ -724,8 +733,19 @@ int copyRun(Run &run)
     }
 
     int result = copied ? (rsyncStatus == 0 && !run.warnings ? Done : Warnings) : Failed;
-    if (!copied)
-        std::fprintf(stderr, "psync: the copy failed (rsync status %d); files not yet copied keep their earlier version\n", rsyncStatus);
+    // Said last, after what else the run has to say: the script shows the
+    // last line as the reason.
+    std::string failure;
+    if (!copied && !stillConnected(run.targetFd.get()))
+        failure = "the destination " + run.target + " is no longer connected; files not yet copied keep their earlier version";
+    else if (!copied)
+        failure = rsyncFailure(rsyncStatus) + "; files not yet copied keep their earlier version";
+    auto failAfter = [&failure](const std::string &why) {
+        if (failure.empty())
+            return fail(why);
+        fail(why);
+        return fail(failure);
+    };
 
     Fd kept = run.work ? Fd(::openat(run.work.get(), "kept", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) : Fd();
     // Too many deletions: held until the user says "delete".
@@ -760,11 +780,14 @@ int copyRun(Run &run)
 
     // The kept versions: into the Safety Net, or away.
     if (kept && run.haveNet) {
-        const unsigned long files = sortKept(kept.get(), run.targetFd.get(), run.net.keep);
         std::string used, why;
-        if (files && !handOver(run.net, run.work.get(), realTarget.substr(1), o.remote ? &run.oldOwners : nullptr, used, why))
-            return fail("the earlier versions from " + run.target + " could not be moved into the Safety Net folder " + run.net.path + " (" + why
-                        + "); they stay at the destination and go there at the next run");
+        if (!unlinkKept(kept.get(), why))
+            return failAfter("the earlier versions from " + run.target + " could not be copied apart from the backup (" + why
+                             + "); they stay at the destination and go to the Safety Net at the next run");
+        const unsigned long files = sortKept(kept.get(), run.targetFd.get(), run.net, run.topReached);
+        if (files && !handOver(run.net, run.work.get(), realTarget.substr(1), o.remote ? &run.oldOwners : nullptr, run.topReached, used, why))
+            return failAfter("the earlier versions from " + run.target + " could not be moved into the Safety Net folder " + run.net.path + " (" + why
+                             + "); they stay at the destination and go there at the next run");
         if (files)
             say("psync: kept " + std::to_string(files) + " files in " + used);
     }
@@ -805,7 +828,7 @@ int copyRun(Run &run)
         const bool topCopied = decision.fullWalk || std::find(decision.foldersAlone.begin(), decision.foldersAlone.end(), ".") != decision.foldersAlone.end();
         const bool timed = !topCopied || ::fstat(run.targetFd.get(), &top) == 0;
         if (!removeTree(run.targetFd.get(), run.workName, run.targetDevice, why) && result != Held)
-            return fail("the work folder " + run.target + "/" + run.workName + " could not be removed (" + why + ")");
+            return failAfter("the work folder " + run.target + "/" + run.workName + " could not be removed (" + why + ")");
         const timespec times[2] = {top.st_atim, top.st_mtim};
         if (timed)
             ::futimens(run.targetFd.get(), times);
@@ -815,6 +838,8 @@ int copyRun(Run &run)
     // arrived: what a failed or held copy missed comes again in the next cut.
     if ((rsyncStatus == 0 || rsyncStatus == 24) && (result == Done || result == Warnings))
         commitChanges(decision, run.sources, realTarget);
+    if (!failure.empty())
+        return fail(failure);
     return result;
 }
 

@@ -146,6 +146,35 @@ std::vector<RsyncResult> runRsync(const std::vector<RsyncCommand> &commands)
     return results;
 }
 
+std::string rsyncFailure(int status)
+{
+    switch (status) {
+    case -1:
+    case 127:
+        return std::string("the copy tool ") + OVFixedPaths::RsyncPath + " could not be started";
+    case 3:
+        return "a folder of the source or the destination could not be opened";
+    case 11:
+        return "reading or writing a file failed (the disk reported an error)";
+    case 10:
+    case 12:
+    case 13:
+    case 14:
+        return "the copy stopped half-way (its processes lost each other; the disk or the connection may have gone)";
+    case 20:
+        return "the copy was stopped";
+    case 22:
+        return "the computer ran out of memory";
+    case 30:
+    case 35:
+        return "the destination stopped answering";
+    default:
+        if (status > 128)
+            return "the copy tool was stopped (rsync ended by signal " + std::to_string(status - 128) + ")";
+        return "the copy tool failed (rsync status " + std::to_string(status) + ")";
+    }
+}
+
 // The version found, remembered by the program file's identity: starting
 // rsync only to ask costs a run with nothing to copy some 3 %.
 static std::string identity()

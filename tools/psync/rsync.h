@@ -27,6 +27,9 @@ struct RsyncResult {
     bool full = false; // a write failed for lack of room
 };
 
+// rsync's exit status in a user's words.
+std::string rsyncFailure(int status);
+
 // Runs the commands at once, passing their error lines on to stderr.
 std::vector<RsyncResult> runRsync(const std::vector<RsyncCommand> &commands);
 

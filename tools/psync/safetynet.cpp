@@ -3,11 +3,13 @@
 
 #include "safetynet.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,6 +26,13 @@ bool openSafetyNet(const std::string &folder, const std::string &user, SafetyNet
     }
     net.uid = pw->pw_uid;
     net.gid = pw->pw_gid;
+    int count = 64;
+    net.groups.resize(static_cast<size_t>(count));
+    if (::getgrouplist(pw->pw_name, pw->pw_gid, net.groups.data(), &count) < 0) {
+        net.groups.resize(static_cast<size_t>(count));
+        ::getgrouplist(pw->pw_name, pw->pw_gid, net.groups.data(), &count);
+    }
+    net.groups.resize(static_cast<size_t>(std::max(count, 0)));
     net.path = folder;
     net.folder = Fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat st {
@@ -138,21 +147,102 @@ unsigned long putBack(int kept, int target, std::string &why)
     return back;
 }
 
-unsigned long sortKept(int kept, int target, const std::string &choice)
+bool mayEnter(const SafetyNet &net, const struct stat &folder)
 {
+    if (net.uid == 0)
+        return true;
+    if (folder.st_uid == net.uid)
+        return folder.st_mode & S_IXUSR;
+    if (folder.st_gid == net.gid || std::find(net.groups.begin(), net.groups.end(), folder.st_gid) != net.groups.end())
+        return folder.st_mode & S_IXGRP;
+    return folder.st_mode & S_IXOTH;
+}
+
+bool mayReach(const SafetyNet &net, const std::string &path)
+{
+    for (size_t at = 0; at != std::string::npos; at = path.find('/', at + 1)) {
+        const std::string folder = at == 0 ? "/" : path.substr(0, at);
+        struct stat st {
+        };
+        if (::stat(folder.c_str(), &st) != 0 || !mayEnter(net, st))
+            return false;
+    }
+    struct stat st {
+    };
+    return ::stat(path.c_str(), &st) == 0 && mayEnter(net, st);
+}
+
+namespace
+{
+struct Sorter {
+    const SafetyNet &net;
     unsigned long left = 0;
-    visitKept(kept, target, [&](int dir, int, const std::string &name, bool folder, bool taken) {
-        if (folder) {
-            ::unlinkat(dir, name.c_str(), AT_REMOVEDIR); // only when empty
-            return;
-        }
-        // A place the target still has was replaced; a free one, deleted.
-        if ((choice == "changed" && !taken) || (choice == "deleted" && taken))
-            ::unlinkat(dir, name.c_str(), 0);
-        else
+
+    // REACHED: the owner could reach this folder's place in the target.
+    void sort(int kept, int target, bool reached)
+    {
+        for (const std::string &name : listFolder(kept)) {
+            struct stat st {
+            }, there{};
+            if (::fstatat(kept, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+                continue;
+            const bool taken = target >= 0 && ::fstatat(target, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
+            if (S_ISDIR(st.st_mode)) {
+                Fd child(::openat(kept, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                Fd place =
+                    taken && S_ISDIR(there.st_mode) ? Fd(::openat(target, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) : Fd();
+                if (child)
+                    sort(child.get(), place ? place.get() : -1, reached && mayEnter(net, st));
+                ::unlinkat(kept, name.c_str(), AT_REMOVEDIR); // only when empty
+                continue;
+            }
+            // A place the target still has was replaced; a free one, deleted.
+            if ((net.keep == "changed" && !taken) || (net.keep == "deleted" && taken)) {
+                ::unlinkat(kept, name.c_str(), 0);
+                continue;
+            }
             ++left;
-    });
-    return left;
+            if (!reached && st.st_uid != net.uid && !S_ISLNK(st.st_mode) && (st.st_mode & 077))
+                ::fchmodat(kept, name.c_str(), st.st_mode & 07700, 0);
+        }
+    }
+};
+}
+
+unsigned long sortKept(int kept, int target, const SafetyNet &net, bool topReached)
+{
+    Sorter sorter{net};
+    sorter.sort(kept, target, topReached);
+    return sorter.left;
+}
+
+bool unlinkKept(int kept, std::string &why)
+{
+    for (const std::string &name : listFolder(kept)) {
+        struct stat st {
+        };
+        if (::fstatat(kept, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        if (S_ISDIR(st.st_mode)) {
+            Fd child(::openat(kept, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (child && !unlinkKept(child.get(), why))
+                return false;
+            continue;
+        }
+        if (!S_ISREG(st.st_mode) || st.st_nlink < 2)
+            continue;
+        const std::string copy = ".psync-copy-" + randomTag();
+        if (!copyTree(kept, name, kept, copy, CopyOwner{}, why)) {
+            ::unlinkat(kept, copy.c_str(), 0);
+            return false;
+        }
+        if (::renameat(kept, copy.c_str(), kept, name.c_str()) != 0) {
+            why = name + ": " + reason(errno);
+            ::unlinkat(kept, copy.c_str(), 0);
+            return false;
+        }
+    }
+    return true;
 }
 
 std::string archiveNameAfter(const std::string &name, int seconds)
@@ -199,7 +289,9 @@ static Fd archiveFolder(SafetyNet &net, int parent, const std::string &name, std
     return fd;
 }
 
-static void applyOwners(int dir, const std::string &prefix, const std::map<std::string, Attributes> &owners, const SafetyNet &net)
+// A remote volume's kept files get the owners and modes of its side store;
+// its folders' records say whether the owner could reach them.
+static void applyOwners(int dir, const std::string &prefix, const std::map<std::string, Attributes> &owners, const SafetyNet &net, bool reached)
 {
     for (const std::string &name : listFolder(dir)) {
         struct stat st {
@@ -207,21 +299,35 @@ static void applyOwners(int dir, const std::string &prefix, const std::map<std::
         if (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
         const std::string path = prefix.empty() ? name : prefix + "/" + name;
+        const auto found = owners.find(path);
         if (S_ISDIR(st.st_mode)) {
             Fd child(::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            struct stat was {
+            };
+            if (found != owners.end()) {
+                was.st_mode = found->second.mode;
+                was.st_uid = found->second.uid;
+                was.st_gid = found->second.gid;
+            }
             if (child)
-                applyOwners(child.get(), path, owners, net);
+                applyOwners(child.get(), path, owners, net, reached && found != owners.end() && mayEnter(net, was));
             continue;
         }
-        const auto found = owners.find(path);
         const Attributes a = found != owners.end() ? found->second : Attributes{0600, net.uid, net.gid};
         ::fchownat(dir, name.c_str(), a.uid, a.gid, AT_SYMLINK_NOFOLLOW);
+        const mode_t mode = !reached && a.uid != net.uid ? a.mode & 07700 : a.mode & 07777;
         if (S_ISREG(st.st_mode))
-            ::fchmodat(dir, name.c_str(), a.mode & 07777, 0);
+            ::fchmodat(dir, name.c_str(), mode, 0);
     }
 }
 
-bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners, std::string &used, std::string &why)
+bool handOver(SafetyNet &net,
+              int work,
+              const std::string &targetPath,
+              const std::map<std::string, Attributes> *owners,
+              bool topReached,
+              std::string &used,
+              std::string &why)
 {
     Fd kept(::openat(work, "kept", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!kept)
@@ -277,7 +383,7 @@ bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std
             if (scratch && copyTree(work, "kept", scratch.get(), "kept", CopyOwner{true, net.uid, net.gid}, why)) {
                 Fd copied(::openat(scratch.get(), "kept", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
                 if (owners && copied)
-                    applyOwners(copied.get(), "", *owners, net);
+                    applyOwners(copied.get(), "", *owners, net, topReached);
                 moved = renameNoReplace(scratch.get(), "kept", parent, last);
                 if (!moved)
                     why = reason(errno);

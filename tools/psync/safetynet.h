@@ -22,6 +22,7 @@ struct SafetyNet {
     std::string path;
     uid_t uid = 0;
     gid_t gid = 0;
+    std::vector<gid_t> groups; // all of the owner's groups
     std::string archive; // "YYYY-MM-DD HH.MM.SS Frequency"
     std::string keep = "everything"; // or "changed", "deleted"
 };
@@ -40,16 +41,38 @@ KeptCount countKept(int kept, int target);
 // (renameat2 RENAME_NOREPLACE); returns how many files went back.
 unsigned long putBack(int kept, int target, std::string &why);
 
+// Whether the Safety Net's owner may pass through a folder of this owner
+// and mode (its x bit for him as owner, group or other).
+bool mayEnter(const SafetyNet &net, const struct stat &folder);
+// Whether he may pass through every folder from "/" down to PATH (absolute).
+bool mayReach(const SafetyNet &net, const std::string &path);
+
 // Removes from KEPT what the Safety Net's choice does not keep, and empty
-// folders; returns the files left.
-unsigned long sortKept(int kept, int target, const std::string &choice);
+// folders; returns the files left. A kept file that is not the owner's and
+// that he could not reach at its place in the target (KEPT's folders carry
+// the target folders' owners and modes; TOPREACHED: he could reach the
+// target itself) loses its group and other bits, so the archive shows him
+// nothing he could not read before.
+unsigned long sortKept(int kept, int target, const SafetyNet &net, bool topReached);
+
+// Every file in KEPT that shares its data with another (a hard link into
+// the target) becomes a copy of its own, so that a later change of the
+// target's file in place (a chmod, an attribute) leaves the kept version as
+// it was. False with WHY if a copy could not be made.
+bool unlinkKept(int kept, std::string &why);
 
 // Moves WORK's "kept" into the archive under TARGETPATH (the target's
 // absolute path without its leading "/"): renamed when on one file system,
 // else copied with all metadata first. USED is the archive name it went to.
 // OWNERS, when given, are the owners and modes a remote volume could not
-// hold, by path relative to the target.
-bool handOver(SafetyNet &net, int work, const std::string &targetPath, const std::map<std::string, Attributes> *owners, std::string &used, std::string &why);
+// hold, by path relative to the target (TOPREACHED as for sortKept).
+bool handOver(SafetyNet &net,
+              int work,
+              const std::string &targetPath,
+              const std::map<std::string, Attributes> *owners,
+              bool topReached,
+              std::string &used,
+              std::string &why);
 
 // Removes the archives NAMES from the Safety Net folder, printing
 // "psync: removed NAME" for each. False if any could not go.

@@ -62,6 +62,19 @@ static std::string folded(const std::string &name)
     return out;
 }
 
+// A path on one line of the log.
+static std::string shown(const std::string &path)
+{
+    std::string out;
+    for (char c : path) {
+        if (c == '\n')
+            out += "\\n";
+        else
+            out += c;
+    }
+    return out;
+}
+
 // Whether an entry's extended attributes are more than a security label the
 // target gives itself.
 static bool carriesMetadata(const char *name, bool &acl)
@@ -148,7 +161,12 @@ struct Walker {
             };
             const bool stated = (options.statAll || type == DT_UNKNOWN || type == DT_DIR) && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
             if (type == DT_UNKNOWN && stated)
-                type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISLNK(st.st_mode) ? DT_LNK : S_ISREG(st.st_mode) ? DT_REG : DT_FIFO;
+                type = S_ISDIR(st.st_mode) ? DT_DIR
+                    : S_ISLNK(st.st_mode)  ? DT_LNK
+                    : S_ISREG(st.st_mode)  ? DT_REG
+                    : S_ISCHR(st.st_mode)  ? DT_CHR
+                    : S_ISBLK(st.st_mode)  ? DT_BLK
+                                           : DT_FIFO;
             const bool isFolder = type == DT_DIR;
             if (excluded(path, isFolder))
                 continue;
@@ -158,7 +176,7 @@ struct Walker {
                 auto [at, fresh] = seen.emplace(folded(entry.name), entry.name);
                 if (!fresh) {
                     result.caseClashes.push_back(path);
-                    result.warnings.push_back("psync: not copied: " + source + "/" + path + ": its name differs only in case from \"" + at->second
+                    result.warnings.push_back("psync: not copied: " + shown(source + "/" + path) + ": its name differs only in case from \"" + shown(at->second)
                                               + "\" beside it, and the volume cannot hold both");
                     continue;
                 }
@@ -183,6 +201,10 @@ struct Walker {
                     ++result.links;
                 else if (type != DT_REG)
                     ++result.specials;
+                if (options.remote && type != DT_REG) {
+                    const char *kind = type == DT_LNK ? "a symbolic link" : type == DT_BLK || type == DT_CHR ? "a device" : "a special file";
+                    result.skipped.push_back("psync: skipped " + shown(source + "/" + path) + " (" + kind + "): the volume cannot hold it");
+                }
                 continue;
             }
             ++result.topWeights[top];

@@ -38,7 +38,8 @@ struct WalkResult {
     // a change of metadata or contents changes it.
     std::map<std::string, std::string> withMetadata;
     std::vector<std::string> caseClashes; // left out on a remote volume
-    std::vector<std::string> warnings; // lines for stderr
+    std::vector<std::string> warnings; // lines for stderr that make the run end with warnings
+    std::vector<std::string> skipped; // lines for stderr alone: what a remote volume cannot hold
     std::map<std::string, Attributes> attributes; // with statAll, every entry
     std::map<std::string, unsigned long> topWeights; // files below each top-level entry
     std::set<std::string> topNames;

@@ -224,6 +224,18 @@ class PsyncTest(unittest.TestCase):
                 self.assertEqual((self.admin, 0o700), (os.stat(f"{kept}/sub").st_uid, stat.S_IMODE(os.stat(f"{kept}/sub").st_mode)))
             for d in (os.path.join(self.net, name), kept):
                 self.assertEqual(self.admin, os.stat(d).st_uid)
+        # A file the owner could not reach at its place shows him no more in
+        # the archive; one he could keeps its mode; a hard-linked one is
+        # copied apart from its twin that stays in the backup.
+        os.makedirs(f"{self.dst}/closed", mode=0o700)
+        write(f"{self.dst}/closed/report", "root's", mode=0o644)
+        write(f"{self.dst}/open", "anyone's", mode=0o644)
+        os.link(f"{self.dst}/changed", f"{self.dst}/twin")
+        r = psync("-d", *self.net_args("everything", "2026-11-25 10.00.03 Daily"), self.src, self.dst)
+        self.assertEqual(0, r.returncode, r.stderr)
+        kept = self.kept("2026-11-25 10.00.03 Daily")
+        self.assertEqual((0o600, 0o644, 1), (stat.S_IMODE(os.stat(f"{kept}/closed/report").st_mode),
+                                             stat.S_IMODE(os.stat(f"{kept}/open").st_mode), os.stat(f"{kept}/twin").st_nlink))
         # Two pairs into one target in one run: the next free second.
         for version, used in (("newer", "10.00.05"), ("newest", "10.00.06")):
             write(f"{self.src}/changed", version)

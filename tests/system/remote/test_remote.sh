@@ -194,7 +194,8 @@ for how in auto-connect Connect; do
     rm -rf "/home/$TEST_USER/Net" && mkdir -p "/home/$TEST_USER/Net/sub"
     echo "first a" > "/home/$TEST_USER/Net/a.txt"
     echo "first b" > "/home/$TEST_USER/Net/b.txt"
-    echo "c" > "/home/$TEST_USER/Net/sub/c.txt"
+    # (Four files: one deleted is not more than a quarter, so not held.)
+    echo "c" > "/home/$TEST_USER/Net/sub/c.txt" && echo "d" > "/home/$TEST_USER/Net/sub/d.txt"
     chown -R "$TEST_USER:" "/home/$TEST_USER/Net"
     mkdir -p "$SHARE_DIR/Net" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Net"
     if [ "$how" = Connect ]; then
@@ -212,9 +213,10 @@ for how in auto-connect Connect; do
     check "$how: the replaced and the deleted file are kept as they were" test "$(kept a.txt)$(kept b.txt)" = "first afirst b"
     check "$how: ... and belong to $TEST_USER's archive" test -z "$(find "$NET" ! -user "$TEST_USER")"
     check "$how: the share holds the backup and psync's side store alone" \
-        diff <(cd "$SHARE_DIR" && find . -mindepth 1 | sort) <(printf '%s\n' ./Net ./Net/.psync-attributes ./Net/a.txt ./Net/sub ./Net/sub/c.txt)
+        diff <(cd "$SHARE_DIR" && find . -mindepth 1 | sort) <(printf '%s\n' ./Net ./Net/.psync-attributes ./Net/a.txt ./Net/sub ./Net/sub/c.txt ./Net/sub/d.txt)
     unmount_all 2>/dev/null
 done
+mkdir -p "$SHARE_DIR/Pictures" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Pictures"
 
 # --- the ordinary user's attacks -----------------------------------------------
 echo "# attacks by $OTHER_USER"
