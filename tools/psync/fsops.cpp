@@ -404,7 +404,8 @@ bool copyTree(int from, const std::string &name, int to, const std::string &newN
             if (!copyTree(source.get(), child, made.get(), child, folders, why))
                 return false;
         }
-        if (folders.set && (::fchown(made.get(), folders.uid, folders.gid) != 0 || ::fchmod(made.get(), 0700) != 0) && holdsOwners(made.get())) {
+        if (folders.set && (::fchown(made.get(), folders.uid, folders.gid) != 0 || ::fchmod(made.get(), ownersFolderMode(st.st_mode)) != 0)
+            && holdsOwners(made.get())) {
             why = name + ": " + reason(errno);
             return false;
         }
@@ -464,9 +465,20 @@ bool copyTree(int from, const std::string &name, int to, const std::string &newN
     return true;
 }
 
+mode_t ownersFolderMode(mode_t mode)
+{
+    return (mode & 07777) | 0700;
+}
+
 bool giveFolders(int dir, uid_t uid, gid_t gid, std::string &why)
 {
-    if ((::fchown(dir, uid, gid) != 0 || ::fchmod(dir, 0700) != 0) && holdsOwners(dir)) {
+    struct stat was {
+    };
+    if (::fstat(dir, &was) != 0) {
+        why = reason(errno);
+        return false;
+    }
+    if ((::fchown(dir, uid, gid) != 0 || ::fchmod(dir, ownersFolderMode(was.st_mode)) != 0) && holdsOwners(dir)) {
         why = reason(errno);
         return false;
     }

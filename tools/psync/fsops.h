@@ -86,7 +86,7 @@ std::vector<std::string> listFolder(int dir);
 
 // Copies NAME of FROM into TO as NEWNAME: data (holes kept), owner, group,
 // mode, times, extended attributes and ACLs; folders recursively, made
-// private to root until SETOWNER gives them to UID:GID 0700.
+// private to root until SETOWNER gives them to UID:GID (ownersFolderMode).
 struct CopyOwner {
     bool set = false;
     uid_t uid = 0;
@@ -94,8 +94,12 @@ struct CopyOwner {
 };
 bool copyTree(int from, const std::string &name, int to, const std::string &newName, const CopyOwner &folders, std::string &why);
 
-// Gives every folder below DIR (and DIR) to UID:GID with mode 0700; files
-// keep their owner and mode.
+// A kept folder's mode once it is the Safety Net owner's: its own mode, so
+// that a restore brings it back as it was, and always open to him. (Nobody
+// else passes the archive's top folder, which is his alone.)
+mode_t ownersFolderMode(mode_t mode);
+// Gives every folder below DIR (and DIR) to UID:GID (ownersFolderMode);
+// files keep their owner and mode.
 bool giveFolders(int dir, uid_t uid, gid_t gid, std::string &why);
 
 // Replaces NAME in DIR with DATA: a new file (O_EXCL), renamed over; DURABLE

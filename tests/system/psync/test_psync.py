@@ -211,6 +211,7 @@ class PsyncTest(unittest.TestCase):
             write(f"{self.dst}/deleted", "gone")
             write(f"{self.dst}/sub/private", "bob's secret", mode=0o600)
             os.chown(f"{self.dst}/sub/private", self.bob, self.bob)
+            os.chmod(f"{self.dst}/sub", 0o750)
             write(f"{self.src}/changed", "new")
             name = f"2026-11-25 10.00.0{i} Daily"
             r = psync("-d", *self.net_args(keep, name), self.src, self.dst)
@@ -221,9 +222,12 @@ class PsyncTest(unittest.TestCase):
             if "sub/private" in want:
                 st = os.stat(f"{kept}/sub/private")
                 self.assertEqual((self.bob, 0o600), (st.st_uid, stat.S_IMODE(st.st_mode)))
-                self.assertEqual((self.admin, 0o700), (os.stat(f"{kept}/sub").st_uid, stat.S_IMODE(os.stat(f"{kept}/sub").st_mode)))
+                # The folder keeps its own mode (a restore brings it back as
+                # it was); the archive's top, his alone, shuts others out.
+                self.assertEqual((self.admin, 0o750), (os.stat(f"{kept}/sub").st_uid, stat.S_IMODE(os.stat(f"{kept}/sub").st_mode)))
             for d in (os.path.join(self.net, name), kept):
                 self.assertEqual(self.admin, os.stat(d).st_uid)
+            self.assertEqual(0o700, stat.S_IMODE(os.stat(os.path.join(self.net, name)).st_mode))
         # A file the owner could not reach at its place shows him no more in
         # the archive; one he could keeps its mode; a hard-linked one is
         # copied apart from its twin that stays in the backup.
