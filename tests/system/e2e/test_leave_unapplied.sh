@@ -119,6 +119,8 @@ for scenario in wrong-password cancel no-agent; do
         touch "$state/answer"
         for _ in $(seq 300); do [ "$(items_in "$archive")" = 2 ] && break; sleep 0.2; done
         check "$scenario: applied, the edit is in place" test "$(items_in "$archive")" = 2
+        # (The job forgets them once its last helper is done.)
+        for _ in $(seq 300); do [ ! -e "$unapplied" ] && break; sleep 0.2; done
         check "$scenario: and no longer kept aside" test ! -e "$unapplied"
         screenshot "$out/unapplied-applied.png"
         stop_agent
