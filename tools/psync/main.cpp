@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <iostream>
 #include <sys/stat.h>
@@ -404,6 +405,10 @@ int copyRun(Run &run)
     walkOptions.metadata = true; // on a remote volume, to say what it cannot keep
     walkOptions.remote = o.remote;
     walkOptions.statAll = o.remote || empty;
+    if (o.remote && run.sources.size() == 1) {
+        walkOptions.racyFrom = run.state.racyFrom;
+        walkOptions.racyUntil = run.state.racyUntil;
+    }
     if (decision.fullWalk) {
         for (const std::string &source : run.sources)
             walkSource(source, walkOptions, run.walk);
@@ -610,6 +615,25 @@ int copyRun(Run &run)
         c.arguments.push_back(targetArgument);
         commands.push_back(c);
     }
+    // A volume that keeps whole seconds: the files the last copy may have
+    // read in the second they were rewritten are compared by contents.
+    if (!run.walk.racy.empty() && run.work && !o.dryRun) {
+        std::string text, why;
+        for (const std::string &path : run.walk.racy)
+            text += path + '\0';
+        if (!replaceFile(run.work.get(), "racy", text, 0600, why))
+            return fail("the work folder could not be written (" + why + ")");
+        RsyncCommand c{{}, inherit};
+        for (const std::string &a : arguments) {
+            if (a != "--delete")
+                c.arguments.push_back(a);
+        }
+        c.arguments.insert(
+            c.arguments.end(),
+            {"--checksum", "--ignore-missing-args", "--files-from=" + fdPath(run.work.get(), "racy"), withSlash(run.sources[0]), targetArgument});
+        commands.push_back(c);
+    }
+    const time_t copyStart = std::time(nullptr);
     // Entry lists run one after the other.
     std::vector<RsyncResult> results;
     if (first) {
@@ -810,6 +834,10 @@ int copyRun(Run &run)
         run.state.withMetadata = run.walk.withMetadata;
         run.state.metadataKnown = metadataDone || o.remote;
         run.state.files = run.walk.files;
+    }
+    if (copied && o.remote) {
+        run.state.racyFrom = copyStart - 1;
+        run.state.racyUntil = std::time(nullptr);
     }
     if (copied) {
         std::string why;

@@ -82,6 +82,8 @@ PairState StateStore::load() const
                 state.withMetadata[value.substr(space + 1)] = value.substr(0, space);
         } else if (kind == "metaknown")
             state.metadataKnown = value == "1";
+        else if (kind == "racy")
+            std::sscanf(value.c_str(), "%lld %lld", &state.racyFrom, &state.racyUntil);
         else if (kind == "files") {
             state.files = std::strtoul(value.c_str(), nullptr, 10);
             state.filesKnown = true;
@@ -106,6 +108,8 @@ bool StateStore::save(const PairState &state, std::string &why) const
         data += value;
         data += '\0';
     };
+    if (state.racyUntil >= state.racyFrom)
+        add("racy", std::to_string(state.racyFrom) + " " + std::to_string(state.racyUntil));
     for (const std::string &path : state.cacheFolders)
         add("cache", path);
     for (const auto &[path, changed] : state.withMetadata)

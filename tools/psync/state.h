@@ -22,6 +22,10 @@ struct PairState {
     bool metadataKnown = false; // withMetadata is complete
     unsigned long files = 0; // entries that are not folders, at the last full walk
     bool filesKnown = false;
+    // The seconds during which the last copy onto a volume that keeps whole
+    // seconds ran: a file rewritten within one of them, at the same size,
+    // looks unchanged to rsync afterwards.
+    long long racyFrom = 0, racyUntil = -1;
 };
 
 class StateStore

@@ -201,6 +201,8 @@ struct Walker {
                     ++result.links;
                 else if (type != DT_REG)
                     ++result.specials;
+                if (type == DT_REG && stated && st.st_mtim.tv_sec >= options.racyFrom && st.st_mtim.tv_sec <= options.racyUntil)
+                    result.racy.push_back(path);
                 if (options.remote && type != DT_REG) {
                     const char *kind = type == DT_LNK ? "a symbolic link" : type == DT_BLK || type == DT_CHR ? "a device" : "a special file";
                     result.skipped.push_back("psync: skipped " + shown(source + "/" + path) + " (" + kind + "): the volume cannot hold it");

@@ -22,6 +22,8 @@ struct WalkOptions {
     bool metadata = false; // note entries with extended attributes or ACLs
     bool statAll = false; // owners, modes, links and holes of every entry
     bool remote = false; // the target cannot hold case-different names, links...
+    // Files last modified within these seconds go to WalkResult::racy.
+    long long racyFrom = 0, racyUntil = -1;
 };
 
 struct Attributes {
@@ -40,6 +42,7 @@ struct WalkResult {
     std::vector<std::string> caseClashes; // left out on a remote volume
     std::vector<std::string> warnings; // lines for stderr that make the run end with warnings
     std::vector<std::string> skipped; // lines for stderr alone: what a remote volume cannot hold
+    std::vector<std::string> racy; // files to compare by contents (see WalkOptions)
     std::map<std::string, Attributes> attributes; // with statAll, every entry
     std::map<std::string, unsigned long> topWeights; // files below each top-level entry
     std::set<std::string> topNames;
