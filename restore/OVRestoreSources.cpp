@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <sys/stat.h>
@@ -163,6 +164,7 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
         QDateTime time;
         QString name;
         QString frequency;
+        qint64 made = 0; // the folder's change time, in nanoseconds
     };
     QVector<Archive> archives;
     const QStringList names = QDir(safetyNet).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
@@ -170,9 +172,18 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
         Archive archive;
         if (parseArchiveName(name, &archive.time, &archive.frequency)) {
             archive.name = name;
+            struct stat st;
+            if (stat(QFile::encodeName(safetyNet + QLatin1Char('/') + name).constData(), &st) == 0) {
+                archive.made = qint64(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+            }
             archives.append(archive);
         }
     }
+    // Two runs in one second name their archives alike but for the
+    // frequency: the one made later goes first, as the newer version.
+    std::stable_sort(archives.begin(), archives.end(), [](const Archive &a, const Archive &b) {
+        return a.time != b.time ? a.time > b.time : a.made > b.made;
+    });
     if (names.isEmpty() && readable(safetyNet) == EACCES) {
         result.problems.append({OVRestoreProblem::Unreadable, safetyNet, QString(), QString()});
     }

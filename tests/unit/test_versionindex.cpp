@@ -209,6 +209,7 @@ private Q_SLOTS:
                 archives.append(index.snapshot(i).frequency);
             }
         }
+        archives.sort();
         QCOMPARE(archives, QStringList({QStringLiteral("Daily"), QStringLiteral("Weekly")}));
         // The weekly archive is younger than the weekly marker: it tells the
         // copy's day; the daily marker is not this item's any more.
