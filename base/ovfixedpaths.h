@@ -148,7 +148,7 @@ constexpr FrequencyFiles Scheduled[] = {
      Name##ArchiveRecord,                                                                                                                                      \
      anacron "\torvane." #word "\t",                                                                                                                           \
      Name##LastRun,                                                                                                                                            \
-     Name##Disks,                                                                                                                           \
+     Name##Disks,                                                                                                                                              \
      CronDay::cronDay},
     OV_SCHEDULES(OV_SCHEDULE_ROW)
 #undef OV_SCHEDULE_ROW

@@ -22,8 +22,8 @@ root = add(items)
 item_class = add({"$classname": "OVBackupItem", "$classes": ["OVBackupItem", "NSObject"]})
 items["$class"] = add({"$classname": "NSMutableArray", "$classes": ["NSMutableArray", "NSArray", "NSObject"]})
 array_class = add({"$classname": "NSArray", "$classes": ["NSArray", "NSObject"]})
-for spec in sys.argv[2:]:
-    frequency, source, destination, label, *exclusions = spec.split("|")
+for item_text in sys.argv[2:]:
+    frequency, source, destination, label, *exclusions = item_text.split("|")
     item = {"$class": item_class, "OVCheckColumn": True, "OVCheckEnabled": True, "OVToast": False,
             "OVFrequencyColumn": int(frequency), "OVSourceColumn": 0, "OVDestColumn": 0,
             "OVSourcePath": add(source), "OVBackupSource": add(os.path.basename(source)),

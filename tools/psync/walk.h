@@ -53,8 +53,8 @@ struct WalkResult {
 // Walks SOURCE (its contents), adding to RESULT.
 void walkSource(const std::string &source, const WalkOptions &options, WalkResult &result);
 
-// Whether a folder holding this file is a cache (the Cache Directory
-// Tagging Specification's signature at its start).
+// Whether a folder holding this file is a cache (a CACHEDIR.TAG that
+// starts with the cache-directory tag's signature, as borg and restic read it).
 bool isCacheTag(int dir, const char *name);
 
 }
