@@ -341,7 +341,7 @@ static bool copyAttributes(int from, int to, std::string &why)
     return true;
 }
 
-static bool copyData(int from, int to, off_t size, std::string &why)
+bool copyData(int from, int to, off_t size, std::string &why)
 {
     off_t at = 0;
     while (at < size) {

@@ -84,6 +84,9 @@ bool removeContents(int dir, dev_t device, std::string &why);
 // Names in an open folder (without "." and ".."), in byte order.
 std::vector<std::string> listFolder(int dir);
 
+// SIZE bytes of FROM into TO, holes kept as holes.
+bool copyData(int from, int to, off_t size, std::string &why);
+
 // Copies NAME of FROM into TO as NEWNAME: data (holes kept), owner, group,
 // mode, times, extended attributes and ACLs; folders recursively, made
 // private to root until SETOWNER gives them to UID:GID (ownersFolderMode).

@@ -7,6 +7,7 @@
 // descriptor. See docs/engine.md.
 
 #include "changes.h"
+#include "firstcopy.h"
 #include "fsops.h"
 #include "options.h"
 #include "patterns.h"
@@ -400,55 +401,69 @@ int copyRun(Run &run)
             empty = false;
     }
 
-    WalkOptions walkOptions;
-    walkOptions.rules = &run.rules;
-    walkOptions.metadata = true; // on a remote volume, to say what it cannot keep
-    walkOptions.remote = o.remote;
-    walkOptions.statAll = o.remote || empty;
-    if (o.remote && run.sources.size() == 1) {
-        walkOptions.racyFrom = run.state.racyFrom;
-        walkOptions.racyUntil = run.state.racyUntil;
-    }
-    if (decision.fullWalk) {
-        for (const std::string &source : run.sources)
-            walkSource(source, walkOptions, run.walk);
-    } else {
-        // No walk: what the last one found left out stays left out (a cache
-        // tagged or untagged since makes a full walk), and other disks inside
-        // are named as a walk would name them.
-        run.walk.cacheFolders.assign(run.state.cacheFolders.begin(), run.state.cacheFolders.end());
-        run.walk.mounts = mountsInside(run.sources[0], run.rules, run.state.cacheFolders);
-    }
-    for (const std::string &mount : run.walk.mounts) {
-        say("psync: not copied: " + mount + " is another disk mounted inside the source");
-        run.warnings = true;
-    }
-    for (const std::string &line : run.walk.warnings) {
-        std::fprintf(stderr, "%s\n", line.c_str());
-        run.warnings = true;
-    }
-    // Named one by one for the log; the "not kept" line below counts them.
-    for (const std::string &line : run.walk.skipped)
-        std::fprintf(stderr, "%s\n", line.c_str());
-    if (o.remote) {
-        std::vector<std::string> lost;
-        auto count = [&lost](unsigned long n, const char *one, const char *many) {
-            if (n)
-                lost.push_back(std::to_string(n) + " " + (n == 1 ? one : many));
-        };
-        count(run.walk.links, "symbolic link", "symbolic links");
-        count(run.walk.specials, "device or special file", "devices or special files");
-        count(run.walk.multiLinked, "hard-linked file (copied as a file of its own)", "hard-linked files (copied as files of their own)");
-        count(run.walk.sparse, "sparse file (copied whole)", "sparse files (copied whole)");
-        count(run.walk.attributed, "entry's extended attributes or ACLs", "entries' extended attributes or ACLs");
-        if (!lost.empty()) {
-            std::string line = "psync: not kept: ";
-            for (size_t i = 0; i < lost.size(); ++i)
-                line += (i ? ", " : "") + lost[i];
-            say(line + "; the volume cannot hold them");
+    // A first copy into an empty target on a local disk: psync's own copy,
+    // which walks as it copies. Not with rsync's per-file lines or its
+    // content check.
+    const bool ownFirstCopy =
+        empty && !o.dryRun && !o.remote && !o.checksum && !o.verbose && run.sources.size() == 1 && decision.fullWalk && isLocalDisk(run.targetFd.get());
+    auto walkAll = [&] {
+        WalkOptions walkOptions;
+        walkOptions.rules = &run.rules;
+        walkOptions.metadata = true; // on a remote volume, to say what it cannot keep
+        walkOptions.remote = o.remote;
+        walkOptions.statAll = o.remote || empty;
+        if (o.remote && run.sources.size() == 1) {
+            walkOptions.racyFrom = run.state.racyFrom;
+            walkOptions.racyUntil = run.state.racyUntil;
+        }
+        if (decision.fullWalk) {
+            for (const std::string &source : run.sources)
+                walkSource(source, walkOptions, run.walk);
+        } else {
+            // No walk: what the last one found left out stays left out (a cache
+            // tagged or untagged since makes a full walk), and other disks inside
+            // are named as a walk would name them.
+            run.walk.cacheFolders.assign(run.state.cacheFolders.begin(), run.state.cacheFolders.end());
+            run.walk.mounts = mountsInside(run.sources[0], run.rules, run.state.cacheFolders);
+        }
+    };
+    // What the walk found that the log and the user must hear of.
+    auto reportWalk = [&] {
+        for (const std::string &mount : run.walk.mounts) {
+            say("psync: not copied: " + mount + " is another disk mounted inside the source");
             run.warnings = true;
         }
-        run.oldOwners = readSideStore(run.targetFd.get());
+        for (const std::string &line : run.walk.warnings) {
+            std::fprintf(stderr, "%s\n", line.c_str());
+            run.warnings = true;
+        }
+        // Named one by one for the log; the "not kept" line below counts them.
+        for (const std::string &line : run.walk.skipped)
+            std::fprintf(stderr, "%s\n", line.c_str());
+        if (o.remote) {
+            std::vector<std::string> lost;
+            auto count = [&lost](unsigned long n, const char *one, const char *many) {
+                if (n)
+                    lost.push_back(std::to_string(n) + " " + (n == 1 ? one : many));
+            };
+            count(run.walk.links, "symbolic link", "symbolic links");
+            count(run.walk.specials, "device or special file", "devices or special files");
+            count(run.walk.multiLinked, "hard-linked file (copied as a file of its own)", "hard-linked files (copied as files of their own)");
+            count(run.walk.sparse, "sparse file (copied whole)", "sparse files (copied whole)");
+            count(run.walk.attributed, "entry's extended attributes or ACLs", "entries' extended attributes or ACLs");
+            if (!lost.empty()) {
+                std::string line = "psync: not kept: ";
+                for (size_t i = 0; i < lost.size(); ++i)
+                    line += (i ? ", " : "") + lost[i];
+                say(line + "; the volume cannot hold them");
+                run.warnings = true;
+            }
+            run.oldOwners = readSideStore(run.targetFd.get());
+        }
+    };
+    if (!ownFirstCopy) {
+        walkAll();
+        reportWalk();
     }
 
     // The work folder: rsync's temporary files and the kept versions, in a
@@ -476,6 +491,30 @@ int copyRun(Run &run)
         if (!run.tmp)
             return fail("the work folder " + run.target + "/" + run.workName + " could not be made (" + why + ")");
     }
+
+    // psync's own first copy goes into a folder of the work folder, and each
+    // top-level entry into place once all of it is there. Should writing
+    // there fail, rsync copies instead.
+    FirstCopy own = FirstCopy::Failed;
+    if (ownFirstCopy) {
+        std::string why;
+        Fd into = makeFolder(run.work.get(), "first", why);
+        if (!into)
+            return fail("the work folder could not be written (" + why + ")");
+        own = copyFirst(run.sources[0], into.get(), run.targetFd.get(), run.rules, o.progress, run.walk, why);
+        if (own != FirstCopy::Done && own != FirstCopy::Warnings) {
+            std::string ignored;
+            into = Fd();
+            removeTree(run.work.get(), "first", run.targetDevice, ignored);
+        }
+        if (own == FirstCopy::Failed) {
+            std::fprintf(stderr, "psync: the first copy could not be written (%s); rsync copies instead\n", why.c_str());
+            run.walk = WalkResult();
+            walkAll();
+        }
+        reportWalk();
+    }
+    const bool ownCopied = own != FirstCopy::Failed;
 
     const bool metadataEverywhere = !o.remote && !empty && !run.state.metadataKnown;
     const bool dropsWithoutMirror = !o.mirror && std::any_of(run.rules.begin(), run.rules.end(), [](const Rule &r) {
@@ -536,54 +575,9 @@ int copyRun(Run &run)
         return preview(run, arguments, inherit);
     }
 
-    // A first copy into an empty target: the whole tree into the work folder
-    // (no temporary file per file: nothing there is seen until it is whole),
-    // by two rsyncs at once on halves of the top-level entries, then each
-    // top-level entry renamed into place. Only on a local disk: a network
-    // volume may not rename folders atomically, nor refuse to replace.
     std::vector<RsyncCommand> commands;
-    const bool first = empty && run.work && run.sources.size() == 1 && !o.checksum && decision.fullWalk && isLocalDisk(run.targetFd.get());
-    Fd firstFolder;
-    if (first) {
-        std::string why;
-        firstFolder = makeFolder(run.work.get(), "first", why);
-        if (!firstFolder)
-            return fail("the work folder could not be written (" + why + ")");
-        std::vector<std::string> firstArguments;
-        for (const std::string &a : arguments) {
-            if (a.compare(0, 11, "--temp-dir=") != 0)
-                firstArguments.push_back(a);
-        }
-        firstArguments.push_back("--inplace");
-        const std::string into = withSlash(fdPath(firstFolder.get()));
-        inherit.push_back(firstFolder.get());
-        std::vector<std::pair<unsigned long, std::string>> tops;
-        for (const auto &[name, weight] : run.walk.topWeights)
-            tops.emplace_back(weight, name);
-        std::sort(tops.rbegin(), tops.rend());
-        const int halves = tops.size() >= 2 && run.walk.multiLinked == 0 && !o.progress ? 2 : 1;
-        if (halves == 1) {
-            RsyncCommand c{firstArguments, inherit};
-            c.arguments.insert(c.arguments.end(), {withSlash(run.sources[0]), into});
-            commands.push_back(c);
-        } else {
-            std::string lists[2];
-            unsigned long load[2] = {0, 0};
-            for (const auto &[weight, name] : tops) {
-                const int half = load[0] <= load[1] ? 0 : 1;
-                load[half] += weight + 1;
-                lists[half] += name + '\0';
-            }
-            for (int half = 0; half < 2; ++half) {
-                const std::string listName = "list" + std::to_string(half);
-                if (!replaceFile(run.work.get(), listName, lists[half], 0600, why))
-                    return fail("the work folder could not be written (" + why + ")");
-                RsyncCommand c{firstArguments, inherit};
-                c.arguments.insert(c.arguments.end(),
-                                   {"--recursive", "--files-from=" + fdPath(run.work.get(), listName.c_str()), withSlash(run.sources[0]), into});
-                commands.push_back(c);
-            }
-        }
+    if (ownCopied) {
+        // Copied above.
     } else if (!decision.fullWalk && run.work) {
         // Only what the journal saw change: the entries with all below them,
         // then the folders whose own metadata changed (the top's times last).
@@ -636,40 +630,10 @@ int copyRun(Run &run)
     const time_t copyStart = std::time(nullptr);
     // Entry lists run one after the other.
     std::vector<RsyncResult> results;
-    if (first) {
-        results = runRsync(commands);
-    } else {
-        for (const RsyncCommand &c : commands)
-            results.push_back(runRsync({c})[0]);
-    }
-    if (first && std::any_of(results.begin(), results.end(), [](const RsyncResult &r) {
-            return r.status != 0;
-        })) {
-        // Something went wrong in the work folder (written in place there):
-        // nothing of it goes into the target; the ordinary copy takes over.
-        std::string why;
-        struct stat st {
-        };
-        ::fstat(firstFolder.get(), &st);
-        firstFolder = Fd();
-        removeTree(run.work.get(), "first", st.st_dev, why);
-        RsyncCommand c{arguments, inherit};
-        c.arguments.insert(c.arguments.end(), {withSlash(run.sources[0]), targetArgument});
-        results = {runRsync({c})[0]};
-    } else if (first) {
-        // Each top-level entry whole into place, then the top folder's own
-        // owner, mode and times.
-        for (const std::string &name : listFolder(firstFolder.get())) {
-            if (::renameat2(firstFolder.get(), name.c_str(), run.targetFd.get(), name.c_str(), RENAME_NOREPLACE) != 0
-                && !(errno == EINVAL && ::renameat(firstFolder.get(), name.c_str(), run.targetFd.get(), name.c_str()) == 0))
-                return fail("the first copy could not be moved into " + run.target + " (" + reason(errno) + ")");
-        }
-        RsyncCommand top{run.baseArguments(false), inherit};
-        top.arguments.insert(top.arguments.end(), {"--dirs", "--exclude=*", withSlash(run.sources[0]), targetArgument});
-        results.push_back(runRsync({top})[0]);
-    }
-    int rsyncStatus = 0;
-    bool full = false;
+    for (const RsyncCommand &c : commands)
+        results.push_back(runRsync({c})[0]);
+    int rsyncStatus = own == FirstCopy::Warnings ? 23 : 0;
+    bool full = own == FirstCopy::Full;
     for (const RsyncResult &r : results) {
         full = full || r.full;
         if (r.status != 0 && (rsyncStatus == 0 || rsyncStatus == 23 || rsyncStatus == 24))
@@ -677,9 +641,9 @@ int copyRun(Run &run)
     }
     // Extended attributes and ACLs: a second rsync over just the entries
     // that have them now or had them at the last run.
-    const bool copied = rsyncStatus == 0 || rsyncStatus == 23 || rsyncStatus == 24;
-    bool metadataDone = metadataEverywhere && copied;
-    if (copied && !o.remote && !o.dryRun && !metadataEverywhere && decision.fullWalk) {
+    const bool copied = (rsyncStatus == 0 || rsyncStatus == 23 || rsyncStatus == 24) && !full;
+    bool metadataDone = (metadataEverywhere || ownCopied) && copied;
+    if (copied && !o.remote && !o.dryRun && !metadataEverywhere && !ownCopied && decision.fullWalk) {
         // Entries whose metadata or contents changed since the last run (their
         // change time moved), that lost their metadata, or that rsync wrote
         // anew this run (a new file has none).

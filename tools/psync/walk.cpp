@@ -62,8 +62,7 @@ static std::string folded(const std::string &name)
     return out;
 }
 
-// A path on one line of the log.
-static std::string shown(const std::string &path)
+std::string shown(const std::string &path)
 {
     std::string out;
     for (char c : path) {

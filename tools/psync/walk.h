@@ -53,6 +53,9 @@ struct WalkResult {
 // Walks SOURCE (its contents), adding to RESULT.
 void walkSource(const std::string &source, const WalkOptions &options, WalkResult &result);
 
+// A path on one line of the log.
+std::string shown(const std::string &path);
+
 // Whether a folder holding this file is a cache (a CACHEDIR.TAG that
 // starts with the cache-directory tag's signature, as borg and restic read it).
 bool isCacheTag(int dir, const char *name);

@@ -1,0 +1,400 @@
+// SPDX-FileCopyrightText: 2026 Orvane developers
+// SPDX-License-Identifier: GPL-2.0-or-later
+
+#include "firstcopy.h"
+
+#include "fsops.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <map>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace psync
+{
+
+namespace
+{
+
+struct Copier {
+    Copier(const std::vector<Rule> &rules, WalkResult &result)
+        : rules(rules)
+        , result(result)
+    {
+    }
+
+    const std::vector<Rule> &rules;
+    WalkResult &result;
+    std::string source;
+    dev_t device = 0;
+    int into = -1;
+    bool progress = false;
+    int noAtime = ::geteuid() == 0 ? O_NOATIME : 0;
+    std::map<std::pair<dev_t, ino_t>, std::string> linked; // first copy of each hard-linked inode
+    std::vector<char> names = std::vector<char>(65536), value = std::vector<char>(65536);
+    bool full = false;
+    std::string failure; // why writing into the work folder failed
+    unsigned long seen = 0, done = 0;
+    unsigned long long bytes = 0;
+    time_t shownAt = 0;
+
+    bool failed() const
+    {
+        return full || !failure.empty();
+    }
+
+    // The work folder could not take what it was given: the copy stops.
+    void lost(const std::string &path, int error)
+    {
+        if (error == ENOSPC || error == EDQUOT)
+            full = true;
+        else if (failure.empty())
+            failure = shown(path) + ": " + reason(error);
+    }
+
+    // A source entry that could not be read: named, and the run goes on.
+    void unread(const std::string &path, int error)
+    {
+        skipped(path, error == ENOENT ? "vanished while it was being copied" : "could not be read (" + reason(error) + ")");
+    }
+    void skipped(const std::string &path, const std::string &why)
+    {
+        result.warnings.push_back("psync: not copied: " + shown(source + "/" + path) + " " + why);
+    }
+
+    // NAME's value into the buffer, however long.
+    ssize_t valueOf(int fd, const char *path, const char *name)
+    {
+        for (;;) {
+            const ssize_t size = fd >= 0 ? ::fgetxattr(fd, name, value.data(), value.size()) : ::lgetxattr(path, name, value.data(), value.size());
+            if (size >= 0 || errno != ERANGE)
+                return size;
+            const ssize_t needed = fd >= 0 ? ::fgetxattr(fd, name, nullptr, 0) : ::lgetxattr(path, name, nullptr, 0);
+            if (needed < 0)
+                return needed;
+            value.resize(static_cast<size_t>(needed) + 1);
+        }
+    }
+
+    bool excluded(const std::string &path, bool folder) const
+    {
+        return std::any_of(rules.begin(), rules.end(), [&](const Rule &r) {
+            return matches(r, path, folder);
+        });
+    }
+
+    void shownProgress(bool last)
+    {
+        const time_t now = std::time(nullptr);
+        if (!progress || (!last && now == shownAt))
+            return;
+        shownAt = now;
+        // rsync's --info=progress2 line, which the backup script reads.
+        std::printf("%15llu %3lu%%    0.00kB/s    0:00:00 (xfr#%lu, ir-chk=%lu/%lu)%c",
+                    bytes,
+                    seen ? done * 100 / seen : 0,
+                    done,
+                    seen - done,
+                    seen,
+                    last ? '\n' : '\r');
+        std::fflush(stdout);
+    }
+
+    // Extended attributes and ACLs of FROM onto TO; NOTED records the entry
+    // as carrying metadata, with its change time.
+    bool attributes(int from, int to, const std::string &path, const struct stat &st)
+    {
+        const ssize_t length = ::flistxattr(from, names.data(), names.size());
+        if (length <= 0)
+            return true;
+        bool any = false;
+        for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(std::strlen(names.data() + at)) + 1) {
+            const char *name = names.data() + at;
+            // A label the target's file system gives its own files.
+            if (std::strcmp(name, "security.selinux") == 0)
+                continue;
+            any = true;
+            const ssize_t size = valueOf(from, nullptr, name);
+            if (size < 0)
+                continue;
+            if (::fsetxattr(to, name, value.data(), static_cast<size_t>(size), 0) != 0) {
+                lost(path, errno);
+                return false;
+            }
+        }
+        if (any) {
+            result.withMetadata[path.empty() ? "." : path] = std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
+            ++result.attributed;
+        }
+        return true;
+    }
+
+    // Owner, then mode (setting the owner clears set-user-ID bits), then times.
+    bool owned(int fd, const std::string &path, const struct stat &st)
+    {
+        const timespec times[2] = {st.st_atim, st.st_mtim};
+        if (::fchown(fd, st.st_uid, st.st_gid) != 0 || ::fchmod(fd, st.st_mode & 07777) != 0 || ::futimens(fd, times) != 0) {
+            lost(path, errno);
+            return false;
+        }
+        return true;
+    }
+
+    bool contents(int from, int to, const std::string &path, const struct stat &st)
+    {
+        if (st.st_size > 0 && st.st_blocks * 512 < st.st_size) {
+            ++result.sparse;
+            std::string why;
+            if (!copyData(from, to, st.st_size, why)) {
+                lost(path, errno);
+                return false;
+            }
+            bytes += static_cast<unsigned long long>(st.st_size);
+            return true;
+        }
+        off_t left = st.st_size;
+        while (left > 0) {
+            ssize_t n = ::copy_file_range(from, nullptr, to, nullptr, static_cast<size_t>(left), 0);
+            if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+                n = ::read(from, value.data(), std::min<size_t>(value.size(), static_cast<size_t>(left)));
+                if (n > 0 && ::write(to, value.data(), static_cast<size_t>(n)) != n) {
+                    lost(path, errno);
+                    return false;
+                }
+            }
+            if (n < 0) {
+                // A read error is the source's; a write error the work folder's.
+                const int error = errno;
+                if (error == ENOSPC || error == EDQUOT || error == EROFS)
+                    lost(path, error);
+                else
+                    unread(path, error);
+                return false;
+            }
+            if (n == 0)
+                break; // shorter than when it was looked at: copied as it is now
+            left -= n;
+            bytes += static_cast<unsigned long long>(n);
+        }
+        return true;
+    }
+
+    void file(int from, int to, const std::string &name, const std::string &path)
+    {
+        Fd in(::openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | noAtime));
+        struct stat st {
+        };
+        if (!in || ::fstat(in.get(), &st) != 0) {
+            // Replaced by a link or a special file since it was listed.
+            if (errno == ELOOP)
+                return other(from, to, name, path);
+            return unread(path, errno);
+        }
+        if (!S_ISREG(st.st_mode))
+            return other(from, to, name, path);
+        ++result.files;
+        if (st.st_nlink > 1 && hardLinked(to, name, path, st))
+            return;
+        Fd out(::openat(to, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!out)
+            return lost(path, errno);
+        if (contents(in.get(), out.get(), path, st) && attributes(in.get(), out.get(), path, st) && owned(out.get(), path, st))
+            ++done;
+    }
+
+    // A later name of an inode copied before becomes a link to that copy.
+    bool hardLinked(int to, const std::string &name, const std::string &path, const struct stat &st)
+    {
+        ++result.multiLinked;
+        const auto [at, fresh] = linked.emplace(std::make_pair(st.st_dev, st.st_ino), path);
+        if (fresh)
+            return false;
+        if (::linkat(into, at->second.c_str(), to, name.c_str(), 0) != 0)
+            lost(path, errno);
+        else
+            ++done;
+        return true;
+    }
+
+    // Links, devices, pipes and sockets, by name in their folder.
+    void other(int from, int to, const std::string &name, const std::string &path)
+    {
+        struct stat st {
+        };
+        if (::fstatat(from, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            return unread(path, errno);
+        // Replaced while it was being copied: the next run copies what is there.
+        if (S_ISDIR(st.st_mode) || S_ISREG(st.st_mode))
+            return skipped(path, "changed while it was being copied");
+        ++result.files;
+        if (st.st_nlink > 1 && !S_ISLNK(st.st_mode) && hardLinked(to, name, path, st))
+            return;
+        if (S_ISLNK(st.st_mode)) {
+            ++result.links;
+            std::vector<char> target(static_cast<size_t>(st.st_size) + 2);
+            const ssize_t length = ::readlinkat(from, name.c_str(), target.data(), target.size() - 1);
+            if (length < 0)
+                return unread(path, errno);
+            target[static_cast<size_t>(length)] = 0;
+            if (::symlinkat(target.data(), to, name.c_str()) != 0)
+                return lost(path, errno);
+        } else {
+            ++result.specials;
+            if (::mknodat(to, name.c_str(), (st.st_mode & S_IFMT) | 0600, st.st_rdev) != 0)
+                return lost(path, errno);
+        }
+        // Attributes by the entry's name below its open folder, never through the entry.
+        const std::string fromPath = "/proc/self/fd/" + std::to_string(from) + "/" + name;
+        const std::string toPath = "/proc/self/fd/" + std::to_string(to) + "/" + name;
+        const ssize_t length = ::llistxattr(fromPath.c_str(), names.data(), names.size());
+        bool any = false;
+        for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(std::strlen(names.data() + at)) + 1) {
+            const char *attribute = names.data() + at;
+            const ssize_t size = valueOf(-1, fromPath.c_str(), attribute);
+            any = any || std::strcmp(attribute, "security.selinux") != 0;
+            if (size >= 0 && std::strcmp(attribute, "security.selinux") != 0
+                && ::lsetxattr(toPath.c_str(), attribute, value.data(), static_cast<size_t>(size), 0) != 0)
+                return lost(path, errno);
+        }
+        if (any) {
+            result.withMetadata[path] = std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
+            ++result.attributed;
+        }
+        const timespec times[2] = {st.st_atim, st.st_mtim};
+        if (::fchownat(to, name.c_str(), st.st_uid, st.st_gid, AT_SYMLINK_NOFOLLOW) != 0
+            || (!S_ISLNK(st.st_mode) && ::fchmodat(to, name.c_str(), st.st_mode & 07777, 0) != 0)
+            || ::utimensat(to, name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
+            return lost(path, errno);
+        ++done;
+    }
+
+    // FROM's contents into TO; TO's own owner, mode and times are the
+    // caller's, once everything below is in.
+    void folder(int from, int to, const std::string &prefix)
+    {
+        const int listing = ::openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR *d = listing < 0 ? nullptr : ::fdopendir(listing);
+        if (!d) {
+            if (listing >= 0)
+                ::close(listing);
+            return unread(prefix.empty() ? "." : prefix, errno);
+        }
+        std::vector<std::pair<std::string, unsigned char>> entries;
+        while (dirent *e = ::readdir(d)) {
+            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+                entries.emplace_back(e->d_name, e->d_type);
+        }
+        ::closedir(d);
+        seen += entries.size();
+        for (const auto &[name, type] : entries) {
+            if (failed())
+                return;
+            shownProgress(false);
+            const std::string path = prefix.empty() ? name : prefix + "/" + name;
+            struct stat st {
+            };
+            const bool isFolder = type == DT_DIR || (type == DT_UNKNOWN && ::fstatat(from, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode));
+            const bool isFile = type == DT_REG || (type == DT_UNKNOWN && S_ISREG(st.st_mode));
+            if (excluded(path, isFolder)) {
+                ++done;
+                continue;
+            }
+            if (!isFolder) {
+                if (isFile)
+                    file(from, to, name, path);
+                else
+                    other(from, to, name, path);
+                continue;
+            }
+            subfolder(from, to, name, path);
+        }
+    }
+
+    void subfolder(int from, int to, const std::string &name, const std::string &path)
+    {
+        Fd child(::openat(from, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | noAtime));
+        struct stat st {
+        };
+        if (!child || ::fstat(child.get(), &st) != 0) {
+            if (errno == ENOTDIR || errno == ELOOP)
+                return other(from, to, name, path); // no longer a folder
+            return unread(path, errno);
+        }
+        if (st.st_dev != device) {
+            result.mounts.push_back(source + "/" + path);
+            ++done;
+            return;
+        }
+        if (isCacheTag(child.get(), "CACHEDIR.TAG")) {
+            result.cacheFolders.push_back(path);
+            ++done;
+            return;
+        }
+        if (::mkdirat(to, name.c_str(), 0700) != 0)
+            return lost(path, errno);
+        Fd made(::openat(to, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!made)
+            return lost(path, errno);
+        folder(child.get(), made.get(), path);
+        if (!failed() && attributes(child.get(), made.get(), path, st) && owned(made.get(), path, st))
+            ++done;
+    }
+};
+
+}
+
+FirstCopy copyFirst(const std::string &source, int into, int top, const std::vector<Rule> &rules, bool progress, WalkResult &result, std::string &why)
+{
+    Fd root(::open(source.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    struct stat st {
+    };
+    if (!root || ::fstat(root.get(), &st) != 0) {
+        why = "the source " + source + " cannot be read (" + reason(errno) + ")";
+        return FirstCopy::Failed;
+    }
+    // Two descriptors for each level of folders: a deep tree needs more than
+    // the default limit.
+    struct rlimit limit {
+    };
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    Copier copier(rules, result);
+    copier.source = source;
+    copier.device = st.st_dev;
+    copier.into = into;
+    copier.progress = progress;
+    while (copier.source.size() > 1 && copier.source.back() == '/')
+        copier.source.pop_back();
+    copier.folder(root.get(), into, "");
+    if (!copier.failed()) {
+        for (const std::string &name : listFolder(into)) {
+            if (::renameat2(into, name.c_str(), top, name.c_str(), RENAME_NOREPLACE) != 0
+                && !(errno == EINVAL && ::renameat(into, name.c_str(), top, name.c_str()) == 0)) {
+                why = "the first copy could not be moved into place (" + reason(errno) + ")";
+                return FirstCopy::Failed;
+            }
+        }
+        if (copier.attributes(root.get(), top, "", st))
+            copier.owned(top, ".", st);
+    }
+    copier.shownProgress(true);
+    if (copier.full)
+        return FirstCopy::Full;
+    if (!copier.failure.empty()) {
+        why = copier.failure;
+        return FirstCopy::Failed;
+    }
+    return result.warnings.empty() ? FirstCopy::Done : FirstCopy::Warnings;
+}
+
+}
