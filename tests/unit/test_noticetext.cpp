@@ -10,32 +10,26 @@ class TestNoticeText : public QObject
 private Q_SLOTS:
     void dismissDelayFollowsValueAndUnit()
     {
-        // Absent value and unit: 2 minutes. Out of range: at least a second,
-        // at most a day; a unit beyond the menu is the menu's default,
-        // minutes, as the options show it.
-        const struct {
-            QVariant alert, value, unit;
-            std::optional<qint64> delay;
-        } rows[] = {
-            {{}, {}, {}, std::nullopt},
-            {false, 5, {}, std::nullopt},
-            {true, {}, {}, 120000},
-            {true, 7, 0, 7000},
-            {true, 3, 2, 3 * 3600 * 1000},
-            {true, 0, 0, 1000},
-            {true, 999, 2, 24 * 3600 * 1000},
-            {true, 3, 9, 3 * 60 * 1000},
+        using S = QVariantMap;
+        const auto delay = [](const S &s) {
+            return OVNoticeText::dismissDelay(s);
         };
-        for (const auto &row : rows) {
-            QVariantMap settings;
-            const std::pair<const char *, QVariant> keys[] = {{"AutoDismissAlert", row.alert}, {"TimeValue", row.value}, {"TimeUnit", row.unit}};
-            for (const auto &[key, value] : keys) {
-                if (value.isValid()) {
-                    settings.insert(QLatin1String(key), value);
-                }
-            }
-            QCOMPARE(OVNoticeText::dismissDelay(settings), row.delay);
-        }
+        QCOMPARE(delay(S{}), std::optional<qint64>());
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), false}, {QStringLiteral("TimeValue"), 5}}), std::optional<qint64>());
+        // Absent value and unit: 2 minutes.
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}}), std::optional<qint64>(120000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 7}, {QStringLiteral("TimeUnit"), 0}}),
+                 std::optional<qint64>(7000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 2}}),
+                 std::optional<qint64>(3 * 3600 * 1000));
+        // Out of range: at least a second, at most a day; a unit beyond the
+        // menu is the menu's default, minutes, as the options show it.
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 0}, {QStringLiteral("TimeUnit"), 0}}),
+                 std::optional<qint64>(1000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 999}, {QStringLiteral("TimeUnit"), 2}}),
+                 std::optional<qint64>(24 * 3600 * 1000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 9}}),
+                 std::optional<qint64>(3 * 60 * 1000));
     }
 
     void kindOfRunNamesManualRuns()
