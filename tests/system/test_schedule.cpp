@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 
 // Orvane's lines in /etc/crontab and /etc/anacrontab: the edits, the tables
-// the real helper installs, anacron's own check and a real anacron run, and
-// the pane's save and master switch. Runs as root in the sandbox with polkitd.
+// the real helper installs, anacron's own check and a real anacron run; the
+// pane's save (the scripts installed and run as cron runs them, the backup
+// button) and master switch. Runs as root in the sandbox with polkitd.
 #include "OVBackupItemModel.h"
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
@@ -19,7 +20,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QMessageBox>
 #include <QProcess>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
@@ -71,13 +74,15 @@ bool installed(const std::optional<QByteArray> &crontab, const std::optional<QBy
     return finished.first().at(1).toBool();
 }
 
-OVBackupItem item(int frequency)
+OVBackupItem item(int frequency, const char *destination = "/root/destination")
 {
     OVBackupItem result;
     result.setFrequencyColumn(frequency);
     result.setCheckColumn(true);
     result.setSourcePath(QStringLiteral("/root/source"));
-    result.setDestPath(QStringLiteral("/root/destination"));
+    result.setBackupSource(QStringLiteral("source"));
+    result.setDestPath(QString::fromUtf8(destination));
+    result.setBackupDestination(QStringLiteral("destination"));
     return result;
 }
 }
@@ -194,6 +199,10 @@ private Q_SLOTS:
 
     void paneSavesAndSwitchesTheSchedule()
     {
+        QDir(QStringLiteral("/root/destination")).removeRecursively();
+        writeFile(QStringLiteral("/root/source/sub/a \"file\".txt"), "daily");
+        QDir().mkpath(QStringLiteral("/root/destination"));
+        QDir().mkpath(QStringLiteral("/root/manual"));
         OVOrvanePref pane(nullptr, {});
         pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
@@ -204,8 +213,9 @@ private Q_SLOTS:
         UI(ui, kcfg_DailyMinute)->setCurrentIndex(UI(ui, kcfg_DailyMinute)->findText(QStringLiteral(":30 PM")));
         UI(ui, kcfg_WeeklyDay)->setCurrentIndex(6);
         UI(ui, kcfg_DayOfMonth)->setCurrentIndex(27);
+        UI(ui, kcfg_SafetyNet)->setChecked(false);
         pane.backupItems()->setItems(
-            {item(int(OVFrequency::Daily)), item(int(OVFrequency::Weekly)), item(int(OVFrequency::Monthly)), item(int(OVFrequency::Manual))});
+            {item(int(OVFrequency::Daily)), item(int(OVFrequency::Weekly)), item(int(OVFrequency::Monthly)), item(int(OVFrequency::Manual), "/root/manual")});
         pane.hideOptions(UI(ui, okButton));
         const Times times = OVScheduleTables::times(pane.settings());
         QCOMPARE(times.at[0].hour, 15);
@@ -216,6 +226,31 @@ private Q_SLOTS:
             DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab), three, 5000);
 
+        // The scripts are root's alone and run as the scheduler runs them,
+        // by their path alone.
+        QVERIFY(OVSaveJob::finishAll(30000));
+        QCOMPARE(ownerAndMode(OVFixedPaths::DailyScript), QStringLiteral("0:0 700"));
+        QVERIFY(readFile(OVFixedPaths::DailyScript).contains("sourceFolders = [ \"/root/source\" ]\n"));
+        QCOMPARE(QProcess::execute(path(OVFixedPaths::DailyScript), {}), 0);
+        QCOMPARE(readFile("/root/destination/sub/a \"file\".txt"), QByteArray("daily"));
+        QVERIFY(readFile(OVFixedPaths::DailyLog).contains("Daily: backup complete"));
+        QVERIFY(!QFile::exists(path(OVFixedPaths::DailyErrors)));
+
+        // The backup button runs the manual items, and says it started.
+        auto *backup = pane.findChild<QPushButton *>(QStringLiteral("backupButton"));
+        pane.updateUI();
+        QVERIFY(backup->isEnabled());
+        backup->click();
+        QTRY_VERIFY(pane.findChild<QMessageBox *>(QStringLiteral("manualBackupSheet")));
+        QTRY_COMPARE_WITH_TIMEOUT(readFile("/root/manual/sub/a \"file\".txt"), QByteArray("daily"), 15000);
+        QVERIFY(OVToolLauncher::instance()->waitForAll(30000));
+        // Backups off: the button does nothing at all.
+        auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
+        master->setCurrentIndex(1);
+        pane.performBackup(&pane);
+        QVERIFY(!OVToolLauncher::instance()->isBusy());
+        master->setCurrentIndex(0);
+
         // Anacron takes the schedule over: cron loses the lines.
         pane.backupItems()->setItems({item(int(OVFrequency::Monthly))});
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("UseAnacron"), true}, {QStringLiteral("Locked"), false}}));
@@ -224,6 +259,7 @@ private Q_SLOTS:
         pane.saveChanges(nullptr, nullptr);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab), DebianCrontab, 5000);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly), 5000);
+        QVERIFY(!QFile::exists(path(OVFixedPaths::DailyScript)));
 
         // Anacron gone: the next save goes back to cron and forgets anacron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
@@ -236,7 +272,6 @@ private Q_SLOTS:
                                   5000);
 
         // Backups off: the lines go, then the scripts; again and again.
-        auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
         for (int round = 0; round < 2; ++round) {
             QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
             master->setCurrentIndex(1);

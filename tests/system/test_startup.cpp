@@ -1,14 +1,13 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// The pane's start-up and its save on close, run against the installed
-// bundle inside the test sandbox (/tmp, /Library and the home are fresh).
+// The pane's start-up, run against the installed bundle inside the test
+// sandbox (/tmp, /Library and the home are fresh). (Its save when the host
+// closes: test_panerules, and test_leave_module in System Settings.)
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVOrvanePref.h"
-#include "OVSaveJob.h"
 #include "OVSettingsDomain.h"
-#include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ovtestfiles.h"
 
@@ -18,7 +17,6 @@
 #include <QMessageBox>
 #include <QTest>
 #include <QToolButton>
-#include <QVBoxLayout>
 
 #include <sys/stat.h>
 
@@ -159,38 +157,6 @@ private Q_SLOTS:
         QCOMPARE(alert->buttons().size(), 1);
         QCOMPARE(alert->buttons().first()->text(), QStringLiteral("OK"));
         QCOMPARE(::chmod(tool, installed), 0);
-    }
-
-    void closingTheHostAppliesTheItems()
-    {
-        QWidget host;
-        auto *pane = new OVOrvanePref(&host, {});
-        auto *layout = new QVBoxLayout(&host);
-        layout->addWidget(pane);
-        // Root needs no unlock from polkit: the helpers take root's saves.
-        pane->authorizationChanged(true);
-        pane->backupItems()->createNewBackupItem();
-        host.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&host));
-
-        // Leaving the module (the host hides it) saves nothing.
-        pane->hide();
-        host.close();
-        QVERIFY(!OVSettingsDomain::read());
-        pane->show();
-        host.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&host));
-        host.close();
-
-        // The helpers' work goes on after the module; the application's end
-        // waits for it (here: the test does).
-        QVERIFY(OVSettingsDomain::read());
-        QVERIFY(OVSaveJob::finishAll(30000));
-        QCOMPARE(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"));
-        const auto saved = OVItemArchive::load(path(OVFixedPaths::ItemsArchive));
-        QVERIFY(saved);
-        QCOMPARE(saved->size(), 2);
-        QVERIFY(!OVToolLauncher::instance()->isBusy());
     }
 };
 

@@ -52,22 +52,10 @@ class TestStatus : public QObject
 
     static void removeStatusFiles()
     {
-        for (const char *file : {OVFixedPaths::DailyRunFlag,
-                                 OVFixedPaths::WeeklyRunFlag,
-                                 OVFixedPaths::MonthlyRunFlag,
-                                 OVFixedPaths::DailyErrors,
-                                 OVFixedPaths::WeeklyErrors,
-                                 OVFixedPaths::MonthlyErrors,
-                                 OVFixedPaths::DailyLog,
-                                 OVFixedPaths::WeeklyLog,
-                                 OVFixedPaths::MonthlyLog}) {
-            QFile::remove(path(file));
-        }
-        for (const char *folder : {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
-            QFile::remove(marker(folder));
-        }
         for (const auto &files : OVFixedPaths::Scheduled) {
-            QFile::remove(path(files.lastRun));
+            for (const char *file : {files.runFlag, files.errors, files.log, files.lastBackup, files.lastRun}) {
+                QFile::remove(path(file));
+            }
         }
     }
 

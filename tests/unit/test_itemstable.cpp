@@ -3,7 +3,8 @@
 // The items table as a user meets it, offscreen: folder labels on the
 // desktop's disks, a plain click that only selects, menus on a deliberate
 // act, tick boxes that cannot be used drawn disabled, and a delete that
-// leaves the next row selected with its menus closed.
+// leaves the next row selected with its menus closed; what a screen
+// reader learns of a tick box.
 #include "OVBackupItemModel.h"
 #include "OVExclusionsSheet.h"
 #include "OVFolderLabel.h"
@@ -11,6 +12,7 @@
 #include "OVItemsTable.h"
 #include "OVTableView.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
 #include <QHeaderView>
@@ -217,32 +219,50 @@ private Q_SLOTS:
         sheet->close();
     }
 
-    void tickBoxesThatCannotBeUsedLookDisabled()
+    // A tick box that cannot be used (no folders yet, or the pane locked)
+    // is drawn disabled, reported disabled to assistive technology and not
+    // toggled by a click; a usable one toggles either way.
+    void tickBoxesThatCannotBeUsed()
     {
         Table t(2);
+        QVERIFY(QTest::qWaitForWindowExposed(&t.view));
         auto *delegate = qobject_cast<OVItemDelegate *>(t.view.itemDelegate());
         QVERIFY(delegate);
-        auto stateOf = [&](int row, int column) {
+        auto drawnEnabled = [&](int row, int column) {
             QStyleOptionViewItem option;
             option.state = QStyle::State_Enabled;
             delegate->initStyleOption(&option, t.model.index(row, column));
-            return option.state;
+            return bool(option.state & QStyle::State_Enabled);
         };
-        // Row 0 has both folders: its box can be used; row 1 has none.
-        QVERIFY(stateOf(0, OVBackupItemModel::CheckColumn) & QStyle::State_Enabled);
-        QVERIFY(!(stateOf(1, OVBackupItemModel::CheckColumn) & QStyle::State_Enabled));
-        // The other cells of the row stay as they are.
-        QVERIFY(stateOf(1, OVBackupItemModel::SourceColumn) & QStyle::State_Enabled);
-        // Locked: no box can be used.
-        t.model.setEditable(false);
-        QVERIFY(!(stateOf(0, OVBackupItemModel::CheckColumn) & QStyle::State_Enabled));
+        QAccessibleTableInterface *table = QAccessible::queryAccessibleInterface(&t.view)->tableInterface();
+        QVERIFY(table);
+        auto reported = [table](int row) {
+            return table->cellAt(row, OVBackupItemModel::CheckColumn);
+        };
+        // Row 0 has both folders: its box can be used; row 1 has none. The
+        // other cells of the row stay as they are.
+        QVERIFY(drawnEnabled(0, OVBackupItemModel::CheckColumn));
+        QVERIFY(!drawnEnabled(1, OVBackupItemModel::CheckColumn));
+        QVERIFY(drawnEnabled(1, OVBackupItemModel::SourceColumn));
+        QVERIFY(reported(0)->state().checkable && !reported(0)->state().disabled);
+        QVERIFY(reported(1)->state().checkable && reported(1)->state().disabled);
+        QVERIFY(reported(1)->actionInterface()->actionNames().isEmpty());
 
-        // Clicking the unusable box changes nothing.
-        t.model.setEditable(true);
-        QVERIFY(QTest::qWaitForWindowExposed(&t.view));
-        const bool before = t.model.item(1).checkColumn();
+        const bool unusable = t.model.item(1).checkColumn();
         QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::CheckColumn));
-        QCOMPARE(t.model.item(1).checkColumn(), before);
+        QCOMPARE(t.model.item(1).checkColumn(), unusable);
+        const bool usable = t.model.item(0).checkColumn();
+        reported(0)->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+        QCOMPARE(t.model.item(0).checkColumn(), !usable);
+        QCOMPARE(reported(0)->state().checked, !usable);
+
+        // Locked: no box can be used, also in rows added since.
+        t.model.setEditable(false);
+        QVERIFY(!drawnEnabled(0, OVBackupItemModel::CheckColumn));
+        QVERIFY(reported(0)->state().disabled);
+        t.model.createNewBackupItem();
+        QCOMPARE(table->rowCount(), 3);
+        QVERIFY(reported(2)->state().disabled);
     }
 };
 

@@ -2,16 +2,38 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Small rules the user meets: who counts as an administrator (the unlock is
 // offered to them), the last-backup marker's date (a misread one shows a
-// wrong status). Any user.
+// wrong status), when the module saves as its host's window goes. Any user:
+// the save is counted, no helper runs.
 #include "OVLock.h"
+#include "OVSaveOnClose.h"
 #include "OVStatusMonitor.h"
 
 #include <QLocale>
 #include <QTest>
+#include <QVBoxLayout>
 
 class TestPaneRules : public QObject
 {
     Q_OBJECT
+
+    struct Host {
+        QWidget window;
+        QWidget *module = new QWidget(&window);
+        int saves = 0;
+        Host()
+        {
+            (new QVBoxLayout(&window))->addWidget(module);
+            new OVSaveOnClose(module, [this] {
+                ++saves;
+            });
+        }
+        void show()
+        {
+            window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&window));
+        }
+    };
+
 private Q_SLOTS:
     void adminGroups()
     {
@@ -38,6 +60,38 @@ private Q_SLOTS:
                  std::optional<QByteArrayList>({"07/04/26", "caution"}));
         QCOMPARE(OVStatusMonitor::scheduledRun("manual 07/05/26 complete\n"), std::optional<QByteArrayList>());
         QCOMPARE(OVStatusMonitor::scheduledRun("scheduled 07/04/26\n"), std::optional<QByteArrayList>());
+    }
+
+    // Once when the window closes (a close, then a hide), again after it
+    // comes back, never when it is minimised.
+    void savesOnceEachTimeTheWindowGoes()
+    {
+        Host host;
+        host.show();
+        host.window.close();
+        QCOMPARE(host.saves, 1);
+        host.show();
+        host.window.hide();
+        QCOMPARE(host.saves, 2);
+
+        // The desktop hides a minimised window.
+        host.show();
+        host.window.showMinimized();
+        host.window.hide();
+        QCOMPARE(host.saves, 2);
+    }
+
+    void aModuleThatIsItsOwnWindowHasNoHost()
+    {
+        QWidget alone;
+        int saves = 0;
+        new OVSaveOnClose(&alone, [&saves] {
+            ++saves;
+        });
+        alone.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&alone));
+        alone.close();
+        QCOMPARE(saves, 0);
     }
 };
 

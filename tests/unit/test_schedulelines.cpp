@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Orvane's lines in the crontab and the anacron table, the times the
-// settings stand for, and the edit that puts the lines in: a wrong field or
-// a lost line means cron runs nothing, or runs something else. Any user.
+// Orvane's lines in the crontab and the anacron table, and the edit that
+// puts them in: a wrong field or a lost line means cron runs nothing, or
+// runs something else. Any user. (The times the settings stand for:
+// test_optionssheet, against the menus' titles.)
 #include "OVScheduleTables.h"
-#include "OVSettings.h"
 
 #include <QTest>
 
@@ -31,39 +31,6 @@ private Q_SLOTS:
         QCOMPARE(cronLine(OVFrequency::Weekly, t), QByteArray("5\t0\t*\t*\t6\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
         QCOMPARE(cronLine(OVFrequency::Monthly, t), QByteArray("45\t11\t28\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
         QCOMPARE(anacronLine(OVFrequency::Weekly), QByteArray("7\t25\torvane.weekly\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
-    }
-
-    // The menus' entries: hours "12", "1" ... "11"; minutes ":00 AM" to
-    // ":55 PM"; weekdays from Sunday; days from the 1st.
-    void timesFromTheSettings_data()
-    {
-        QTest::addColumn<int>("hourEntry");
-        QTest::addColumn<int>("minuteEntry");
-        QTest::addColumn<int>("hour");
-        QTest::addColumn<int>("minute");
-        QTest::newRow("12:00 AM") << 0 << 0 << 0 << 0;
-        QTest::newRow("2:55 AM") << 2 << 11 << 2 << 55;
-        QTest::newRow("12:00 PM") << 0 << 12 << 12 << 0;
-        QTest::newRow("3:30 PM") << 3 << 18 << 15 << 30;
-        QTest::newRow("11:55 PM") << 11 << 23 << 23 << 55;
-    }
-    void timesFromTheSettings()
-    {
-        QFETCH(int, hourEntry);
-        QFETCH(int, minuteEntry);
-        OVSettings settings;
-        settings.setHour(OVFrequency::Weekly, hourEntry);
-        settings.setMinute(OVFrequency::Weekly, minuteEntry);
-        settings.setWeeklyDay(6);
-        settings.setDayOfMonth(30);
-        const Times t = times(settings);
-        QTEST(t.at[int(OVFrequency::Weekly)].hour, "hour");
-        QTEST(t.at[int(OVFrequency::Weekly)].minute, "minute");
-        QCOMPARE(t.weekday, 6);
-        QCOMPARE(t.dayOfMonth, 31);
-        // The defaults: 2, 3 and 4 in the morning.
-        QCOMPARE(t.at[int(OVFrequency::Daily)].hour, 2);
-        QCOMPARE(t.at[int(OVFrequency::Monthly)].hour, 4);
     }
 
     void edits()

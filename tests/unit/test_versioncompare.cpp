@@ -70,32 +70,6 @@ private Q_SLOTS:
         }
     }
 
-    void splitVersionAndCharType()
-    {
-        const QLatin1Char sep('|');
-        const struct {
-            const char *version, *parts;
-        } splits[] = {{"", ""},
-                      {"12", "12"},
-                      {"1.10b3", "1|.|10|b|3"},
-                      {"2..0", "2|.|.|0"},
-                      {"1.0rc-2", "1|.|0|rc-|2"},
-                      {"1.00", "1|.|00"},
-                      {".5", ".|5"},
-                      {"v2", "v|2"}};
-        for (const auto &row : splits) {
-            QCOMPARE(MacPADSocket::splitVersion(QString::fromLatin1(row.version)).join(sep), QString::fromLatin1(row.parts));
-        }
-        // 0 number, 1 text, 2 separator.
-        const struct {
-            const char *part;
-            int type;
-        } types[] = {{".", 2}, {"..", 1}, {"0", 0}, {"00", 1}, {"7", 0}, {"12", 0}, {"3b", 0}, {"007", 0}, {"a", 1}, {"-", 1}, {"", 1}};
-        for (const auto &row : types) {
-            QVERIFY2(MacPADSocket::getCharType(QString::fromLatin1(row.part)) == row.type, row.part);
-        }
-    }
-
     // Answers that need no server still arrive later, from the event loop,
     // with the fixed message, and only to the operations a delegate has.
     void answersWithoutNetwork_data()

@@ -18,8 +18,6 @@
 #include <QTest>
 #include <QTextStream>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/xattr.h>
 
 namespace
@@ -54,13 +52,6 @@ QByteArray attribute(const QString &path, const char *name)
     QByteArray value(256, 0);
     const ssize_t size = lgetxattr(QFile::encodeName(path).constData(), name, value.data(), value.size());
     return size < 0 ? QByteArray("<none>") : value.left(int(size));
-}
-
-struct timespec mtimeOf(const QString &path)
-{
-    struct stat st = {};
-    lstat(QFile::encodeName(path).constData(), &st);
-    return st.st_mtim;
 }
 
 QStringList names(const QVector<OVEntry> &entries)
@@ -312,12 +303,13 @@ private Q_SLOTS:
                  QStringList({QStringLiteral("deep (deleted)"), QStringLiteral("y.txt (deleted)")}));
     }
 
+    // What the restore keeps of a version: its attributes and ACL, a
+    // version of its own when they differ, nothing half-written when it is
+    // cancelled. (Versions from real backups, beside and in place of what
+    // is there, to the nanosecond: test_restore.)
     void restoreVersions()
     {
-        // The time to the nanosecond, a tag and an ACL, as the backup kept them.
         const QString first = archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/a.txt");
-        const struct timespec times[2] = {{0, UTIME_OMIT}, {at("2026-01-08 09:00").toSecsSinceEpoch(), 489320685}};
-        QVERIFY(utimensat(AT_FDCWD, QFile::encodeName(first).constData(), times, 0) == 0);
         if (lsetxattr(QFile::encodeName(first).constData(), "user.xdg.tags", "Work,Urgent", 11, 0) != 0) {
             QSKIP("this file system holds no extended attributes");
         }
@@ -330,46 +322,24 @@ private Q_SLOTS:
         const QVector<OVVersion> versions = index.versionsOf(QStringLiteral("a.txt"));
         QCOMPARE(versions[2].path, first);
 
-        // Elsewhere, keeping the path; mode, time, attributes come back.
-        OVRestoreJob firstJob(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
-        QSignalSpy progress(&firstJob, &OVRestoreJob::progress);
-        QVERIFY(firstJob.run());
+        OVRestoreJob job(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
+        QSignalSpy progress(&job, &OVRestoreJob::progress);
+        QVERIFY(job.run());
         QVERIFY(!progress.isEmpty());
         const QString restored = target + QStringLiteral("/a.txt");
         QCOMPARE(read(restored), QByteArray("version 1"));
-        QCOMPARE(mtimeOf(restored).tv_sec, times[1].tv_sec);
-        QCOMPARE(mtimeOf(restored).tv_nsec, 489320685L);
         QCOMPARE(attribute(restored, "user.xdg.tags"), QByteArray("Work,Urgent"));
         if (!setfacl.isEmpty()) {
             QCOMPARE(attribute(restored, "system.posix_acl_access"), attribute(first, "system.posix_acl_access"));
         }
-        QVERIFY(firstJob.filesMissingAttributes().isEmpty());
+        QVERIFY(job.filesMissingAttributes().isEmpty());
 
-        // The same place again: another version comes back beside it, the
-        // same version is not kept twice, and Replace replaces.
-        OVRestoreJob second(index, OVRestoreJob::plan(index, {versions[1], versions[2]}, target), OVRestoreJob::KeepBoth);
-        QVERIFY(second.run());
-        QCOMPARE(read(restored), QByteArray("version 1"));
-        QCOMPARE(read(target + QStringLiteral("/a (2026-01-12 10.00.00).txt")), QByteArray("version 2 longer"));
-        QCOMPARE(second.kept(), QStringList({restored}));
         // Same content, but the tag taken off since: a version of its own.
         QVERIFY(lremovexattr(QFile::encodeName(restored).constData(), "user.xdg.tags") == 0);
         OVRestoreJob untagged(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
         QVERIFY(untagged.run());
         QCOMPARE(attribute(target + QStringLiteral("/a (2026-01-10 10.00.00).txt"), "user.xdg.tags"), QByteArray("Work,Urgent"));
-        OVRestoreJob third(index, OVRestoreJob::plan(index, {versions[0]}, target), OVRestoreJob::Replace);
-        QVERIFY(third.run());
-        QCOMPARE(read(restored), QByteArray("version 3"));
 
-        // A deleted folder comes back whole, as it was before its deletion.
-        const QVector<OVVersion> old = index.versionsOf(QStringLiteral("old"));
-        QCOMPARE(old.size(), 1);
-        OVRestoreJob folder(index, OVRestoreJob::plan(index, old, target), OVRestoreJob::KeepBoth);
-        QVERIFY(folder.run());
-        QCOMPARE(read(target + QStringLiteral("/old/deep/x.txt")), QByteArray("x"));
-        QCOMPARE(read(target + QStringLiteral("/old/y.txt")), QByteArray("y"));
-
-        // Cancelled: nothing half-written, no temporary file left.
         const QString cancelTarget = m_dir.filePath(QStringLiteral("cancelled"));
         OVRestoreJob cancelled(index, OVRestoreJob::plan(index, {versions[0]}, cancelTarget), OVRestoreJob::KeepBoth);
         cancelled.cancel();
@@ -377,30 +347,13 @@ private Q_SLOTS:
         QVERIFY(QDir(cancelTarget).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot).isEmpty());
     }
 
-    // The command line: its lines, its exit codes, its reasons.
+    // The command line on what real backups do not show: folders listed
+    // before files, and the exit code of every misuse. (Its lines, dates,
+    // restores and reasons on real backups: test_restore.sh.)
     void commandLine()
     {
         const QString a = m_source + QStringLiteral("/a.txt");
-        Run run = command(m_setup, {QStringLiteral("--list"), a});
-        QCOMPARE(run.status, 0);
-        const QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 3);
-        const QStringList copy = lines[0].split(QLatin1Char('\t'));
-        QCOMPARE(copy,
-                 QStringList({QStringLiteral("2026-01-11T09:00:00"),
-                              QStringLiteral("9"),
-                              QStringLiteral("backup"),
-                              QStringLiteral("present"),
-                              a,
-                              m_dest + QStringLiteral("/a.txt")}));
-        QCOMPARE(lines[1].section(QLatin1Char('\t'), 2, 3), QStringLiteral("safety-net\tpresent"));
-        QVERIFY(lines[1].endsWith(QStringLiteral("2026-01-12 10.00.00 Weekly") + m_dest + QStringLiteral("/a.txt")));
-        QVERIFY(lines[2].contains(QStringLiteral("2026-01-10 10.00.00 Daily")));
-        run = command(m_setup, {QStringLiteral("--list"), m_source + QStringLiteral("/gone.txt")});
-        QCOMPARE(run.out.section(QLatin1Char('\t'), 0, 3), QStringLiteral("2026-01-08T09:00:00\t4\tsafety-net\tdeleted"));
-
-        // The tree as it was: folders before files, deleted ones said so.
-        run = command(m_setup, {QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("2026-01-09"), m_source});
+        Run run = command(m_setup, {QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("2026-01-09"), m_source});
         QCOMPARE(run.status, 0);
         QStringList tree;
         for (const QString &line : run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
@@ -417,29 +370,18 @@ private Q_SLOTS:
                               QStringLiteral("/a.txt present"),
                               QStringLiteral("/gone.txt deleted")}));
 
-        // Restored as the window restores, elsewhere, by date and time.
         const QString to = m_dir.filePath(QStringLiteral("by-command"));
         QDir().mkpath(to);
-        run = command(m_setup, {QStringLiteral("--restore"), QStringLiteral("--at"), QStringLiteral("2026-01-10 11:00"), QStringLiteral("--to"), to, a});
-        QCOMPARE(run.status, 0);
-        QCOMPARE(run.out, to + QStringLiteral("/a.txt\n"));
-        QCOMPARE(read(to + QStringLiteral("/a.txt")), QByteArray("version 2 longer"));
-
-        // Nothing matched, and errors, each with its status.
         const struct {
             QStringList arguments;
             int status;
         } cases[] = {
             {{QStringLiteral("--list"), m_source + QStringLiteral("/never.txt")}, 1},
-            {{QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("2026-01-01"), a}, 1},
             {{QStringLiteral("--restore"), a, m_source + QStringLiteral("/never.txt"), QStringLiteral("--to"), to}, 1},
-            {{QStringLiteral("--list"), m_dir.path()}, 2},
-            {{QStringLiteral("--list"), QStringLiteral("--at"), QStringLiteral("yesterday"), a}, 2},
             {{QStringLiteral("--list"), QStringLiteral("--restore"), a}, 2},
             {{QStringLiteral("--list"), a, a}, 2},
             {{QStringLiteral("--restore")}, 2},
             {{QStringLiteral("--list"), QStringLiteral("--replace"), a}, 2},
-            {{QStringLiteral("--restore"), QStringLiteral("--to"), m_dir.filePath(QStringLiteral("nowhere")), a}, 2},
         };
         for (const auto &c : cases) {
             QCOMPARE(command(m_setup, c.arguments).status, c.status);

@@ -152,9 +152,7 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(Source + QStringLiteral("/Geheim")));
         QVERIFY(QFile::setPermissions(Source + QStringLiteral("/Geheim"), {}));
         OVPreviewWindow window(m_item, OVPreview::Options());
-        QSignalSpy finished(&window, &OVPreviewWindow::finished);
-        window.start();
-        QVERIFY(finished.wait(60000));
+        run(window);
         QVERIFY2(window.note().contains(QStringLiteral("could not be read")), qPrintable(window.note()));
         QVERIFY(window.recordCount() > 0);
         QVERIFY(QFile::setPermissions(Source + QStringLiteral("/Geheim"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));

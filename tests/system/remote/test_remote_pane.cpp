@@ -29,17 +29,20 @@ class TestRemotePane : public QObject
 {
     Q_OBJECT
 
-    static void fill(OVOptionsSheet *sheet, const QString &address, const QString &password)
+    // Opens the options and fills in the server as the user does: the click
+    // on auto-connect enables the fields and Connect (test_optionssheet).
+    static QObject *fill(OVOrvanePref &pane, const QString &address, const QString &password)
     {
-        QObject *ui = sheet;
+        QObject *ui = pane.optionsSheet();
+        pane.showOptions(nullptr);
         if (!UI(ui, kcfg_AutoConnect)->isChecked()) {
-            UI(ui, kcfg_AutoConnect)->click(); // as the user does: the enable rules follow
+            UI(ui, kcfg_AutoConnect)->click();
         }
         UI(ui, kcfg_RemoteServerAddress)->setText(address);
         UI(ui, kcfg_RemoteUserName)->setText(qEnvironmentVariable("OV_REMOTE_ACCOUNT"));
         UI(ui, kcfg_RemoteVolumeName)->setText(qEnvironmentVariable("OV_REMOTE_VOLUME"));
         UI(ui, passwordField)->setText(password);
-        QVERIFY(UI(ui, kcfg_AutoConnect)->isChecked() && UI(ui, passwordField)->isEnabled() && UI(ui, connectButton)->isEnabled());
+        return ui;
     }
     static QString password()
     {
@@ -98,10 +101,7 @@ private Q_SLOTS:
         OVRemoteServer::deleteExistingKeys();
         {
             OVOrvanePref pane(nullptr, {});
-            QObject *ui = pane.optionsSheet();
-            pane.showOptions(nullptr);
-            QVERIFY(UI(ui, passwordField)->isEnabled() == UI(ui, kcfg_AutoConnect)->isChecked());
-            fill(pane.optionsSheet(), qEnvironmentVariable("OV_REMOTE_SERVER"), password());
+            QObject *ui = fill(pane, qEnvironmentVariable("OV_REMOTE_SERVER"), password());
             pane.hideOptions(UI(ui, okButton));
             QVERIFY(!pane.optionsSheet()->isVisible());
         }
@@ -120,9 +120,7 @@ private Q_SLOTS:
     void badAddressKeepsSheetOpen()
     {
         OVOrvanePref pane(nullptr, {});
-        QObject *ui = pane.optionsSheet();
-        pane.showOptions(nullptr);
-        fill(pane.optionsSheet(), QStringLiteral("fileserver"), QStringLiteral("whatever"));
+        QObject *ui = fill(pane, QStringLiteral("fileserver"), QStringLiteral("whatever"));
         pane.hideOptions(UI(ui, okButton));
         QVERIFY(pane.optionsSheet()->isVisible());
         auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("invalidServerAddressAlert"));
@@ -146,9 +144,7 @@ private Q_SLOTS:
     void connectMounts()
     {
         OVOrvanePref pane(nullptr, {});
-        QObject *ui = pane.optionsSheet();
-        pane.showOptions(nullptr);
-        fill(pane.optionsSheet(), qEnvironmentVariable("OV_REMOTE_SERVER"), password());
+        QObject *ui = fill(pane, qEnvironmentVariable("OV_REMOTE_SERVER"), password());
         const QString point = QStringLiteral("/Volumes/") + UI(ui, kcfg_RemoteVolumeName)->text();
         QVERIFY(!mounted(point));
         UI(ui, connectButton)->click();
@@ -178,9 +174,7 @@ private Q_SLOTS:
             QSKIP("run alone, once nothing is mounted");
         }
         OVOrvanePref pane(nullptr, {});
-        QObject *ui = pane.optionsSheet();
-        pane.showOptions(nullptr);
-        fill(pane.optionsSheet(), qEnvironmentVariable("OV_REMOTE_SERVER"), QStringLiteral("wrong"));
+        QObject *ui = fill(pane, qEnvironmentVariable("OV_REMOTE_SERVER"), QStringLiteral("wrong"));
         UI(ui, connectButton)->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("connectFailedAlert")), 30000);
         const QString why = pane.findChild<QMessageBox *>(QStringLiteral("connectFailedAlert"))->informativeText();
@@ -194,9 +188,7 @@ private Q_SLOTS:
             QSKIP("run alone, without a session bus");
         }
         OVOrvanePref pane(nullptr, {});
-        QObject *ui = pane.optionsSheet();
-        pane.showOptions(nullptr);
-        fill(pane.optionsSheet(), QStringLiteral("smb://fileserver"), QStringLiteral("secret"));
+        QObject *ui = fill(pane, QStringLiteral("smb://fileserver"), QStringLiteral("secret"));
         UI(ui, kcfg_WaitUntilAway)->setChecked(true);
         pane.hideOptions(UI(ui, okButton));
         QVERIFY(pane.optionsSheet()->isVisible());
