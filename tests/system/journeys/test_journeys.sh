@@ -110,8 +110,8 @@ for place in $places; do
                 if [ "$net" = off ]; then
                     check "$row: ... no Safety Net folder was made" test ! -e "$NET"
                 else
-                    check "$row: ... the Safety Net folder was made, the user's, holding nothing" \
-                        same "$(stat -c %U "$NET")$(kept)" "$U"
+                    check "$row: ... the Safety Net folder was made, the user's alone, holding nothing" \
+                        same "$(stat -c '%U %a' "$NET")$(kept)" "$U 700"
                 fi
                 changes
                 run "${run_kind[@]}" "$dest"; second=$?
