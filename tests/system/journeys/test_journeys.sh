@@ -76,7 +76,6 @@ list() { # list PATH: orvane-restore --list as the user: exit status, then time,
     echo "$status"; [ -z "$out" ] || cut -f 1-4 <<<"$out"
 }
 version() { printf '%sT%s\t%s\t%s\t%s\n' "${1% *}" "${1#* }" "${#2}" "$3" "$4"; } # version TIME CONTENT KIND STATE
-same() { [ "$1" = "$2" ] || { printf '   got:\n%s\n   expected:\n%s\n' "$1" "$2"; return 1; }; }
 copy_diff() { diff -r -x "Safety Net Archives" -x .psync-attributes "$SRC" "$1" 2>&1 | sed "s|^Only in $1|Only in DEST|"; }
 # Every file in every archive: PATH IN THE ARCHIVE=CONTENT.
 kept() { [ ! -d "$NET" ] || (cd "$NET" && find . -type f -printf '%P\n' | sed 's|^[^/]*/||' | sort | while read -r f; do echo "$f=$(cat ./*/"$f")"; done); }
