@@ -2,15 +2,13 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
-# test_journeys.sh: a week of use from a fresh install, in the sandbox. The
-# user keeps the default options (the Safety Net on, in a folder nothing has
-# made yet) or changes one; scripts are built from the stored settings as
-# the module builds them (OV_FILL_SCRIPT --stored) and run as cron and
-# manual_backup run them. For every destination (a local disk, a real smbd
-# through root's rclone mount), Safety Net choice, mirror option and kind of
-# run: a first run, then a rerun after a change, a new file and deletions;
-# the copy, the archives, the status files and `orvane-restore --list` must
-# each tell the truth. Then an item moved to Weekly, and a disk that fills.
+# test_journeys.sh: a week of use from a fresh install, in the sandbox, with
+# scripts built from the stored settings as the module builds them and run
+# as cron runs them. For every destination (a local disk, a real smbd through
+# root's rclone mount), Safety Net choice, mirror option and kind of run: a
+# first run, then a rerun after changes; the copy, the archives, the status
+# files and `orvane-restore --list` must each tell the truth. Then an item
+# moved to Weekly, and a disk that fills.
 [ -n "${OV_IN_NETNS:-}" ] || exec env OV_IN_NETNS=1 unshare --net "$0" "$@"
 set -u
 here=$(dirname "$(realpath "$0")")
