@@ -19,12 +19,13 @@ as_admin() { # as_admin COMMAND...: runs COMMAND as ovadmin, with its groups
 polkit_rule() {
     # A new file each time: polkitd reloads when a rules file comes or goes.
     rm -f /etc/polkit-1/rules.d/50-orvane-test-*.rules
-    local result=NO
+    local result=NO others=
     [ "$1" = grant ] && result=YES
+    [ -z "${2:-}" ] || others="subject.user != \"$2\" ? polkit.Result.NO : "
     cat > "/etc/polkit-1/rules.d/50-orvane-test-$1.rules" <<RULE
 polkit.addRule(function(action, subject) {
     if (action.id == "org.orvane.Orvane.unlock") {
-        return ${2:+subject.user != "$2" ? polkit.Result.NO : }polkit.Result.$result;
+        return ${others}polkit.Result.$result;
     }
 });
 RULE
