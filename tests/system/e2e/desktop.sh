@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 # Sourced by the end-to-end tests: a desktop session inside the sandbox.
 # Starts Xvfb and a session bus; defines helpers to drive windows.
+. "$(dirname "${BASH_SOURCE[0]}")/../checks.sh"
 
 export DISPLAY=:77 XDG_RUNTIME_DIR=/run/user/0 QT_QPA_PLATFORM=xcb
 mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
@@ -9,15 +10,6 @@ Xvfb "$DISPLAY" -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
 for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
 eval "$(dbus-launch --sh-syntax)"
 
-passed=0
-failed=0
-check() { # check DESCRIPTION COMMAND...
-    if "${@:2}"; then passed=$((passed + 1)); echo "ok: $1"; else failed=$((failed + 1)); echo "FAILED: $1"; return 1; fi
-}
-finish() {
-    echo "$passed passed, $failed failed"
-    [ "$failed" -eq 0 ]
-}
 screenshot() { # screenshot FILE
     import-im6.q16 -window root "$1"
 }

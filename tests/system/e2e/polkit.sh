@@ -14,16 +14,18 @@ as_admin() { # as_admin COMMAND...: runs COMMAND as ovadmin, with its groups
     setpriv --reuid=ovadmin --regid=ovadmin --init-groups --reset-env -- env HOME=/home/ovadmin "$@"
 }
 
-# polkit_rule grant|deny: decide the unlock without a password dialog.
+# polkit_rule grant|deny [USER]: decide the unlock without a password
+# dialog, for everyone or for USER alone (others are refused).
 polkit_rule() {
     # A new file each time: polkitd reloads when a rules file comes or goes.
     rm -f /etc/polkit-1/rules.d/50-orvane-test-*.rules
-    local result=NO
+    local result=NO others=
     [ "$1" = grant ] && result=YES
+    [ -z "${2:-}" ] || others="subject.user != \"$2\" ? polkit.Result.NO : "
     cat > "/etc/polkit-1/rules.d/50-orvane-test-$1.rules" <<RULE
 polkit.addRule(function(action, subject) {
     if (action.id == "org.orvane.Orvane.unlock") {
-        return polkit.Result.$result;
+        return ${others}polkit.Result.$result;
     }
 });
 RULE

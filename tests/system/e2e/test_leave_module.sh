@@ -2,15 +2,9 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 # A user's way through Orvane in System Settings under Xvfb, as an
-# administrator who is not root, with polkit granting the unlock (a rule, no
-# agent): unlock; an item added with both folders through the real folder
-# dialog and made daily; another module picked: System Settings asks whether
-# to apply the edit, and Apply puts the item list, the daily script and its
-# crontab line in place. Back in Orvane the item is there and the daily log
-# opens at its end; the options' six tabs, one change kept by OK; the item
-# made weekly and System Settings quit: closing applies it too, and
-# System Settings opened again finds Orvane through its search. Screenshots
-# go to $1.
+# administrator who is not root, with polkit granting the unlock: an item
+# added, leaving applies it, quitting applies the next edit, the search finds
+# Orvane again. Screenshots go to $1.
 set -u
 out=${1:?output folder}
 mkdir -p "$out"

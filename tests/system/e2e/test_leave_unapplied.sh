@@ -1,16 +1,11 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-# Leaving the module with an edit once polkit has nothing kept for it, in
-# System Settings under Xvfb, as an administrator who is not root, with a
-# real polkitd (the action's default: an administrator's password) and
-# polkit's own agent (pkttyagent) answering at a terminal. For a wrong
-# password, Cancel and no agent at all: System Settings asks to apply,
-# Apply goes on to the other module while the agent still asks (the host
-# never waits on it), nothing reaches root, System Settings says the
-# changes are not in place, and back in Orvane the edit is there and
-# offered again; applied then with the password, it is in place.
-# Screenshots go to $1.
+# Leaving the module with an edit once polkit has nothing kept for it, with
+# a real polkitd and polkit's own text agent: for a wrong password, Cancel
+# and no agent, the host goes on without waiting, nothing reaches root, and
+# the edit is offered again; with the password it is applied. Screenshots
+# go to $1.
 set -u
 out=${1:?output folder}
 mkdir -p "$out"

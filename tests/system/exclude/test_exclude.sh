@@ -18,11 +18,9 @@ dest=/Volumes/Backup/Documents
 mkdir -p "$src/Videos" "$src/Fotos" "$dest"
 chown -R ovadmin: "$src"
 
-echo "== the service menus"
-for menu in orvane-exclude orvane-restore; do
-    desktop-file-validate "/usr/share/kio/servicemenus/$menu.desktop"
-done
+echo "== the service menu"
 menu=/usr/share/kio/servicemenus/orvane-exclude.desktop
+desktop-file-validate "$menu"
 grep -qx 'Name=Exclude from Backups' "$menu"
 grep -qx 'Name=Include in Backups' "$menu"
 grep -qx 'Exec=orvane-exclude --exclude %F' "$menu"

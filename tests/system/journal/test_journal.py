@@ -1,25 +1,24 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""The change journal with the installed daemon on real file systems (ext4
-on a loop device, tmpfs, rclone's FUSE): rounds of random changes, each
-followed by a copy of what the journal lists, must leave the destination
-equal to the source, with every replaced and deleted file in the Safety
-Net; every way the journal can lose track must end in a full walk that
-says why; another local user gets nothing out of it.
-
-Runs as root in tests/sandbox/ov-sandbox; skipped elsewhere."""
+"""The change journal with the installed daemon on ext4, tmpfs and FUSE:
+rounds of random changes, each copied from what the journal lists, leave
+the destination equal to the source with every replaced and deleted file in
+the Safety Net; every way of losing track ends in a full walk that says why;
+another local user gets nothing out of it. Root in ov-sandbox."""
 import os
 import random
 import shutil
 import signal
-import socket
 import subprocess
 import sys
-import time
+
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from ovtest import in_sandbox, wait_for  # noqa: E402
 
 JOURNAL = "/usr/libexec/orvane-journal"
-if os.geteuid() != 0 or not os.environ.get("OV_IN_SANDBOX"):
+PSYNC = "/usr/local/bin/psync"
+if not in_sandbox():
     print("skipped: needs root in the test sandbox")
     sys.exit(77)
 
@@ -36,7 +35,7 @@ class Daemon:
     def start(self):
         self.process = subprocess.Popen([JOURNAL], stderr=open(LOG, "ab"))
         answers = lambda: subprocess.run([JOURNAL, "--status"], capture_output=True).returncode == 0
-        assert wait_for(answers), "the journal did not start"
+        assert wait_for(answers, 5), "the journal did not start"
 
     def signal(self, number):
         self.process.send_signal(number)
@@ -44,10 +43,7 @@ class Daemon:
             self.process.wait()
 
 
-PSYNC = "/usr/local/bin/psync"
-
-
-def copy(src, dst, net=None, settings=(), racing=False, flags=None):
+def copy(src, dst, net=None, settings=(), racing=False):
     """A mirror with psync, which takes the cut, copies its lists (or
     everything) and commits it when the copy succeeded (racing: files may
     vanish or change type under it). Which way it went, and why."""
@@ -97,9 +93,6 @@ def net_holds_what_goes(src, dst, copy_it):
     archive = net + b"/kept" + dst
     kept = walk(archive) if os.path.exists(archive) else {}
     missing = [p for p, v in going.items() if kept.get(p) != v]
-    if missing and os.environ.get("OV_DEBUG"):
-        print(result, [(p, going[p][0], kept.get(p, ("none",))[0], after_src.get(p, ("none",))[0]) for p in missing])
-        subprocess.run(["find", net, dst, src])
     assert not missing, "not in the Safety Net: %r" % missing[:5]
     shutil.rmtree(net, ignore_errors=True)
     return result
@@ -200,8 +193,6 @@ def rounds(src, dst, count):
     for i in range(count):
         links = i % 5 == 4
         ops = [changes.once(links) for _ in range(random.randint(5, 30))]
-        if os.environ.get("OV_DEBUG"):
-            print(ops)
         kind, why = net_holds_what_goes(src, dst, lambda net: copy(src, dst, net))
         same(src, dst)
         journal_runs += kind == "journal"
@@ -216,14 +207,6 @@ def expect(src, dst, reason, flags="-aHAXx"):
     same(src, dst, flags)
     assert (kind, why) == ("journal", "") if reason is None else reason in why, (kind, why, reason)
     print("%s: %s %s" % (reason or "journal", kind, why))
-
-
-def wait_for(condition):
-    for _ in range(50):
-        if condition():
-            return True
-        time.sleep(0.1)
-    return False
 
 
 def mount_ext4(at, size="1G"):
@@ -268,35 +251,33 @@ def main():
         os.makedirs(b'/home/scripted "one"')
         os.rename(script + b".new", script)
         watched = lambda: b'/home/scripted "one": watched (installed scripts)' in run(JOURNAL, "--status")
-        assert wait_for(watched), run(JOURNAL, "--status")
+        assert wait_for(watched, 5), run(JOURNAL, "--status")
         os.unlink(script)
-        assert wait_for(lambda: not watched())
+        assert wait_for(lambda: not watched(), 5)
 
         # Each way of losing track: a full walk that says why, then the journal again.
+        def overflow():
+            daemon.signal(signal.SIGSTOP)
+            os.mkdir(src + b"/many")
+            for i in range(50000):
+                open(src + b"/many/%d" % i, "wb").close()
+            shutil.rmtree(src + b"/many")
+            daemon.signal(signal.SIGCONT)
+
+        def restart():
+            run(JOURNAL, "--stop")
+            daemon.process.wait()
+            daemon.start()
+
         changes = Changes(src)
-        daemon.signal(signal.SIGKILL)
-        changes.once()
-        expect(src, dst, "no journal running")
-        daemon.start()
-        changes.once()
-        expect(src, dst, "the journal stopped unexpectedly")
-        changes.once()
-        expect(src, dst, None)
-        daemon.signal(signal.SIGSTOP)
-        os.mkdir(src + b"/many")
-        for i in range(50000):
-            open(src + b"/many/%d" % i, "wb").close()
-        shutil.rmtree(src + b"/many")
-        changes.once()
-        daemon.signal(signal.SIGCONT)
-        expect(src, dst, "more changes at once than the journal could follow")
-        changes.once()
-        expect(src, dst, None)
-        run(JOURNAL, "--stop")
-        daemon.process.wait()
-        changes.once()
-        daemon.start()
-        expect(src, dst, "the journal was restarted")
+        for lose_track, reason in ((lambda: daemon.signal(signal.SIGKILL), "no journal running"),
+                                   (daemon.start, "the journal stopped unexpectedly"), (None, None),
+                                   (overflow, "more changes at once than the journal could follow"), (None, None),
+                                   (restart, "the journal was restarted")):
+            if lose_track:
+                lose_track()
+            changes.once()
+            expect(src, dst, reason)
         changes.once()
         kind, why = copy(src, dst, settings=["--exclude=*.o-never"])
         assert "settings changed" in why, why

@@ -2,15 +2,13 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 #
-# test_journeys.sh: a week of use from a fresh install, in the sandbox. The
-# user keeps the default options (the Safety Net on, in a folder nothing has
-# made yet) or changes one; scripts are built from the stored settings as
-# the module builds them (OV_FILL_SCRIPT --stored) and run as cron and
-# manual_backup run them. For every destination (a local disk, a real smbd
-# through root's rclone mount), Safety Net choice, mirror option and kind of
-# run: a first run, then a rerun after a change, a new file and deletions;
-# the copy, the archives, the status files and `orvane-restore --list` must
-# each tell the truth. Then an item moved to Weekly, and a disk that fills.
+# test_journeys.sh: a week of use from a fresh install, in the sandbox, with
+# scripts built from the stored settings as the module builds them and run
+# as cron runs them. For every destination (a local disk, a real smbd through
+# root's rclone mount), Safety Net choice, mirror option and kind of run: a
+# first run, then a rerun after changes; the copy, the archives, the status
+# files and `orvane-restore --list` must each tell the truth. Then an item
+# moved to Weekly, and a disk that fills.
 [ -n "${OV_IN_NETNS:-}" ] || exec env OV_IN_NETNS=1 unshare --net "$0" "$@"
 set -u
 here=$(dirname "$(realpath "$0")")
@@ -76,7 +74,6 @@ list() { # list PATH: orvane-restore --list as the user: exit status, then time,
     echo "$status"; [ -z "$out" ] || cut -f 1-4 <<<"$out"
 }
 version() { printf '%sT%s\t%s\t%s\t%s\n' "${1% *}" "${1#* }" "${#2}" "$3" "$4"; } # version TIME CONTENT KIND STATE
-same() { [ "$1" = "$2" ] || { printf '   got:\n%s\n   expected:\n%s\n' "$1" "$2"; return 1; }; }
 copy_diff() { diff -r -x "Safety Net Archives" -x .psync-attributes "$SRC" "$1" 2>&1 | sed "s|^Only in $1|Only in DEST|"; }
 # Every file in every archive: PATH IN THE ARCHIVE=CONTENT.
 kept() { [ ! -d "$NET" ] || (cd "$NET" && find . -type f -printf '%P\n' | sed 's|^[^/]*/||' | sort | while read -r f; do echo "$f=$(cat ./*/"$f")"; done); }
@@ -110,8 +107,8 @@ for place in $places; do
                 if [ "$net" = off ]; then
                     check "$row: ... no Safety Net folder was made" test ! -e "$NET"
                 else
-                    check "$row: ... the Safety Net folder was made, the user's, holding nothing" \
-                        same "$(stat -c %U "$NET")$(kept)" "$U"
+                    check "$row: ... the Safety Net folder was made, the user's alone, holding nothing" \
+                        same "$(stat -c '%U %a' "$NET")$(kept)" "$U 700"
                 fi
                 changes
                 run "${run_kind[@]}" "$dest"; second=$?

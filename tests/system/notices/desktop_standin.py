@@ -1,12 +1,10 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""The desktop's side of the session bus, for tests: a notification server
-(org.freedesktop.Notifications) and a job view server (org.kde.JobViewServer,
-JobViewServerV2/JobViewV3), as Plasma offers them. Plasma cannot run in the
-sandbox, so this stand-in takes its place: it records every call as one JSON
-line in RECORD and answers a notification that has actions as the file
-ANSWER says at the time it arrives:
+"""A stand-in for Plasma's notification and job view servers, which cannot
+run in the sandbox: it records every call as one JSON line in RECORD and
+answers a notification that has actions as the file ANSWER says when it
+arrives:
   {"action": "Back Up Now"}          the user clicks that action
   {"close": 1} / {"close": 2}        the popup expires / the user closes it
   {..., "after": SECONDS}            ... that long after it appeared

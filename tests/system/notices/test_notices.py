@@ -2,14 +2,11 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 """orvane-notice as a backup script runs it: as the user, with that user's
-session environment, against a real session dbus-daemon. The desktop's
-notification and job servers are a stand-in (desktop_standin.py), since
-Plasma cannot run here; the stand-in records what reaches it and answers the
-notifications' actions as a user would. Run as root inside ov-sandbox, after
-the build is installed there."""
+session environment, on a real session bus. Plasma cannot run here: a
+stand-in (desktop_standin.py) records what reaches the desktop and answers
+as a user would. Root inside ov-sandbox, with the build installed."""
 import json
 import os
-import pwd
 import shutil
 import subprocess
 import sys
@@ -17,21 +14,19 @@ import tempfile
 import time
 import unittest
 
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from ovtest import user as make_user, wait_for  # noqa: E402
+
 NOTICE = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/orvane-notice"
 HERE = os.path.dirname(os.path.abspath(__file__))
 USER = "ovnotice"
 WORK = tempfile.mkdtemp(prefix="ov-notices-")
-RECORD = os.path.join(WORK, "record.jsonl")
-ANSWER = os.path.join(WORK, "answer.json")
-SHIMS = os.path.join(WORK, "bin")
-PAPLAY_LOG = os.path.join(WORK, "paplay.log")
-OPENED_LOG = os.path.join(WORK, "opened.log")
-
+RECORD, ANSWER, SHIMS, PAPLAY_LOG, OPENED_LOG = (os.path.join(WORK, name) for name in
+                                                 ("record.jsonl", "answer.json", "bin", "paplay.log", "opened.log"))
 started = []
 
 
 def as_user(command):
-    """As the backup script runs the notice program."""
     return ["runuser", "-u", USER, "--"] + command
 
 
@@ -41,67 +36,53 @@ def daemon_as_user(command):
 
 def start_bus(socket):
     bus = subprocess.Popen(daemon_as_user(["dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                    "--address=unix:path=" + socket, "--print-address=1"]),
+                                           "--address=unix:path=" + socket, "--print-address=1"]),
                            stdout=subprocess.PIPE, text=True)
     started.append(bus)
     return bus.stdout.readline().strip(), bus
 
 
-def wait_for(predicate, seconds):
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        if predicate():
-            return True
-        time.sleep(0.05)
-    return predicate()
+def shim(name, log):
+    """A program that notes its arguments in LOG."""
+    path = os.path.join(SHIMS, name)
+    with open(path, "w") as f:
+        f.write('#!/bin/sh\necho "$@" >> %s\n' % log)
+    os.chmod(path, 0o755)
+    return path
 
 
 def setUpModule():
-    global user, home, runtime, address, bus_daemon, xvfb
-    if subprocess.run(["id", USER], capture_output=True).returncode != 0:
-        subprocess.run(["useradd", "-m", USER], check=True)
-    user = pwd.getpwnam(USER)
+    global user, home, runtime, address
+    user = make_user(USER)
     home = user.pw_dir
-    os.chmod(WORK, 0o755)
     runtime = "/run/user/%d" % user.pw_uid
     os.makedirs(runtime, exist_ok=True)
     os.chown(runtime, user.pw_uid, user.pw_gid)
     os.chmod(runtime, 0o700)
-    address, bus_daemon = start_bus(runtime + "/bus")
+    address = start_bus(runtime + "/bus")[0]
 
-    # What the user's session would start: the desktop's servers.
     ready = os.path.join(WORK, "ready")
     for path in (RECORD, ANSWER, PAPLAY_LOG, OPENED_LOG):
         open(path, "w").close()
         os.chmod(path, 0o666)
     os.chmod(WORK, 0o777)
     started.append(subprocess.Popen(daemon_as_user(["env", "DBUS_SESSION_BUS_ADDRESS=" + address, "python3",
-                                             os.path.join(HERE, "desktop_standin.py"), RECORD, ANSWER, ready])))
+                                                    os.path.join(HERE, "desktop_standin.py"), RECORD, ANSWER, ready])))
     assert wait_for(lambda: os.path.exists(ready), 20), "the stand-in desktop did not start"
 
-    # paplay plays the alert sound; here it notes what it was asked to play.
+    # paplay plays the alert sound; the user's default viewer for logs.
     os.makedirs(SHIMS)
-    with open(os.path.join(SHIMS, "paplay"), "w") as f:
-        f.write('#!/bin/sh\necho "$@" >> %s\n' % PAPLAY_LOG)
-    os.chmod(os.path.join(SHIMS, "paplay"), 0o755)
-    # The user's text viewer: a desktop entry that notes what it opened,
-    # made the default for logs as the user would in their file associations.
-    viewer = os.path.join(SHIMS, "logviewer")
-    with open(viewer, "w") as f:
-        f.write('#!/bin/sh\necho "$@" >> %s\n' % OPENED_LOG)
-    os.chmod(viewer, 0o755)
+    shim("paplay", PAPLAY_LOG)
     write_as_user(".local/share/applications/ov-test-logviewer.desktop",
-                  "[Desktop Entry]\nType=Application\nName=Log viewer\nExec=%s %%f\nMimeType=text/plain;text/x-log;\n" % viewer)
+                  "[Desktop Entry]\nType=Application\nName=Log viewer\nExec=%s %%f\nMimeType=text/plain;text/x-log;\n"
+                  % shim("logviewer", OPENED_LOG))
     write_as_user(".config/mimeapps.list",
                   "[Default Applications]\ntext/plain=ov-test-logviewer.desktop\ntext/x-log=ov-test-logviewer.desktop\n")
-
     for frequency in ("daily", "weekly"):
         with open("/var/log/orvane_%s.log" % frequency, "w") as f:
             f.write("backup log\n")
-
-    xvfb = subprocess.Popen(["Xvfb", ":78", "-ac", "-nolisten", "tcp", "-screen", "0", "640x480x24"],
-                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    started.append(xvfb)
+    started.append(subprocess.Popen(["Xvfb", ":78", "-ac", "-nolisten", "tcp", "-screen", "0", "640x480x24"],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
 
 
 def tearDownModule():
@@ -122,16 +103,13 @@ def write_as_user(relative, text):
 
 def settings(**values):
     """The pane's settings domain, as an XML property list."""
-    entries = []
-    for key, value in values.items():
+    def entry(key, value):
         if isinstance(value, bool):
-            entries.append("<key>%s</key><%s/>" % (key, "true" if value else "false"))
-        elif isinstance(value, int):
-            entries.append("<key>%s</key><integer>%d</integer>" % (key, value))
-        else:
-            entries.append("<key>%s</key><string>%s</string>" % (key, value))
-    write_as_user(".config/org.orvane.Orvane.plist",
-                  '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>%s</dict></plist>\n' % "".join(entries))
+            return "<key>%s</key><%s/>" % (key, "true" if value else "false")
+        kind = "integer" if isinstance(value, int) else "string"
+        return "<key>%s</key><%s>%s</%s>" % (key, kind, value, kind)
+    write_as_user(".config/org.orvane.Orvane.plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>%s</dict></plist>\n'
+                  % "".join(entry(k, v) for k, v in values.items()))
 
 
 def answer(**what):
@@ -172,6 +150,10 @@ def events(since, kind=None):
     return [e for e in recorded if kind is None or e["event"] == kind]
 
 
+def shown(since, event_id=None):
+    return [e for e in events(since, "notify") if event_id is None or e["hints"]["x-kde-eventId"] == event_id]
+
+
 def lines(path):
     with open(path) as f:
         return f.read().splitlines()
@@ -182,34 +164,33 @@ def user_processes(name):
     return sorted(int(pid) for pid in found)
 
 
+def job_state(since):
+    """The job's request and its properties after each update."""
+    requests = events(since, "job-request")
+    state, seen = dict(requests[0]["hints"]), []
+    for update in events(since, "job-update"):
+        state.update(update["properties"])
+        seen.append(dict(state))
+    return requests, seen
+
+
 class FinishedNotice(unittest.TestCase):
     def test_closes_by_itself_after_the_set_delay_with_the_chosen_sound(self):
         settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=2, TimeUnit=0, PlaySound=True, Sound="Magic Bell")
         answer()
         open(PAPLAY_LOG, "w").close()
         since = mark()
-        status, err, elapsed = notice("--finished", "Daily", "complete")
+        status, err, _ = notice("--finished", "Daily", "complete")
         self.assertEqual(status, 0, err)
-        shown = events(since, "notify")
-        self.assertEqual(len(shown), 1)
-        self.assertEqual(shown[0]["body"], "The daily backup is complete.")
-        self.assertEqual(shown[0]["app"], "Orvane")
-        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "backupComplete")
-        self.assertEqual(shown[0]["hints"]["desktop-entry"], "org.orvane.Orvane.notice")
-        self.assertEqual(shown[0]["actions"], [])
-        closed = events(since, "close")
+        notified, closed = shown(since), events(since, "close")
+        self.assertEqual([(n["app"], n["body"], n["hints"]["x-kde-eventId"], n["hints"]["desktop-entry"], n["actions"]) for n in notified],
+                         [("Orvane", "The daily backup is complete.", "backupComplete", "org.orvane.Orvane.notice", [])])
         self.assertEqual(len(closed), 1, "the notice closes itself once")
-        self.assertGreaterEqual(closed[0]["time"] - shown[0]["time"], 1.8)
-        self.assertLess(closed[0]["time"] - shown[0]["time"], 4)
+        self.assertTrue(1.8 <= closed[0]["time"] - notified[0]["time"] < 4)
         self.assertEqual(lines(PAPLAY_LOG), ["/Library/Sounds/Magic Bell.aiff"])
-
-    def test_manual_run_says_manual(self):
-        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
-        answer()
         since = mark()
-        status, err, _ = notice("--finished", "Daily", "complete", "manual")
-        self.assertEqual(status, 0, err)
-        self.assertEqual([e["body"] for e in events(since, "notify")], ["The manual backup is complete."])
+        notice("--finished", "Daily", "complete", "manual")
+        self.assertEqual([n["body"] for n in shown(since)], ["The manual backup is complete."])
 
     def test_stays_until_the_user_closes_it_without_auto_dismiss(self):
         settings(DisplayAlert=True, AutoDismissAlert=False, TimeValue=1, TimeUnit=0, PlaySound=False)
@@ -217,7 +198,7 @@ class FinishedNotice(unittest.TestCase):
         since = mark()
         status, err, elapsed = notice("--finished", "Monthly", "complete")
         self.assertEqual(status, 0, err)
-        self.assertEqual([e["body"] for e in events(since, "notify")], ["The monthly backup is complete."])
+        self.assertEqual([e["body"] for e in shown(since)], ["The monthly backup is complete."])
         self.assertEqual(events(since, "close"), [], "only the user closed it")
         self.assertGreaterEqual(elapsed, 3)
 
@@ -227,8 +208,7 @@ class FinishedNotice(unittest.TestCase):
         since = mark()
         status, err, elapsed = notice("--finished", "Daily", "errors")
         self.assertEqual(status, 0, err)
-        self.assertEqual(events(since), [])
-        self.assertEqual(lines(PAPLAY_LOG), [])
+        self.assertEqual((events(since), lines(PAPLAY_LOG)), ([], []))
         self.assertLess(elapsed, 10)
 
     def test_error_notice_shows_the_log_of_its_frequency(self):
@@ -238,29 +218,23 @@ class FinishedNotice(unittest.TestCase):
         since = mark()
         status, err, _ = notice("--finished", "Weekly", "errors")
         self.assertEqual(status, 0, err)
-        shown = events(since, "notify")
-        self.assertEqual(len(shown), 1, shown)
-        self.assertEqual(shown[0]["body"], "The weekly backup finished with errors.")
-        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "backupErrors")
-        self.assertEqual(shown[0]["actions"], ["Show Log"])
+        self.assertEqual([(n["body"], n["hints"]["x-kde-eventId"], n["actions"]) for n in shown(since)],
+                         [("The weekly backup finished with errors.", "backupErrors", ["Show Log"])])
         self.assertTrue(wait_for(lambda: lines(OPENED_LOG), 10), "the log viewer was not started")
         self.assertEqual(lines(OPENED_LOG), ["/var/log/orvane_weekly.log"])
 
     def test_a_caution_shows_what_the_run_reported(self):
         settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
         answer()
+        # The log is for administrators: no "Show Log" for this user.
         os.chmod("/var/log/orvane_daily.log", 0o640)
         self.addCleanup(os.chmod, "/var/log/orvane_daily.log", 0o644)
         since = mark()
         report = "2026-01-01 10:00:00 1500 files in /media/b are no longer in /home/a; they were kept <ok>\n"
         status, err, _ = notice("--finished", "Daily", "caution", report=report)
         self.assertEqual(status, 0, err)
-        shown = events(since, "notify")
-        self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "backupCaution")
-        self.assertEqual(shown[0]["body"].split("\n"),
-                         ["The daily backup finished, but something needs your attention.", report.strip()])
-        # The log is for administrators: no "Show Log" for this user.
-        self.assertEqual(shown[0]["actions"], [])
+        self.assertEqual([(n["hints"]["x-kde-eventId"], n["body"], n["actions"]) for n in shown(since)],
+                         [("backupCaution", "The daily backup finished, but something needs your attention.\n" + report.strip(), [])])
 
     def test_the_next_end_notice_replaces_the_one_nobody_closed(self):
         settings(DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
@@ -268,80 +242,56 @@ class FinishedNotice(unittest.TestCase):
         since = mark()
         first = notice("--finished", "Weekly", "complete", background=True)
         first.stdin.close()
-        self.assertTrue(wait_for(lambda: events(since, "notify"), 10))
+        self.assertTrue(wait_for(lambda: shown(since), 10))
         time.sleep(1)
         self.assertIsNone(first.poll(), "nobody closed it: it stays")
         second = notice("--finished", "Weekly", "errors", background=True)
         second.stdin.close()
-        first.wait(10)
-        self.assertEqual(first.returncode, 0)
-        shown = events(since, "notify")
-        self.assertEqual([e["hints"]["x-kde-eventId"] for e in shown], ["backupComplete", "backupErrors"])
-        self.assertEqual([e["id"] for e in events(since, "close")], [shown[0]["id"]], "the earlier notice went")
+        self.assertEqual(first.wait(10), 0)
+        notified = shown(since)
+        self.assertEqual([e["hints"]["x-kde-eventId"] for e in notified], ["backupComplete", "backupErrors"])
+        self.assertEqual([e["id"] for e in events(since, "close")], [notified[0]["id"]], "the earlier notice went")
         self.assertIsNone(second.poll())
         second.terminate()
         second.wait(10)
 
 
-class AskDeletions(unittest.TestCase):
-    def ask(self, **environment):
-        since = mark()
-        status, err, elapsed = notice("--ask-deletions", "1500", "/media/backup", "/home/ann", "Weekly", **environment)
-        return status, err, events(since, "notify")
-
+class Questions(unittest.TestCase):
     def test_each_answer(self):
-        for given, expected in (({"action": "Delete"}, 0), ({"action": "Keep"}, 1), ({"close": 2}, 2), ({"close": 1}, 2)):
-            with self.subTest(answer=given):
-                answer(**given)
-                status, err, shown = self.ask()
-                self.assertEqual(status, expected, err)
-                self.assertEqual(len(shown), 1)
-                self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "askDeletions")
-                self.assertEqual(shown[0]["actions"], ["Delete", "Keep"])
-                self.assertEqual(shown[0]["body"],
-                                 "1500 files in /media/backup are no longer in /home/ann. Delete them from the backup?")
+        deletions = ["--ask-deletions", "1500", "/media/backup", "/home/ann", "Weekly"]
+        cases = [(["--prompt", "Daily"], "promptBeforeBackup", ["Back Up Now", "Skip"], "scheduled daily backup",
+                  [({"action": "Back Up Now"}, 0), ({"action": "Skip"}, 1), ({"close": 1}, 3)]),
+                 (deletions, "askDeletions", ["Delete", "Keep"],
+                  "1500 files in /media/backup are no longer in /home/ann. Delete them from the backup?",
+                  [({"action": "Delete"}, 0), ({"action": "Keep"}, 1), ({"close": 2}, 2), ({"close": 1}, 2)])]
+        for arguments, event_id, actions, body, answers in cases:
+            for given, expected in answers:
+                with self.subTest(arguments=arguments[0], answer=given):
+                    answer(**given)
+                    since = mark()
+                    status, err, _ = notice(*arguments)
+                    self.assertEqual(status, expected, err)
+                    notified = shown(since)
+                    self.assertEqual([(n["hints"]["x-kde-eventId"], n["actions"]) for n in notified], [(event_id, actions)])
+                    self.assertIn(body, notified[0]["body"])
+                    if arguments[0] == "--prompt" and expected == 3:
+                        self.assertIn("without an answer", err)
+
+    def test_bus_found_in_the_runtime_folder_when_no_address_is_given(self):
+        answer(action="Back Up Now")
+        since = mark()
+        status, err, _ = notice("--prompt", "Daily", "manual", bus=False)
+        self.assertEqual(status, 0, err)
+        self.assertEqual(shown(since)[0]["body"], "A manual backup is about to start.")
 
     def test_the_question_goes_when_the_run_ends(self):
         answer()
         since = mark()
         ask = notice("--ask-deletions", "12", "/b", "/a", "Daily", "manual", background=True)
-        self.assertTrue(wait_for(lambda: events(since, "notify"), 10))
+        self.assertTrue(wait_for(lambda: shown(since), 10))
         ask.stdin.close()  # the run that asked is gone
-        ask.wait(10)
-        self.assertEqual(ask.returncode, 2)
+        self.assertEqual(ask.wait(10), 2)
         self.assertEqual(len(events(since, "close")), 1, "the question was taken back")
-
-    def test_nobody_to_ask(self):
-        other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop-2"))
-        status, err, _ = self.ask(bus=other)
-        self.assertEqual(status, 3)
-        daemon.terminate()
-
-
-class Prompt(unittest.TestCase):
-    def ask(self, *extra, **environment):
-        since = mark()
-        status, err, _ = notice("--prompt", "Daily", *extra, **environment)
-        return status, err, events(since, "notify")
-
-    def test_each_answer(self):
-        for given, expected in (({"action": "Back Up Now"}, 0), ({"action": "Skip"}, 1), ({"close": 1}, 3)):
-            with self.subTest(answer=given):
-                answer(**given)
-                status, err, shown = self.ask()
-                self.assertEqual(status, expected, err)
-                self.assertEqual(len(shown), 1)
-                self.assertEqual(shown[0]["actions"], ["Back Up Now", "Skip"])
-                self.assertIn("scheduled daily backup", shown[0]["body"])
-                self.assertEqual(shown[0]["hints"]["x-kde-eventId"], "promptBeforeBackup")
-                if expected == 3:
-                    self.assertIn("without an answer", err)
-
-    def test_bus_found_in_the_runtime_folder_when_no_address_is_given(self):
-        answer(action="Back Up Now")
-        status, err, shown = self.ask("manual", bus=False)
-        self.assertEqual(status, 0, err)
-        self.assertEqual(shown[0]["body"], "A manual backup is about to start.")
 
 
 class Progress(unittest.TestCase):
@@ -358,32 +308,24 @@ class Progress(unittest.TestCase):
         since = mark()
         job = notice("--progress", progress, "Daily", "manual", background=True)
         self.assertTrue(wait_for(lambda: events(since, "job-update"), 10), "no job reached the desktop")
-        time.sleep(1)
-        write("not a progress line\n")
-        time.sleep(1)
-        write("60000 60000 734003200 734003200 2 2\n")
+        for line in ("not a progress line\n", "60000 60000 734003200 734003200 2 2\n"):
+            time.sleep(1)
+            write(line)
         time.sleep(1.5)
         os.unlink(progress)
-        out, err = job.communicate(timeout=10)
+        err = job.communicate(timeout=10)[1]
         self.assertEqual(job.returncode, 0, err)
 
-        requests = events(since, "job-request")
-        self.assertEqual(len(requests), 1)
-        self.assertEqual(requests[0]["desktopEntry"], "org.orvane.Orvane.notice")
-        self.assertEqual(requests[0]["capabilities"], 0, "a user cannot cancel root's run")
-        updates = [e["properties"] for e in events(since, "job-update")]
-        state = dict(requests[0]["hints"])
-        seen = []
-        for update in updates:
-            state.update(update)
-            seen.append((state.get("processedFiles"), state.get("totalFiles"), state.get("processedBytes"), state.get("totalBytes")))
-        self.assertEqual(state["title"], "Manual backup")
-        self.assertIn((10, 60000, 1048576, 734003200), seen, "the first line reached the job")
-        self.assertEqual(seen[-1], (60000, 60000, 734003200, 734003200))
-        self.assertEqual(state["percent"], 100)
-        self.assertEqual((state["descriptionLabel1"], state["descriptionValue1"]), ("Folder", "2 of 2"))
-        terminated = events(since, "job-terminate")
-        self.assertEqual([(e["code"], e["message"]) for e in terminated], [(0, "")])
+        requests, seen = job_state(since)
+        self.assertEqual([(r["desktopEntry"], r["capabilities"]) for r in requests], [("org.orvane.Orvane.notice", 0)],
+                         "one job, which a user cannot cancel (it is root's run)")
+        counts = [tuple(s.get(k) for k in ("processedFiles", "totalFiles", "processedBytes", "totalBytes")) for s in seen]
+        self.assertIn((10, 60000, 1048576, 734003200), counts, "the first line reached the job")
+        self.assertEqual(counts[-1], (60000, 60000, 734003200, 734003200))
+        last = seen[-1]
+        self.assertEqual((last["title"], last["percent"], last["descriptionLabel1"], last["descriptionValue1"]),
+                         ("Manual backup", 100, "Folder", "2 of 2"))
+        self.assertEqual([(e["code"], e["message"]) for e in events(since, "job-terminate")], [(0, "")])
 
     def test_progress_ends_with_a_run_that_was_killed(self):
         progress = "/tmp/ov_Weekly.progress"
@@ -394,48 +336,43 @@ class Progress(unittest.TestCase):
         job = notice("--progress", progress, "Weekly", background=True)
         self.assertTrue(wait_for(lambda: events(since, "job-update"), 10), "no job reached the desktop")
         job.stdin.close()  # the run died; its progress file stays
-        job.wait(10)
-        self.assertEqual(job.returncode, 0)
+        self.assertEqual(job.wait(10), 0)
         self.assertEqual(len(events(since, "job-terminate")), 1)
 
 
 class ScriptRun(unittest.TestCase):
-    """A real scheduled script, filled by the pane's builder from the
-    installed template and run by its path as root, as cron runs it, with
-    the user's desktop logged in."""
+    """A real scheduled script, filled by the pane's builder, run by its
+    path as root as cron runs it, with the user's desktop logged in."""
 
     def setUp(self):
-        self.fill = os.environ.get("OV_FILL_SCRIPT")
-        if not self.fill:
-            self.skipTest("OV_FILL_SCRIPT names no script builder")
         settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
         desktop = subprocess.Popen(daemon_as_user(["env", "DISPLAY=:78", "DBUS_SESSION_BUS_ADDRESS=" + address,
                                                    "XDG_RUNTIME_DIR=" + runtime, "sleep", "600"]))
         self.addCleanup(desktop.wait)
         self.addCleanup(desktop.kill)
         self.addCleanup(answer)
+        self.root = tempfile.mkdtemp(prefix="ov-run-")
+        self.addCleanup(shutil.rmtree, self.root, True)
 
-    def cron_run(self, root, *fill_arguments):
-        script = os.path.join(root, "daily.rb")
+    def cron_run(self, *fill_arguments):
+        script = os.path.join(self.root, "daily.rb")
         with open(script, "wb") as f:
-            f.write(subprocess.run([self.fill, "--user", USER, *fill_arguments], capture_output=True, check=True).stdout)
+            f.write(subprocess.run([os.environ["OV_FILL_SCRIPT"], "--user", USER, *fill_arguments], capture_output=True, check=True).stdout)
         os.chmod(script, 0o700)
         return subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
                               capture_output=True, timeout=300)
 
     def end_notice(self, since):
-        ends = lambda: [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] in ("backupComplete", "backupCaution")]
+        ends = lambda: shown(since, "backupComplete") + shown(since, "backupCaution")
         self.assertTrue(wait_for(ends, 20), "no end notice")
-        return ends()[0]
+        return ends()[0]["body"]
 
     def test_a_run_asks_shows_its_progress_and_ends_with_its_notice(self):
         answer(action="Back Up Now")
-        root = tempfile.mkdtemp(prefix="ov-run-")
-        self.addCleanup(shutil.rmtree, root, True)
         pairs = []
         # Each folder takes long enough for the job to show it.
         for name in ("first", "second"):
-            source, destination = os.path.join(root, name), os.path.join(root, name + "-backup")
+            source, destination = os.path.join(self.root, name), os.path.join(self.root, name + "-backup")
             os.makedirs(source)
             os.makedirs(destination)
             with open(os.path.join(source, "data.bin"), "wb") as f:
@@ -443,68 +380,53 @@ class ScriptRun(unittest.TestCase):
                     f.write(os.urandom(1 << 20))
             pairs += [source, destination]
         since = mark()
-        run = self.cron_run(root, "--progress", "--prompt", *pairs)
+        run = self.cron_run("--progress", "--prompt", *pairs)
         self.assertEqual(run.returncode, 0, run.stderr)
         for i in (0, 2):
             self.assertEqual(subprocess.run(["cmp", pairs[i] + "/data.bin", pairs[i + 1] + "/data.bin"]).returncode, 0)
-
-        prompts = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "promptBeforeBackup"]
-        self.assertEqual(len(prompts), 1, "the run asked once")
-        self.assertIn("scheduled daily backup", prompts[0]["body"])
+        self.assertEqual(len(shown(since, "promptBeforeBackup")), 1, "the run asked once")
         self.assertTrue(wait_for(lambda: events(since, "job-terminate"), 20), "the progress job did not end")
-        requests = events(since, "job-request")
+        requests, seen = job_state(since)
         self.assertEqual(len(requests), 1, "one job for the whole run")
-        state = dict(requests[0]["hints"])
-        folders = set()
-        for update in events(since, "job-update"):
-            state.update(update["properties"])
-            if state.get("descriptionLabel1") == "Folder":
-                folders.add(state["descriptionValue1"])
-        self.assertEqual(state["title"], "Daily backup")
-        self.assertEqual(folders, {"1 of 2", "2 of 2"}, "each folder shown as the one it is")
-        self.assertEqual(self.end_notice(since)["body"], "The daily backup is complete.")
+        self.assertEqual(seen[-1]["title"], "Daily backup")
+        self.assertEqual({s["descriptionValue1"] for s in seen if s.get("descriptionLabel1") == "Folder"}, {"1 of 2", "2 of 2"},
+                         "each folder shown as the one it is")
+        self.assertEqual(self.end_notice(since), "The daily backup is complete.")
 
     def test_a_mirror_asks_before_it_deletes_much(self):
-        """psync holds the deletions of a mirror that would delete most of
-        a backup; the run asks the user, and only Delete deletes."""
+        source, destination = os.path.join(self.root, "source"), os.path.join(self.root, "backup")
         for given, status, left, reason in ((dict(action="Delete"), 0, 2, None),
                                             (dict(action="Keep"), 1, 22, "since Keep was chosen"),
                                             (dict(close=2), 1, 22, "since nobody answered")):
             with self.subTest(answer=given):
-                root = tempfile.mkdtemp(prefix="ov-hold-")
-                self.addCleanup(shutil.rmtree, root, True)
-                source, destination = os.path.join(root, "source"), os.path.join(root, "backup")
-                os.makedirs(source)
-                os.makedirs(destination)
-                for name, folders in [("a", (source, destination)), ("b", (source, destination))] + \
-                        [("gone %d" % i, (destination,)) for i in range(20)]:
-                    for folder in folders:
+                shutil.rmtree(destination, ignore_errors=True)
+                for folder, names in ((source, ["a", "b"]), (destination, ["a", "b"] + ["gone %d" % i for i in range(20)])):
+                    os.makedirs(folder, exist_ok=True)
+                    for name in names:
                         with open(os.path.join(folder, name), "w") as f:
                             f.write(name)
                 answer(**given)
                 since = mark()
-                run = self.cron_run(root, "--mirror", source, destination)
+                run = self.cron_run("--mirror", source, destination)
                 self.assertEqual(run.returncode, status, run.stderr)
                 self.assertEqual(len(os.listdir(destination)), left)
-                asked = [e for e in events(since, "notify") if e["hints"]["x-kde-eventId"] == "askDeletions"]
-                self.assertEqual([e["body"] for e in asked], ["20 files in %s are no longer in %s. Delete them from the backup?"
-                                                              % (destination, source)])
+                self.assertEqual([e["body"] for e in shown(since, "askDeletions")],
+                                 ["20 files in %s are no longer in %s. Delete them from the backup?" % (destination, source)])
                 end = self.end_notice(since)
                 if reason is None:
                     self.assertFalse(os.path.exists("/var/log/.orvane_daily.err"))
-                    self.assertEqual(end["body"], "The daily backup is complete.")
+                    self.assertEqual(end, "The daily backup is complete.")
                 else:
                     with open("/var/log/.orvane_daily.err") as f:
                         self.assertIn("20 files in %s are no longer in %s; they were kept in the backup, %s"
                                       % (destination, source, reason), f.read())
-                    self.assertIn("they were kept in the backup, " + reason, end["body"])
+                    self.assertIn("they were kept in the backup, " + reason, end)
 
 
-class NoDesktop(unittest.TestCase):
-    """The old program, started without the user's bus address on a display,
-    left a dbus-launch and a dbus-daemon running as the user."""
-
+class Refusals(unittest.TestCase):
     def test_no_bus_address_starts_no_bus(self):
+        """The old program, started without the user's bus address on a
+        display, left a dbus-launch and a dbus-daemon running as the user."""
         empty_runtime = os.path.join(WORK, "runtime-without-bus")
         os.makedirs(empty_runtime, exist_ok=True)
         os.chown(empty_runtime, user.pw_uid, user.pw_gid)
@@ -516,8 +438,7 @@ class NoDesktop(unittest.TestCase):
             self.assertEqual(status, 3, arguments)
             self.assertIn("DBUS_SESSION_BUS_ADDRESS", err)
         time.sleep(0.5)
-        self.assertEqual(user_processes("dbus-daemon"), before)
-        self.assertEqual(user_processes("dbus-launch"), [])
+        self.assertEqual((user_processes("dbus-daemon"), user_processes("dbus-launch")), (before, []))
 
         # The same environment does autolaunch a bus for a plain D-Bus client:
         # the check above would see one.
@@ -529,11 +450,12 @@ class NoDesktop(unittest.TestCase):
         for pid in launched + user_processes("dbus-launch"):
             os.kill(pid, 15)
 
-    def test_no_notification_server_is_said(self):
+    def test_no_desktop_on_the_bus_is_said(self):
         other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop"))
         settings(DisplayAlert=True, PlaySound=False)
         for arguments, server in ((["--prompt", "Daily"], "notification server"),
                                   (["--finished", "Weekly", "errors"], "notification server"),
+                                  (["--ask-deletions", "1500", "/b", "/a", "Weekly"], "notification server"),
                                   (["--progress", "/tmp/ov_Daily.progress", "Daily"], "job progress server")):
             status, err, elapsed = notice(*arguments, bus=other)
             self.assertEqual(status, 3, arguments)
@@ -541,8 +463,6 @@ class NoDesktop(unittest.TestCase):
             self.assertLess(elapsed, 10)
         daemon.terminate()
 
-
-class Arguments(unittest.TestCase):
     def test_wrong_calls_are_refused(self):
         for arguments in (["--nonsense"], [], ["--finished", "Hourly", "complete"], ["--finished", "Daily", "done"],
                           ["--prompt", "Daily", "automatic"], ["--progress", "Daily"],

@@ -43,9 +43,8 @@ check "the deleted file is kept" grep -qx "to go" "$kept/old.txt"
 # (640 in the side store, but ovadmin could not pass the mount, root's alone.)
 check "with its owner from the side store, open to no one new" test "$(stat -c '%u %a' "$kept/letter.txt")" = "0 600"
 check "the copy is the new version" grep -qx "second!" "$SHARE_DIR/Backup/docs/letter.txt"
-left=$(cd "$SHARE_DIR" && find . -mindepth 1 | sort | tr '\n' ' ')
-check "the share holds the backup and its side store alone" test "$left" = "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt "
-[ "$left" = "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt " ] || echo "   the share holds: $left"
+check "the share holds the backup and its side store alone" same "$(cd "$SHARE_DIR" && find . -mindepth 1 | sort | tr '\n' ' ')" \
+    "./Backup ./Backup/.psync-attributes ./Backup/docs ./Backup/docs/letter.txt "
 # What the share cannot keep is named once, as a warning.
 setfattr -n user.xdg.tags -v red "$src/docs/letter.txt"
 ln -s letter.txt "$src/docs/link"

@@ -4,8 +4,8 @@
 # Sourced inside the sandbox, in a network namespace of its own: a real
 # Samba server on lo that answers to "fileserver", the administrator who
 # configured the backups (TEST_USER) with a session bus and gnome-keyring,
-# an ordinary user (OTHER_USER), the system log in a file of ours, and
-# helpers to check results.
+# an ordinary user (OTHER_USER) and the system log in a file of ours.
+. "$(dirname "${BASH_SOURCE[0]}")/../checks.sh"
 
 SMB_DIR=/srv/orvane-smb          # the server's state (private parts root's alone) and its share
 SHARE_DIR=$SMB_DIR/share
@@ -17,21 +17,6 @@ SYSLOG=/run/ov-syslog
 KEYRING_PASSWORD='keyring-pass-31'
 SERVER=smb://fileserver
 VOLUME=share
-
-passed=0
-failed=0
-check() { # check DESCRIPTION COMMAND...
-    if "${@:2}"; then
-        passed=$((passed + 1)); echo "ok: $1"
-    else
-        failed=$((failed + 1)); echo "FAILED: $1"
-        [ -z "${SHOW_ON_FAILURE:-}" ] || eval "$SHOW_ON_FAILURE"
-    fi
-}
-finish() {
-    echo "$passed passed, $failed failed"
-    [ "$failed" -eq 0 ]
-}
 
 ip link set lo up
 # The system log: a /dev of this sandbox alone (the machine's own is bound
@@ -109,16 +94,6 @@ EOF
 stop_smbd() {
     kill "$SMBD_PID" 2>/dev/null
     wait "$SMBD_PID" 2>/dev/null
-}
-
-# The share's contents as the server sees them, fetched through smbclient.
-fetch_share() { # fetch_share SUBFOLDER DEST
-    printf 'username = %s\npassword = %s\n' "$SMB_ACCOUNT" "$SMB_PASSWORD" > /root/smb-auth
-    chmod 600 /root/smb-auth
-    mkdir -p "$2"
-    smbclient -s "$SMB_DIR/smb.conf" -A /root/smb-auth "//fileserver/$VOLUME" \
-        -c "prompt off; recurse on; cd \"$1\"; lcd \"$2\"; mget *" >/dev/null 2>&1
-    rm -f /root/smb-auth
 }
 
 # The administrator with a session bus and an unlocked login keyring, as
