@@ -162,7 +162,8 @@ struct Copier {
         }
         off_t left = st.st_size;
         while (left > 0) {
-            ssize_t n = ::copy_file_range(from, nullptr, to, nullptr, static_cast<size_t>(left), 0);
+            // In pieces, so that progress shows within a large file.
+            ssize_t n = ::copy_file_range(from, nullptr, to, nullptr, static_cast<size_t>(std::min<off_t>(left, 1 << 26)), 0);
             if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
                 n = ::read(from, value.data(), std::min<size_t>(value.size(), static_cast<size_t>(left)));
                 if (n > 0 && ::write(to, value.data(), static_cast<size_t>(n)) != n) {
@@ -183,6 +184,7 @@ struct Copier {
                 break; // shorter than when it was looked at: copied as it is now
             left -= n;
             bytes += static_cast<unsigned long long>(n);
+            shownProgress(false);
         }
         return true;
     }
