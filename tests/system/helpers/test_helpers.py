@@ -249,8 +249,7 @@ class Helpers(unittest.TestCase):
         everything = ["--mirror", "--remote", "--progress", "--repair", "--prompt", "--wait", "--user", "ovadmin",
                       "--toast", 'Toast "11" #{x}', "--autoconnect", 'smb://file"server#1', "o'brien\\x",
                       "vol #{1}", "--safetynet", "/home/Safety \"Net\" #", "7", "Changed"]
-        builds = {"plain daily": [], "every setting, weekly": ["--frequency", "Weekly"] + everything,
-                  "monthly": ["--frequency", "Monthly", "--safetynet", "/home/net", "3", "Everything"],
+        builds = {"every setting, weekly": ["--frequency", "Weekly"] + everything,
                   "manual": ["--manual", "--progress", "--safetynet", "/home/net", "3", "Deleted"]}
         for case, options in builds.items():
             with self.subTest(case=case):
