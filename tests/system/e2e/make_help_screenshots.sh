@@ -5,12 +5,14 @@
 # Remakes the pictures of the manual from the real module in System Settings
 # under Xvfb, after two real backups (a daily one that completes, a weekly one
 # whose disk is not connected). Run it in the sandbox against an installed
-# build, from the source tree:
+# build, from the source tree (the scripts filled by the build's
+# ov_fill_script, or OV_FILL_SCRIPT's):
 #   tests/sandbox/ov-sandbox --install build --keep resources/help -- \
 #       tests/system/e2e/make_help_screenshots.sh resources/help/help-images
 set -eu
 out=$(realpath -m "${1:?output folder}")
 source_dir=$(realpath "$(dirname "$0")/../../..")
+fill=${OV_FILL_SCRIPT:-$source_dir/build/tests/system/ov_fill_script}
 mkdir -p "$out"
 [ "${OV_IN_SANDBOX:-}" = 1 ] || { echo "run me in tests/sandbox/ov-sandbox" >&2; exit 2; }
 # X's abstract sockets are shared by every sandbox on the machine: a network
@@ -36,25 +38,12 @@ echo "Shopping: bread, tea" >/root/Documents/notes.txt
     "4|/root/Music|/Volumes/Backup/Music|Backup: Music"
 
 # backup FREQUENCY SOURCE DESTINATION: one real run of the installed
-# template, with the Safety Net on.
+# template as the pane fills it, with the Safety Net on.
 backup() {
-    local lower=${1,,}
-    local script=/tmp/orvane_$lower.rb
-    awk -v f="$1" -v l="$lower" -v s="$2" -v d="$3" '
-        /^class / && !done {
-            print "frequency = \"" f "\""
-            print "sourceFolders = [\"" s "\"]"
-            print "destFolders = [\"" d "\"]"
-            print "logfile = \"/var/log/orvane_" l ".log\""
-            print "lastBackup = \"/Library/Application Support/Orvane/." l "/.lastbackup\""
-            print "shouldArchive = true"
-            print "maxArchives = 10"
-            print "archiveContents = \"Everything\""
-            print "safetyNetFolder = \"/root/Documents/Safety Net Archives\""
-            done = 1
-        }
-        { print }' /Library/PreferencePanes/Orvane.prefPane/Contents/Resources/backup_script.rb >"$script"
-    ruby "$script" || true
+    local script=/tmp/orvane_${1,,}.rb
+    "$fill" --frequency "$1" --safetynet "/root/Documents/Safety Net Archives" 10 Everything "$2" "$3" >"$script"
+    chmod 700 "$script"
+    "$script" || true
 }
 mkdir -p "/root/Documents/Safety Net Archives"
 backup Daily /root/Documents /Volumes/Backup/Documents

@@ -198,7 +198,6 @@ def rounds(src, dst, count):
         journal_runs += kind == "journal"
         # Only a file with other names outside the list makes a full walk.
         assert kind == "journal" or "hard links" in why, (i, why, ops)
-        print("round %d (%d changes): %s %s" % (i, len(ops), kind, why))
     assert journal_runs >= count // 2, journal_runs
 
 
@@ -206,7 +205,6 @@ def expect(src, dst, reason, flags="-aHAXx"):
     kind, why = copy(src, dst)
     same(src, dst, flags)
     assert (kind, why) == ("journal", "") if reason is None else reason in why, (kind, why, reason)
-    print("%s: %s %s" % (reason or "journal", kind, why))
 
 
 def mount_ext4(at, size="1G"):
@@ -356,7 +354,6 @@ def left_out(disk):
         kind, why = copy(src, walked, settings=rules + ["--exclude-path=/never-%d" % i])
         assert kind == "full", why
         same(walked, journal)
-    print("%d rounds of exclusions and cache folders: the journal's copy equals a full walk's" % len(steps))
 
 
 def attack(src, dst, as_mallory):
@@ -395,7 +392,6 @@ while True:
     finally:
         racer.kill()
     assert journal_runs > 100, journal_runs
-    print("200 copies (%d with the journal) while another user raced links: nothing of root's copied" % journal_runs)
 
 
 main()

@@ -51,10 +51,6 @@ class Notifications(dbus.service.Object):
     def GetCapabilities(self):
         return ["actions", "body", "icon-static", "persistence"]
 
-    @dbus.service.method("org.freedesktop.Notifications", out_signature="ssss")
-    def GetServerInformation(self):
-        return ("Orvane test desktop", "Orvane", "1.0", "1.2")
-
     @dbus.service.method("org.freedesktop.Notifications", in_signature="susssasa{sv}i", out_signature="u")
     def Notify(self, app, replaces, icon, summary, body, actions, hints, timeout):
         nid = int(replaces) or self.next_id
@@ -77,7 +73,6 @@ class Notifications(dbus.service.Object):
             return False
         if "action" in answer:
             key = labels[answer["action"]]
-            record("invoke", id=nid, action=answer["action"])
             self.ActionInvoked(nid, key)
             # Plasma closes a popup once one of its actions was chosen.
             self.close(nid, 2)

@@ -6,6 +6,7 @@
 # configured the backups (TEST_USER) with a session bus and gnome-keyring,
 # an ordinary user (OTHER_USER) and the system log in a file of ours.
 . "$(dirname "${BASH_SOURCE[0]}")/../checks.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/../syslog.sh"
 
 SMB_DIR=/srv/orvane-smb          # the server's state (private parts root's alone) and its share
 SHARE_DIR=$SMB_DIR/share
@@ -19,29 +20,7 @@ SERVER=smb://fileserver
 VOLUME=share
 
 ip link set lo up
-# The system log: a /dev of this sandbox alone (the machine's own is bound
-# in), whose /dev/log is a socket read into $SYSLOG.
-mkdir -p /run/ov-dev && mount --rbind /dev /run/ov-dev && mount -t tmpfs -o mode=755 ov-dev /dev
-for real in /run/ov-dev/*; do
-    mine=/dev/${real##*/}
-    if [ -L "$real" ]; then
-        ln -s "$(readlink "$real")" "$mine"
-    elif [ -d "$real" ]; then
-        mkdir "$mine" && mount --rbind "$real" "$mine"
-    else
-        : > "$mine" && mount --bind "$real" "$mine"
-    fi
-done
-python3 -c '
-import os, socket, sys
-log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-log.bind("/dev/log")
-os.chmod("/dev/log", 0o666)
-with open(sys.argv[1], "ab", buffering=0) as out:
-    while True:
-        out.write(log.recv(65536) + b"\n")
-' "$SYSLOG" &
-for _ in $(seq 50); do [ -S /dev/log ] && break; sleep 0.1; done
+catch_syslog "$SYSLOG"
 # Debian's udev makes /dev/fuse 0666 so that users mount through fusermount3;
 # this container's is root's alone. A node of the same device that users may
 # open stands in for it, in this namespace only.
