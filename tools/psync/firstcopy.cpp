@@ -38,7 +38,8 @@ struct Copier {
     int into = -1;
     bool progress = false;
     int noAtime = ::geteuid() == 0 ? O_NOATIME : 0;
-    std::map<std::pair<dev_t, ino_t>, std::string> linked; // first copy of each hard-linked inode
+    std::map<std::pair<dev_t, ino_t>, std::string> linked; // first copy of each hard-linked inode, below INTO
+    size_t linkSkip = 0; // what of a path is not below INTO
     std::vector<char> names = std::vector<char>(65536), value = std::vector<char>(65536);
     bool full = false;
     std::string failure; // why writing into the work folder failed
@@ -216,7 +217,7 @@ struct Copier {
     bool hardLinked(int to, const std::string &name, const std::string &path, const struct stat &st)
     {
         ++result.multiLinked;
-        const auto [at, fresh] = linked.emplace(std::make_pair(st.st_dev, st.st_ino), path);
+        const auto [at, fresh] = linked.emplace(std::make_pair(st.st_dev, st.st_ino), path.substr(linkSkip));
         if (fresh)
             return false;
         if (::linkat(into, at->second.c_str(), to, name.c_str(), 0) != 0)
@@ -397,6 +398,45 @@ FirstCopy copyFirst(const std::string &source, int into, int top, const std::vec
         return FirstCopy::Failed;
     }
     return result.warnings.empty() ? FirstCopy::Done : FirstCopy::Warnings;
+}
+
+bool copyEntry(int source, dev_t device, int target, int tmp, const std::string &path, const std::vector<Rule> &rules, WalkResult &result)
+{
+    const size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    auto folderOf = [&](int top) {
+        return Fd(slash == std::string::npos ? ::fcntl(top, F_DUPFD_CLOEXEC, 0) : openBeneath(top, path.substr(0, slash), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    };
+    Fd from = folderOf(source), to = folderOf(target);
+    struct stat st {
+    }, there{};
+    if (!from || !to || ::fstatat(from.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0
+        || !(S_ISDIR(st.st_mode) || (S_ISREG(st.st_mode) && st.st_nlink == 1)) || ::fstatat(to.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0
+        || errno != ENOENT)
+        return false;
+    // Made whole in a private folder of the work folder, then renamed into place.
+    static unsigned long made = 0;
+    const std::string own = "own-" + std::to_string(++made);
+    std::string why;
+    Fd into = makeFolder(tmp, own, why);
+    if (!into)
+        return false;
+    WalkResult found;
+    Copier copier(rules, found);
+    copier.device = device;
+    copier.into = into.get();
+    copier.linkSkip = slash == std::string::npos ? 0 : slash + 1;
+    if (S_ISDIR(st.st_mode))
+        copier.subfolder(from.get(), into.get(), name, path);
+    else
+        copier.file(from.get(), into.get(), name, path);
+    const bool copied = !copier.failed() && found.warnings.empty() && found.mounts.empty() && found.cacheFolders.empty()
+        && ::renameat2(into.get(), name.c_str(), to.get(), name.c_str(), RENAME_NOREPLACE) == 0;
+    if (copied)
+        result.files += found.files;
+    into = Fd();
+    removeTree(tmp, own, device, why);
+    return copied;
 }
 
 }

@@ -27,4 +27,12 @@ enum class FirstCopy {
 // lines on stdout.
 FirstCopy copyFirst(const std::string &source, int into, int top, const std::vector<Rule> &rules, bool progress, WalkResult &result, std::string &why);
 
+// A journal run's new entry PATH (from the top) of SOURCE: a file or a
+// folder with all below it, made whole in a folder of TMP (the work
+// folder's) and renamed into its place below TARGET. False, with nothing
+// changed at the target, where it is left to rsync: not a plain file or
+// folder, already at the target, a hard-linked file, or anything it could
+// not copy exactly (DEVICE: the source's disk).
+bool copyEntry(int source, dev_t device, int target, int tmp, const std::string &path, const std::vector<Rule> &rules, WalkResult &result);
+
 }

@@ -139,9 +139,16 @@ struct Run {
             a.push_back("--temp-dir=" + workName + "/tmp");
         if (!o.backupDir.empty())
             a.insert(a.end(), {"--backup", "--backup-dir=" + o.backupDir});
-        else if (work && (haveNet || (o.mirror && o.holdDeletions)))
+        else if (work && keepsAside())
             a.insert(a.end(), {"--backup", "--backup-dir=" + fdPath(work.get(), "kept")});
         return a;
+    }
+
+    // Whether what the copy replaces or deletes is kept aside in the work
+    // folder (for the Safety Net, or deletions that may be held).
+    bool keepsAside() const
+    {
+        return o.backupDir.empty() && (haveNet || (o.mirror && o.holdDeletions));
     }
 
     // The rules in rsync's filter syntax, first match wins.
@@ -582,8 +589,54 @@ int copyRun(Run &run)
         // Only what the journal saw change: the entries with all below them,
         // then the folders whose own metadata changed (the top's times last).
         // What is gone goes at the target only in a mirror.
+        if (run.keepsAside() && !o.checksum) {
+            // A folder goes whole where no rule or cache could leave out
+            // anything below it.
+            auto whole = [&run](const std::string &path) {
+                const std::string below = path + "/";
+                return std::all_of(run.rules.begin(),
+                                   run.rules.end(),
+                                   [&below](const Rule &r) {
+                                       return r.anchored && r.literal && r.pattern.compare(0, below.size(), below) != 0;
+                                   })
+                    && std::none_of(run.walk.cacheFolders.begin(), run.walk.cacheFolders.end(), [&below](const std::string &c) {
+                           return c.compare(0, below.size(), below) == 0;
+                       });
+            };
+            std::string why;
+            Fd kept = makeFolder(run.work.get(), "kept", why);
+            Fd source(::open(run.sources[0].c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+            if (kept && source)
+                setAside(source.get(), run.targetFd.get(), kept.get(), decision.entries, o.mirror, whole);
+        }
+        // New files and folders psync copies itself (rsync makes each file
+        // through its temporary folder, at many times the cost); what is gone
+        // from both sides needs nothing. Their folders' times go with the
+        // folders' own list.
+        std::vector<std::string> entries, folders = decision.foldersAlone;
+        Fd source(o.checksum ? -1 : ::open(run.sources[0].c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+        struct stat sourceStat {
+        };
+        if (source && ::fstat(source.get(), &sourceStat) != 0)
+            source = Fd();
+        auto absent = [](int top, const std::string &path) {
+            Fd at(openBeneath(top, path, O_PATH | O_NOFOLLOW));
+            return !at && (errno == ENOENT || errno == ENOTDIR);
+        };
+        for (const std::string &path : decision.entries) {
+            if (!source
+                || !(copyEntry(source.get(), sourceStat.st_dev, run.targetFd.get(), run.tmp.get(), path, run.rules, run.walk)
+                     || (absent(source.get(), path) && absent(run.targetFd.get(), path)))) {
+                entries.push_back(path);
+                continue;
+            }
+            const size_t slash = path.rfind('/');
+            const std::string parent = slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+            if (std::find(folders.begin(), folders.end(), parent) == folders.end())
+                folders.insert(parent == "." || folders.empty() || folders.back() != "." ? folders.end() : folders.end() - 1, parent);
+        }
         const char *gone = o.mirror ? "--delete-missing-args" : "--ignore-missing-args";
-        const std::vector<std::string> *lists[] = {&decision.entries, &decision.foldersAlone};
+        const std::vector<std::string> *lists[] = {&entries, &folders};
         for (int n = 0; n < 2; ++n) {
             if (lists[n]->empty())
                 continue;

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <grp.h>
+#include <map>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -145,6 +146,75 @@ unsigned long putBack(int kept, int target, std::string &why)
         }
     }
     return back;
+}
+
+namespace
+{
+// PATH's folder and name below TOP; false when the folder is not there.
+bool place(int top, const std::string &path, Fd &folder, std::string &name)
+{
+    const size_t slash = path.rfind('/');
+    name = slash == std::string::npos ? path : path.substr(slash + 1);
+    folder = Fd(slash == std::string::npos ? ::fcntl(top, F_DUPFD_CLOEXEC, 0) : openBeneath(top, path.substr(0, slash), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    return static_cast<bool>(folder);
+}
+
+// KEPT's folder for the target folder PARENT, made as the target's.
+int keptFolder(int kept, int target, const std::string &parent, std::map<std::string, Fd> &made)
+{
+    if (parent.empty())
+        return kept;
+    const auto known = made.find(parent);
+    if (known != made.end())
+        return known->second.get();
+    const size_t slash = parent.rfind('/');
+    const std::string above = slash == std::string::npos ? std::string() : parent.substr(0, slash);
+    const std::string name = slash == std::string::npos ? parent : parent.substr(slash + 1);
+    const int into = keptFolder(kept, target, above, made);
+    Fd there(into < 0 ? -1 : openBeneath(target, parent, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    struct stat st {
+    };
+    if (!there || ::fstat(there.get(), &st) != 0)
+        return -1;
+    const bool fresh = ::mkdirat(into, name.c_str(), 0700) == 0;
+    Fd folder(::openat(into, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder || (fresh && (::fchown(folder.get(), st.st_uid, st.st_gid) != 0 || ::fchmod(folder.get(), st.st_mode & 07777) != 0)))
+        return -1;
+    return made.emplace(parent, std::move(folder)).first->second.get();
+}
+}
+
+unsigned long
+setAside(int source, int target, int kept, const std::vector<std::string> &entries, bool mirror, const std::function<bool(const std::string &)> &whole)
+{
+    std::map<std::string, Fd> made;
+    unsigned long moved = 0;
+    for (const std::string &path : entries) {
+        Fd atTarget, atSource;
+        std::string name;
+        struct stat old {
+        }, now{};
+        if (path == "." || !place(target, path, atTarget, name) || ::fstatat(atTarget.get(), name.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        const bool there = place(source, path, atSource, name) && ::fstatat(atSource.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0;
+        if (!there && errno != ENOENT && errno != ENOTDIR)
+            continue; // unknown: rsync decides
+        bool replaced;
+        if (!there)
+            replaced = mirror;
+        else if ((old.st_mode & S_IFMT) != (now.st_mode & S_IFMT))
+            replaced = true;
+        else
+            replaced =
+                S_ISREG(old.st_mode) && (old.st_size != now.st_size || old.st_mtim.tv_sec != now.st_mtim.tv_sec || old.st_mtim.tv_nsec != now.st_mtim.tv_nsec);
+        if (!replaced || (S_ISDIR(old.st_mode) && !whole(path)))
+            continue;
+        const size_t slash = path.rfind('/');
+        const int into = keptFolder(kept, target, slash == std::string::npos ? std::string() : path.substr(0, slash), made);
+        if (into >= 0 && renameNoReplace(atTarget.get(), name, into, name))
+            ++moved;
+    }
+    return moved;
 }
 
 bool mayEnter(const SafetyNet &net, const struct stat &folder)

@@ -10,6 +10,7 @@
 #include "fsops.h"
 #include "walk.h"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -40,6 +41,17 @@ KeptCount countKept(int kept, int target);
 // Puts back at the target every entry of KEPT whose place there is free
 // (renameat2 RENAME_NOREPLACE); returns how many files went back.
 unsigned long putBack(int kept, int target, std::string &why);
+
+// Before a journal run's rsync: moves into KEPT each target entry of
+// ENTRIES (paths from the top) that the copy will replace (a file of
+// another size or time, an entry of another kind) or, in a MIRROR, delete
+// (gone from SOURCE), each with one rename, where rsync's own backup goes
+// file by file. A folder goes whole only where WHOLE says nothing below it
+// is left out; else rsync keeps its files as usual. Folders made in KEPT
+// carry the target folders' owners and modes, as rsync makes them.
+// Returns how many entries went.
+unsigned long
+setAside(int source, int target, int kept, const std::vector<std::string> &entries, bool mirror, const std::function<bool(const std::string &)> &whole);
 
 // Whether the Safety Net's owner may pass through a folder of this owner
 // and mode (its x bit for him as owner, group or other).
