@@ -2,15 +2,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 
 // The items table: the model's values and setter rules, the per-row menus,
-// folder labels, the stripe and grid arithmetic, Toast detection against
-// fabricated bundles (Toast itself does not exist on Linux), and the pane's
-// folder dialog. Runs as root in the sandbox with polkitd, so the lock opens.
+// Toast detection against fabricated bundles (Toast itself does not exist on
+// Linux), and the pane's folder dialog. Runs as root in the sandbox with
+// polkitd, so the lock opens.
 #include "OVBackupItemModel.h"
-#include "OVFolderLabel.h"
 #include "OVOrvanePref.h"
 #include "OVPropertyList.h"
 #include "OVSettingsDomain.h"
-#include "OVTableView.h"
 #include "OVToast.h"
 
 #include <QDir>
@@ -18,6 +16,7 @@
 #include <QFileDialog>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTableView>
 #include <QTest>
 #include <QToolButton>
 
@@ -94,14 +93,8 @@ private Q_SLOTS:
         QVERIFY(model.item(0).checkEnabled());
         QCOMPARE(model.item(0).sourcePath(), QStringLiteral("/srv"));
 
-        // Tool tips: full paths, none for "/" nor for a Toast destination.
+        // A path shows whole as its tool tip.
         QCOMPARE(model.index(1, OVBackupItemModel::SourceColumn).data(Qt::ToolTipRole).toString(), QStringLiteral("/root"));
-        QVERIFY(!model.index(1, OVBackupItemModel::DestColumn).data(Qt::ToolTipRole).isValid());
-        QVERIFY(!model.index(1, OVBackupItemModel::CheckColumn).data(Qt::ToolTipRole).isValid());
-        model.setFolder(1, OVBackupItemModel::ChooseDestinationTag, QStringLiteral("/srv/backup"), QStringLiteral("backup"));
-        QCOMPARE(model.index(1, OVBackupItemModel::DestColumn).data(Qt::ToolTipRole).toString(), QStringLiteral("/srv/backup"));
-        model.setToastFlag(1, true);
-        QVERIFY(!model.index(1, OVBackupItemModel::DestColumn).data(Qt::ToolTipRole).isValid());
     }
 
     void menusPerRow()
@@ -130,32 +123,6 @@ private Q_SLOTS:
         model.setToast(false, QString());
         QVERIFY(!model.index(1, OVBackupItemModel::DestColumn).data().isValid());
         QCOMPARE(model.destMenu(1).size(), 3);
-    }
-
-    void stripesAndGrid()
-    {
-        // A clip starting in row 3 stripes from row 4; in row 2, from row 2.
-        auto stripes = OVTableView::stripesInRect(QRectF(0, 3 * 16 + 5, 100, 40), 16, 0);
-        QCOMPARE(stripes.first(), QRectF(0, 64, 100, 16));
-        QCOMPARE(stripes.size(), 1);
-        stripes = OVTableView::stripesInRect(QRectF(10, 2 * 16, 100, 64), 16, 0);
-        QCOMPARE(stripes.first().top(), 32.0);
-        QCOMPARE(stripes.size(), 2);
-        // Spacing 2 on rows of 16: stripes 18 high, 36 apart.
-        stripes = OVTableView::stripesInRect(QRectF(0, 0, 50, 100), 16, 2);
-        QCOMPARE(stripes.size(), 3);
-        QCOMPARE(stripes.at(0), QRectF(0, 0, 50, 18));
-        QCOMPARE(stripes.at(1).top(), 36.0);
-
-        QCOMPARE(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {20, 100, 200, 180}, 0), (QVector<double>{19.5, 119.5, 319.5}));
-        QCOMPARE(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {20, 100}, 3), (QVector<double>{22.5}));
-        QVERIFY(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {500}, 0).isEmpty());
-        QVERIFY(OVTableView::gridInClipRect(QRectF(0, 0, 500, 100), {}, 0).isEmpty());
-        // Scrolled: a boundary left of the clip draws nothing.
-        QCOMPARE(OVTableView::gridInClipRect(QRectF(50, 0, 200, 100), {20, 100, 200}, 0), (QVector<double>{119.5}));
-        // The mixed comparison: p (from the clip's left) against x + width, so
-        // the boundary at 250, right of this clip, still gets its line.
-        QCOMPARE(OVTableView::gridInClipRect(QRectF(100, 0, 100, 100), {150, 100, 100, 100}, 0), (QVector<double>{149.5, 249.5}));
     }
 
     void toastDetection()
@@ -216,9 +183,7 @@ private Q_SLOTS:
         }
         const OVBackupItem &item = pane.backupItems()->item(0);
         QCOMPARE(item.sourcePath(), QStringLiteral("/root/Documents"));
-        QCOMPARE(item.backupSource(), QStringLiteral("Documents"));
-        QCOMPARE(item.backupDestination(), QStringLiteral("Backups"));
-        QVERIFY(item.checkEnabled());
+        QCOMPARE(item.destPath(), QStringLiteral("/root/Backups"));
         // A complete, ticked, manual item: the backup can be started.
         QVERIFY(backup->isEnabled());
 

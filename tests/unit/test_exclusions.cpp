@@ -36,22 +36,18 @@ private Q_SLOTS:
             bool excluded;
         } rows[] = {
             {".cache", true, true},
-            {".cache/thumbnails/x.png", false, true},
             {".cachet", false, false},
             {"Musik/Bach/01.flac", false, true},
             // Outside the source: ignored, as the script ignores it.
             {"../annette/x", false, false},
             {"notes.tmp", false, true},
-            {"deep/er/notes.tmp", false, true},
             {"notes.tmp.txt", false, false},
             {"a/node_modules/lib/index.js", false, true},
             {"build", true, true},
             {"build", false, false},
-            {"src/build/x.o", false, true},
             {"Projekte/App/out/a.o", false, true},
             {"Projekte/App/src/out", true, false},
             {"x/Projekte/App/out", true, false},
-            {"Fotos/2024/Urlaub/Roh/1.raw", false, true},
             {"Fotos/Roh", true, true},
             {"Fotos2/x/Roh", true, false},
             {"Kopie1.odt", false, true},
@@ -82,10 +78,7 @@ private Q_SLOTS:
                               QStringLiteral("--drop=*.iso"),
                               QStringLiteral("--drop-path=Alt"),
                               QStringLiteral("--exclude=tmp/")}));
-        QCOMPARE(OVExclusions::defaults(QStringLiteral("/home/ann/Documents"), source), QStringList());
-        QCOMPARE(OVExclusions::defaults(QStringLiteral("/home"), source),
-                 QStringList({QStringLiteral("/home/ann/.local/share/Trash"), QStringLiteral("/home/ann/.cache")}));
-        QCOMPARE(OVExclusions::defaults(QStringLiteral("/home/ann/.cache"), source), QStringList());
+        // (A new item's defaults: test_backupitems.)
     }
 
     // The file manager's Exclude and Include: every item whose source holds

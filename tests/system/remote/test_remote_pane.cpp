@@ -17,7 +17,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileDialog>
 #include <QMessageBox>
 #include <QProcess>
 #include <QTest>
@@ -139,8 +138,7 @@ private Q_SLOTS:
     }
 
     // Connect mounts through connect_volume: the volume is there at once, for
-    // this user to use (a folder made on it is chosen in a folder dialog),
-    // and stays mounted.
+    // this user to use, and stays mounted.
     void connectMounts()
     {
         OVOrvanePref pane(nullptr, {});
@@ -154,16 +152,6 @@ private Q_SLOTS:
         QVERIFY(!pane.findChild<QMessageBox *>());
 
         QVERIFY(QDir(point).mkpath(QStringLiteral("Backups/Documents")));
-        QFileDialog dialog(nullptr, QStringLiteral("Choose"), point);
-        dialog.setOption(QFileDialog::DontUseNativeDialog);
-        dialog.setFileMode(QFileDialog::Directory);
-        dialog.setOption(QFileDialog::ShowDirsOnly);
-        dialog.show();
-        dialog.selectFile(QStringLiteral("Backups"));
-        QTRY_COMPARE(dialog.selectedFiles().value(0), point + QStringLiteral("/Backups"));
-        QMetaObject::invokeMethod(&dialog, "accept");
-        QCOMPARE(dialog.result(), int(QDialog::Accepted));
-        QVERIFY(QFileInfo(dialog.selectedFiles().value(0)).isDir());
     }
 
     // Nothing mounted: a wrong password is told in the alert (automount's

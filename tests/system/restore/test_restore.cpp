@@ -17,9 +17,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QHeaderView>
 #include <QHelpEvent>
-#include <QScreen>
 #include <QStandardItemModel>
 #include <QTest>
 #include <QToolTip>
@@ -246,8 +244,8 @@ private Q_SLOTS:
         QCOMPARE(read(Source + QStringLiteral("/report (2026-01-06 20.00.00).txt")), QByteArray("Bericht, erste Fassung"));
     }
 
-    // The window: wide enough for its columns, a tip where a text is cut,
-    // a folder opened expanded, excluded paths said so; the screenshots.
+    // The window: a tip where a text is cut, a folder opened expanded,
+    // excluded paths said so; the screenshots.
     void window()
     {
         OVRestoreWindow window;
@@ -259,13 +257,6 @@ private Q_SLOTS:
         QCOMPARE(window.versionCount(), 4);
         QCOMPARE(window.windowTitle(), QStringLiteral("Restore: Documents"));
         auto *versions = window.findChild<QTreeWidget *>(QStringLiteral("versionList"));
-        const QAbstractItemView *versionItems = versions;
-        for (int column = 0; column < versions->columnCount(); ++column) {
-            QVERIFY2(versions->columnWidth(column) >= versionItems->sizeHintForColumn(column), qPrintable(versions->headerItem()->text(column)));
-        }
-        // As wide as its columns need, as far as the screen allows.
-        const int screen = window.screen()->availableGeometry().width();
-        QVERIFY(window.width() >= qMin(window.contentSize().width(), screen * 9 / 10) && window.width() <= screen);
         const QString shots = qEnvironmentVariable("OV_SCREENSHOTS");
         if (!shots.isEmpty()) {
             QDir().mkpath(shots);
@@ -326,8 +317,6 @@ private Q_SLOTS:
         QVERIFY2(window.message().contains(QStringLiteral("The backup disk “Holiday Disk” is not connected")), qPrintable(window.message()));
         window.openAt(Home + QStringLiteral("/Mail"));
         QVERIFY2(window.message().contains(QStringLiteral("You may not read “/Volumes/Backup Disk/Private”")), qPrintable(window.message()));
-        window.openAt(QStringLiteral("/etc/hostname"));
-        QVERIFY2(window.message().contains(QStringLiteral("is in no backup item's source folder")), qPrintable(window.message()));
 
         // An archive the user has shut: named, and the rest still shown.
         const QString archive = SafetyNet + QStringLiteral("/2026-01-07 20.00.00 Daily");
