@@ -1064,15 +1064,20 @@ class OrvaneBackup
     @session = nil
     user = Etc.getpwnam(@s[:username]) rescue nil
     return nil if user.nil? || user.uid.zero?
+    # A process of the desktop that knows its session bus; one on a display
+    # without it (a stray program) only when there is no other.
+    found = nil
     Dir.glob("/proc/[0-9]*").each do |process|
       next unless File.stat(process).uid == user.uid rescue next
       environment = File.binread("#{process}/environ").split("\0") rescue next
       wanted = environment.select { |v| v.match?(/\A(DISPLAY|WAYLAND_DISPLAY|XAUTHORITY|DBUS_SESSION_BUS_ADDRESS|XDG_RUNTIME_DIR)=/) }
       next unless wanted.any? { |v| v.start_with?("DISPLAY=", "WAYLAND_DISPLAY=") }
-      @session = { user: user, environment: wanted + ["HOME=#{user.dir}", "USER=#{user.name}", "LOGNAME=#{user.name}", "PATH=/usr/bin:/bin"] }
+      found ||= wanted
+      next unless wanted.any? { |v| v.start_with?("DBUS_SESSION_BUS_ADDRESS=") }
+      found = wanted
       break
     end
-    @session
+    @session = found && { user: user, environment: found + ["HOME=#{user.dir}", "USER=#{user.name}", "LOGNAME=#{user.name}", "PATH=/usr/bin:/bin"] }
   end
 
   def notice_command(*arguments)

@@ -40,6 +40,7 @@ struct Copier {
     int noAtime = ::geteuid() == 0 ? O_NOATIME : 0;
     std::map<std::pair<dev_t, ino_t>, std::string> linked; // first copy of each hard-linked inode, below INTO
     size_t linkSkip = 0; // what of a path is not below INTO
+    bool alone = false; // one entry of a journal run: no hard links
     std::vector<char> names = std::vector<char>(65536), value = std::vector<char>(65536);
     bool full = false;
     std::string failure; // why writing into the work folder failed
@@ -216,6 +217,11 @@ struct Copier {
     // A later name of an inode copied before becomes a link to that copy.
     bool hardLinked(int to, const std::string &name, const std::string &path, const struct stat &st)
     {
+        if (alone) {
+            // Its other names may lie outside what is copied: rsync links them.
+            failure = shown(path) + ": a hard link";
+            return true;
+        }
         ++result.multiLinked;
         const auto [at, fresh] = linked.emplace(std::make_pair(st.st_dev, st.st_ino), path.substr(linkSkip));
         if (fresh)
@@ -426,6 +432,7 @@ bool copyEntry(int source, dev_t device, int target, int tmp, const std::string 
     copier.device = device;
     copier.into = into.get();
     copier.linkSkip = slash == std::string::npos ? 0 : slash + 1;
+    copier.alone = true;
     if (S_ISDIR(st.st_mode))
         copier.subfolder(from.get(), into.get(), name, path);
     else
