@@ -6,16 +6,20 @@
 #include "fsops.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <clocale>
+#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <thread>
 #include <unistd.h>
 
 namespace psync
@@ -75,7 +79,8 @@ std::string shown(const std::string &path)
 }
 
 // Whether an entry's extended attributes are more than a security label the
-// target gives itself.
+// target gives itself. By its name in the current folder: a path through
+// /proc/self/fd would cost as much again.
 static bool carriesMetadata(const char *name, bool &acl)
 {
     char list[4096];
@@ -123,21 +128,23 @@ struct Walker {
         }
     }
 
-    void folder(int fd, const std::string &prefix, int depth)
+    struct Entry {
+        std::string name;
+        unsigned char type;
+    };
+
+    // FD's entries, or none (noted) when it cannot be read.
+    std::vector<Entry> list(int fd, const std::string &prefix)
     {
+        std::vector<Entry> entries;
         const int copy = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         DIR *d = copy < 0 ? nullptr : ::fdopendir(copy);
         if (!d) {
             if (copy >= 0)
                 ::close(copy);
             result.unreadable.push_back(source + "/" + prefix);
-            return;
+            return entries;
         }
-        struct Entry {
-            std::string name;
-            unsigned char type;
-        };
-        std::vector<Entry> entries;
         while (dirent *e = ::readdir(d)) {
             if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
                 entries.push_back({e->d_name, e->d_type});
@@ -148,88 +155,125 @@ struct Walker {
                 return a.name < b.name;
             });
         }
+        return entries;
+    }
+
+    void folder(int fd, const std::string &prefix, int depth)
+    {
+        std::map<std::string, std::string> seen;
+        const std::vector<Entry> entries = list(fd, prefix);
         if (options.metadata && ::fchdir(fd) != 0)
             return;
-        std::map<std::string, std::string> seen;
-        for (const Entry &entry : entries) {
-            const std::string path = prefix.empty() ? entry.name : prefix + "/" + entry.name;
-            if (depth == 0)
-                top = entry.name;
-            unsigned char type = entry.type;
-            struct stat st {
-            };
-            const bool stated = (options.statAll || type == DT_UNKNOWN || type == DT_DIR) && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
-            if (type == DT_UNKNOWN && stated)
-                type = S_ISDIR(st.st_mode) ? DT_DIR
-                    : S_ISLNK(st.st_mode)  ? DT_LNK
-                    : S_ISREG(st.st_mode)  ? DT_REG
-                    : S_ISCHR(st.st_mode)  ? DT_CHR
-                    : S_ISBLK(st.st_mode)  ? DT_BLK
-                                           : DT_FIFO;
-            const bool isFolder = type == DT_DIR;
-            if (excluded(path, isFolder))
-                continue;
-            if (depth == 0)
-                result.topNames.insert(entry.name);
-            if (options.remote) {
-                auto [at, fresh] = seen.emplace(folded(entry.name), entry.name);
-                if (!fresh) {
-                    result.caseClashes.push_back(path);
-                    result.warnings.push_back("psync: not copied: " + shown(source + "/" + path) + ": its name differs only in case from \"" + shown(at->second)
-                                              + "\" beside it, and the volume cannot hold both");
-                    continue;
-                }
-            }
-            if (stated)
-                note(path, st);
-            if (options.metadata) {
-                bool acl = false;
-                if (carriesMetadata(entry.name.c_str(), acl)) {
-                    struct stat changed {
-                    };
-                    ::fstatat(fd, entry.name.c_str(), &changed, AT_SYMLINK_NOFOLLOW);
-                    result.withMetadata[path] = std::to_string(changed.st_ctim.tv_sec) + "." + std::to_string(changed.st_ctim.tv_nsec);
-                    ++result.attributed;
-                    result.acls += acl ? 1 : 0;
-                }
-            }
-            if (!isFolder) {
-                ++result.files;
-                ++result.topWeights[top];
-                if (type == DT_LNK)
-                    ++result.links;
-                else if (type != DT_REG)
-                    ++result.specials;
-                if (type == DT_REG && stated && st.st_mtim.tv_sec >= options.racyFrom && st.st_mtim.tv_sec <= options.racyUntil)
-                    result.racy.push_back(path);
-                if (options.remote && type != DT_REG) {
-                    const char *kind = type == DT_LNK ? "a symbolic link" : type == DT_BLK || type == DT_CHR ? "a device" : "a special file";
-                    result.skipped.push_back("psync: skipped " + shown(source + "/" + path) + " (" + kind + "): the volume cannot hold it");
-                }
-                continue;
-            }
-            ++result.topWeights[top];
-            Fd child(::openat(fd, entry.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | (::geteuid() == 0 ? O_NOATIME : 0)));
-            struct stat opened {
-            };
-            if (!child || ::fstat(child.get(), &opened) != 0) {
-                result.unreadable.push_back(source + "/" + path);
-                continue;
-            }
-            if (opened.st_dev != device) {
-                result.mounts.push_back(source + "/" + path);
-                continue;
-            }
-            if (isCacheTag(child.get(), "CACHEDIR.TAG")) {
-                result.cacheFolders.push_back(path);
-                continue;
-            }
-            folder(child.get(), path, depth + 1);
-            if (options.metadata && ::fchdir(fd) != 0)
+        for (const Entry &e : entries)
+            entry(fd, prefix, depth, e, seen);
+    }
+
+    void entry(int fd, const std::string &prefix, int depth, const Entry &entry, std::map<std::string, std::string> &seen)
+    {
+        const std::string path = prefix.empty() ? entry.name : prefix + "/" + entry.name;
+        if (depth == 0)
+            top = entry.name;
+        unsigned char type = entry.type;
+        struct stat st {
+        };
+        const bool stated = (options.statAll || type == DT_UNKNOWN || type == DT_DIR) && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+        if (type == DT_UNKNOWN && stated)
+            type = S_ISDIR(st.st_mode) ? DT_DIR
+                : S_ISLNK(st.st_mode)  ? DT_LNK
+                : S_ISREG(st.st_mode)  ? DT_REG
+                : S_ISCHR(st.st_mode)  ? DT_CHR
+                : S_ISBLK(st.st_mode)  ? DT_BLK
+                                       : DT_FIFO;
+        const bool isFolder = type == DT_DIR;
+        if (excluded(path, isFolder))
+            return;
+        if (depth == 0)
+            result.topNames.insert(entry.name);
+        if (options.remote) {
+            auto [at, fresh] = seen.emplace(folded(entry.name), entry.name);
+            if (!fresh) {
+                result.caseClashes.push_back(path);
+                result.warnings.push_back("psync: not copied: " + shown(source + "/" + path) + ": its name differs only in case from \"" + shown(at->second)
+                                          + "\" beside it, and the volume cannot hold both");
                 return;
+            }
         }
+        if (stated)
+            note(path, st);
+        if (options.metadata) {
+            bool acl = false;
+            if (carriesMetadata(entry.name.c_str(), acl)) {
+                struct stat changed {
+                };
+                ::fstatat(fd, entry.name.c_str(), &changed, AT_SYMLINK_NOFOLLOW);
+                result.withMetadata[path] = std::to_string(changed.st_ctim.tv_sec) + "." + std::to_string(changed.st_ctim.tv_nsec);
+                ++result.attributed;
+                result.acls += acl ? 1 : 0;
+            }
+        }
+        if (!isFolder) {
+            ++result.files;
+            ++result.topWeights[top];
+            if (type == DT_LNK)
+                ++result.links;
+            else if (type != DT_REG)
+                ++result.specials;
+            if (type == DT_REG && stated && st.st_mtim.tv_sec >= options.racyFrom && st.st_mtim.tv_sec <= options.racyUntil)
+                result.racy.push_back(path);
+            if (options.remote && type != DT_REG) {
+                const char *kind = type == DT_LNK ? "a symbolic link" : type == DT_BLK || type == DT_CHR ? "a device" : "a special file";
+                result.skipped.push_back("psync: skipped " + shown(source + "/" + path) + " (" + kind + "): the volume cannot hold it");
+            }
+            return;
+        }
+        ++result.topWeights[top];
+        Fd child(::openat(fd, entry.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | (::geteuid() == 0 ? O_NOATIME : 0)));
+        struct stat opened {
+        };
+        if (!child || ::fstat(child.get(), &opened) != 0) {
+            result.unreadable.push_back(source + "/" + path);
+            return;
+        }
+        if (opened.st_dev != device) {
+            result.mounts.push_back(source + "/" + path);
+            return;
+        }
+        if (isCacheTag(child.get(), "CACHEDIR.TAG")) {
+            result.cacheFolders.push_back(path);
+            return;
+        }
+        folder(child.get(), path, depth + 1);
+        if (options.metadata)
+            (void)!::fchdir(fd);
     }
 };
+}
+
+// Adds what one walker found to the whole.
+static void merge(WalkResult &into, WalkResult &&part)
+{
+    auto append = [](std::vector<std::string> &to, std::vector<std::string> &from) {
+        to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+    };
+    append(into.cacheFolders, part.cacheFolders);
+    append(into.mounts, part.mounts);
+    append(into.unreadable, part.unreadable);
+    append(into.caseClashes, part.caseClashes);
+    append(into.warnings, part.warnings);
+    append(into.skipped, part.skipped);
+    append(into.racy, part.racy);
+    into.withMetadata.merge(part.withMetadata);
+    into.attributes.merge(part.attributes);
+    for (const auto &[name, weight] : part.topWeights)
+        into.topWeights[name] += weight;
+    into.topNames.merge(part.topNames);
+    into.files += part.files;
+    into.multiLinked += part.multiLinked;
+    into.links += part.links;
+    into.specials += part.specials;
+    into.sparse += part.sparse;
+    into.attributed += part.attributed;
+    into.acls += part.acls;
 }
 
 void walkSource(const std::string &source, const WalkOptions &options, WalkResult &result)
@@ -241,17 +285,45 @@ void walkSource(const std::string &source, const WalkOptions &options, WalkResul
         result.unreadable.push_back(source);
         return;
     }
-    Walker walker{options, result, source, st.st_dev, {}};
-    while (walker.source.size() > 1 && walker.source.back() == '/')
-        walker.source.pop_back();
-    // Attributes are listed by name in the folder being walked.
+    std::string top = source;
+    while (top.size() > 1 && top.back() == '/')
+        top.pop_back();
+    // Attributes are listed by name in the folder being walked: each walker
+    // has a current folder of its own.
     Fd back(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (options.metadata) {
         bool acl = false;
         if (::fchdir(root.get()) == 0 && carriesMetadata(".", acl))
             result.withMetadata["."] = std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
     }
-    walker.folder(root.get(), "", 0);
+    Walker first{options, result, top, st.st_dev, {}};
+    const std::vector<Walker::Entry> entries = first.list(root.get(), "");
+    // Two walkers share the top-level entries: a walk is one system call
+    // after another, and the machine has a core to spare before rsync
+    // starts. On a remote volume, names are compared across one folder.
+    std::atomic<size_t> next{0};
+    auto walk = [&](Walker &walker) {
+        std::map<std::string, std::string> seen;
+        for (size_t i; (i = next++) < entries.size();) {
+            if (options.metadata && ::fchdir(root.get()) != 0)
+                continue;
+            walker.entry(root.get(), "", 0, entries[i], seen);
+        }
+    };
+    WalkResult other;
+    Walker second{options, other, top, st.st_dev, {}};
+    std::thread helper;
+    if (!options.remote && entries.size() > 1) {
+        helper = std::thread([&] {
+            if (::unshare(CLONE_FS) == 0)
+                walk(second);
+        });
+    }
+    walk(first);
+    if (helper.joinable()) {
+        helper.join();
+        merge(result, std::move(other));
+    }
     if (options.metadata && (!back || ::fchdir(back.get()) != 0) && ::chdir("/") != 0)
         result.unreadable.push_back(".");
 }
