@@ -86,7 +86,14 @@ floor() {
 }
 floor_done() { rm -rf "$work/by-floor/.floor-kept"; }
 nothing() { :; }
-fresh() { rm -rf "$work/by-script" "$work/by-rsync"; mkdir "$work/by-script" "$work/by-rsync"; sync; }
+# Earlier copies are moved aside, not deleted: creating right after a mass
+# delete is slow on this disk, and would slow whichever copy came first.
+fresh() {
+    mkdir -p "$work/old"
+    for copy in by-script by-rsync; do [ ! -e "$work/$copy" ] || mv "$work/$copy" "$(mktemp -u "$work/old/$copy.XXXXXX")"; done
+    mkdir "$work/by-script" "$work/by-rsync"
+    sync
+}
 # Round N appends to 1% of the files and deletes another 1%, none touched
 # before.
 change() {
