@@ -6,16 +6,21 @@
 #include "fsops.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <map>
+#include <mutex>
+#include <set>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <thread>
 #include <unistd.h>
 
 namespace psync
@@ -24,33 +29,46 @@ namespace psync
 namespace
 {
 
+using Inode = std::pair<dev_t, ino_t>;
+
+// What the copiers of one copy share.
+struct Shared {
+    std::mutex lock;
+    std::condition_variable copied;
+    std::map<Inode, std::string> linked; // first copy of each hard-linked inode, below INTO
+    std::set<Inode> copying; // first copies under way
+    std::atomic<unsigned long> seen{0}, done{0};
+    std::atomic<unsigned long long> bytes{0};
+    std::atomic<bool> stop{false}; // one copier failed: the others stop too
+    std::atomic<size_t> next{0}; // the next top-level entry to take
+};
+
 struct Copier {
-    Copier(const std::vector<Rule> &rules, WalkResult &result)
+    Copier(const std::vector<Rule> &rules, WalkResult &result, Shared &shared)
         : rules(rules)
         , result(result)
+        , shared(shared)
     {
     }
 
     const std::vector<Rule> &rules;
     WalkResult &result;
+    Shared &shared;
     std::string source;
     dev_t device = 0;
     int into = -1;
     bool progress = false;
     int noAtime = ::geteuid() == 0 ? O_NOATIME : 0;
-    std::map<std::pair<dev_t, ino_t>, std::string> linked; // first copy of each hard-linked inode, below INTO
     size_t linkSkip = 0; // what of a path is not below INTO
     bool alone = false; // one entry of a journal run: no hard links
     std::vector<char> names = std::vector<char>(65536), value = std::vector<char>(65536);
     bool full = false;
     std::string failure; // why writing into the work folder failed
-    unsigned long seen = 0, done = 0;
-    unsigned long long bytes = 0;
     time_t shownAt = 0;
 
     bool failed() const
     {
-        return full || !failure.empty();
+        return full || !failure.empty() || shared.stop;
     }
 
     // The work folder could not take what it was given: the copy stops.
@@ -60,6 +78,7 @@ struct Copier {
             full = true;
         else if (failure.empty())
             failure = shown(path) + ": " + reason(error);
+        shared.stop = true;
     }
 
     // A source entry that could not be read: named, and the run goes on.
@@ -100,8 +119,9 @@ struct Copier {
             return;
         shownAt = now;
         // rsync's --info=progress2 line, which the backup script reads.
+        const unsigned long seen = shared.seen, done = std::min<unsigned long>(shared.done, seen);
         std::printf("%15llu %3lu%%    0.00kB/s    0:00:00 (xfr#%lu, ir-chk=%lu/%lu)%c",
-                    bytes,
+                    shared.bytes.load(),
                     seen ? done * 100 / seen : 0,
                     done,
                     seen - done,
@@ -159,7 +179,7 @@ struct Copier {
                 lost(path, errno);
                 return false;
             }
-            bytes += static_cast<unsigned long long>(st.st_size);
+            shared.bytes += static_cast<unsigned long long>(st.st_size);
             return true;
         }
         off_t left = st.st_size;
@@ -185,7 +205,7 @@ struct Copier {
             if (n == 0)
                 break; // shorter than when it was looked at: copied as it is now
             left -= n;
-            bytes += static_cast<unsigned long long>(n);
+            shared.bytes += static_cast<unsigned long long>(n);
             shownProgress(false);
         }
         return true;
@@ -205,13 +225,27 @@ struct Copier {
         if (!S_ISREG(st.st_mode))
             return other(from, to, name, path);
         ++result.files;
-        if (st.st_nlink > 1 && hardLinked(to, name, path, st))
+        const bool claimed = st.st_nlink > 1;
+        if (claimed && hardLinked(to, name, path, st))
             return;
         Fd out(::openat(to, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!out)
-            return lost(path, errno);
-        if (contents(in.get(), out.get(), path, st) && attributes(in.get(), out.get(), path, st) && owned(out.get(), path, st))
-            ++done;
+        const bool made = out ? contents(in.get(), out.get(), path, st) && attributes(in.get(), out.get(), path, st) && owned(out.get(), path, st)
+                              : (lost(path, errno), false);
+        if (made)
+            ++shared.done;
+        if (claimed)
+            firstCopied(st, path, made);
+    }
+
+    // The first copy of a hard-linked inode is in (or failed): later names
+    // may link to it (or copy it themselves).
+    void firstCopied(const struct stat &st, const std::string &path, bool made)
+    {
+        std::lock_guard<std::mutex> hold(shared.lock);
+        shared.copying.erase({st.st_dev, st.st_ino});
+        if (made)
+            shared.linked[{st.st_dev, st.st_ino}] = path.substr(linkSkip);
+        shared.copied.notify_all();
     }
 
     // A later name of an inode copied before becomes a link to that copy.
@@ -223,13 +257,22 @@ struct Copier {
             return true;
         }
         ++result.multiLinked;
-        const auto [at, fresh] = linked.emplace(std::make_pair(st.st_dev, st.st_ino), path.substr(linkSkip));
-        if (fresh)
+        const Inode inode{st.st_dev, st.st_ino};
+        std::unique_lock<std::mutex> hold(shared.lock);
+        shared.copied.wait(hold, [&] {
+            return !shared.copying.count(inode);
+        });
+        const auto at = shared.linked.find(inode);
+        if (at == shared.linked.end()) {
+            shared.copying.insert(inode); // this name makes the first copy
             return false;
-        if (::linkat(into, at->second.c_str(), to, name.c_str(), 0) != 0)
+        }
+        const std::string first = at->second;
+        hold.unlock();
+        if (::linkat(into, first.c_str(), to, name.c_str(), 0) != 0)
             lost(path, errno);
         else
-            ++done;
+            ++shared.done;
         return true;
     }
 
@@ -244,21 +287,33 @@ struct Copier {
         if (S_ISDIR(st.st_mode) || S_ISREG(st.st_mode))
             return skipped(path, "changed while it was being copied");
         ++result.files;
-        if (st.st_nlink > 1 && !S_ISLNK(st.st_mode) && hardLinked(to, name, path, st))
+        const bool claimed = st.st_nlink > 1 && !S_ISLNK(st.st_mode);
+        if (claimed && hardLinked(to, name, path, st))
             return;
+        const bool made = special(from, to, name, path, st);
+        if (made)
+            ++shared.done;
+        if (claimed)
+            firstCopied(st, path, made);
+    }
+
+    bool special(int from, int to, const std::string &name, const std::string &path, const struct stat &st)
+    {
         if (S_ISLNK(st.st_mode)) {
             ++result.links;
             std::vector<char> target(static_cast<size_t>(st.st_size) + 2);
             const ssize_t length = ::readlinkat(from, name.c_str(), target.data(), target.size() - 1);
-            if (length < 0)
-                return unread(path, errno);
+            if (length < 0) {
+                unread(path, errno);
+                return false;
+            }
             target[static_cast<size_t>(length)] = 0;
             if (::symlinkat(target.data(), to, name.c_str()) != 0)
-                return lost(path, errno);
+                return lost(path, errno), false;
         } else {
             ++result.specials;
             if (::mknodat(to, name.c_str(), (st.st_mode & S_IFMT) | 0600, st.st_rdev) != 0)
-                return lost(path, errno);
+                return lost(path, errno), false;
         }
         // Attributes by the entry's name below its open folder, never through the entry.
         const std::string fromPath = "/proc/self/fd/" + std::to_string(from) + "/" + name;
@@ -271,7 +326,7 @@ struct Copier {
             any = any || std::strcmp(attribute, "security.selinux") != 0;
             if (size >= 0 && std::strcmp(attribute, "security.selinux") != 0
                 && ::lsetxattr(toPath.c_str(), attribute, value.data(), static_cast<size_t>(size), 0) != 0)
-                return lost(path, errno);
+                return lost(path, errno), false;
         }
         if (any) {
             result.withMetadata[path] = std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
@@ -281,50 +336,60 @@ struct Copier {
         if (::fchownat(to, name.c_str(), st.st_uid, st.st_gid, AT_SYMLINK_NOFOLLOW) != 0
             || (!S_ISLNK(st.st_mode) && ::fchmodat(to, name.c_str(), st.st_mode & 07777, 0) != 0)
             || ::utimensat(to, name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
-            return lost(path, errno);
-        ++done;
+            return lost(path, errno), false;
+        return true;
+    }
+
+    using Entries = std::vector<std::pair<std::string, unsigned char>>;
+
+    // FROM's entries; none (named) when it cannot be read.
+    Entries list(int from, const std::string &prefix)
+    {
+        Entries entries;
+        const int listing = ::openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR *d = listing < 0 ? nullptr : ::fdopendir(listing);
+        if (!d) {
+            if (listing >= 0)
+                ::close(listing);
+            unread(prefix.empty() ? "." : prefix, errno);
+            return entries;
+        }
+        while (dirent *e = ::readdir(d)) {
+            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+                entries.emplace_back(e->d_name, e->d_type);
+        }
+        ::closedir(d);
+        shared.seen += entries.size();
+        return entries;
     }
 
     // FROM's contents into TO; TO's own owner, mode and times are the
     // caller's, once everything below is in.
     void folder(int from, int to, const std::string &prefix)
     {
-        const int listing = ::openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        DIR *d = listing < 0 ? nullptr : ::fdopendir(listing);
-        if (!d) {
-            if (listing >= 0)
-                ::close(listing);
-            return unread(prefix.empty() ? "." : prefix, errno);
-        }
-        std::vector<std::pair<std::string, unsigned char>> entries;
-        while (dirent *e = ::readdir(d)) {
-            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-                entries.emplace_back(e->d_name, e->d_type);
-        }
-        ::closedir(d);
-        seen += entries.size();
-        for (const auto &[name, type] : entries) {
+        for (const auto &[name, type] : list(from, prefix)) {
             if (failed())
                 return;
-            shownProgress(false);
-            const std::string path = prefix.empty() ? name : prefix + "/" + name;
-            struct stat st {
-            };
-            const bool isFolder = type == DT_DIR || (type == DT_UNKNOWN && ::fstatat(from, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode));
-            const bool isFile = type == DT_REG || (type == DT_UNKNOWN && S_ISREG(st.st_mode));
-            if (excluded(path, isFolder)) {
-                ++done;
-                continue;
-            }
-            if (!isFolder) {
-                if (isFile)
-                    file(from, to, name, path);
-                else
-                    other(from, to, name, path);
-                continue;
-            }
-            subfolder(from, to, name, path);
+            entry(from, to, prefix, name, type);
         }
+    }
+
+    void entry(int from, int to, const std::string &prefix, const std::string &name, unsigned char type)
+    {
+        shownProgress(false);
+        const std::string path = prefix.empty() ? name : prefix + "/" + name;
+        struct stat st {
+        };
+        const bool isFolder = type == DT_DIR || (type == DT_UNKNOWN && ::fstatat(from, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode));
+        const bool isFile = type == DT_REG || (type == DT_UNKNOWN && S_ISREG(st.st_mode));
+        if (excluded(path, isFolder))
+            ++shared.done;
+        else if (isFolder)
+            subfolder(from, to, name, path);
+        else if (isFile)
+            file(from, to, name, path);
+        else
+            other(from, to, name, path);
     }
 
     void subfolder(int from, int to, const std::string &name, const std::string &path)
@@ -339,12 +404,12 @@ struct Copier {
         }
         if (st.st_dev != device) {
             result.mounts.push_back(source + "/" + path);
-            ++done;
+            ++shared.done;
             return;
         }
         if (isCacheTag(child.get(), "CACHEDIR.TAG")) {
             result.cacheFolders.push_back(path);
-            ++done;
+            ++shared.done;
             return;
         }
         if (::mkdirat(to, name.c_str(), 0700) != 0)
@@ -354,7 +419,7 @@ struct Copier {
             return lost(path, errno);
         folder(child.get(), made.get(), path);
         if (!failed() && attributes(child.get(), made.get(), path, st) && owned(made.get(), path, st))
-            ++done;
+            ++shared.done;
     }
 };
 
@@ -377,15 +442,31 @@ FirstCopy copyFirst(const std::string &source, int into, int top, const std::vec
         limit.rlim_cur = limit.rlim_max;
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
-    Copier copier(rules, result);
-    copier.source = source;
-    copier.device = st.st_dev;
-    copier.into = into;
+    // Two copiers share the top-level entries, as the walk's walkers do.
+    Shared shared;
+    WalkResult other;
+    Copier copier(rules, result, shared), second(rules, other, shared);
+    for (Copier *c : {&copier, &second}) {
+        c->source = source;
+        c->device = st.st_dev;
+        c->into = into;
+        while (c->source.size() > 1 && c->source.back() == '/')
+            c->source.pop_back();
+    }
     copier.progress = progress;
-    while (copier.source.size() > 1 && copier.source.back() == '/')
-        copier.source.pop_back();
-    copier.folder(root.get(), into, "");
-    if (!copier.failed()) {
+    const Copier::Entries entries = copier.list(root.get(), "");
+    auto copy = [&](Copier &c) {
+        for (size_t i; !c.failed() && (i = shared.next++) < entries.size();)
+            c.entry(root.get(), into, "", entries[i].first, entries[i].second);
+    };
+    std::thread helper(copy, std::ref(second));
+    copy(copier);
+    helper.join();
+    mergeWalk(result, std::move(other));
+    copier.full = copier.full || second.full;
+    if (copier.failure.empty())
+        copier.failure = second.failure;
+    if (!copier.full && copier.failure.empty()) {
         for (const std::string &name : listFolder(into)) {
             if (::renameat2(into, name.c_str(), top, name.c_str(), RENAME_NOREPLACE) != 0
                 && !(errno == EINVAL && ::renameat(into, name.c_str(), top, name.c_str()) == 0)) {
@@ -428,7 +509,8 @@ bool copyEntry(int source, dev_t device, int target, int tmp, const std::string 
     if (!into)
         return false;
     WalkResult found;
-    Copier copier(rules, found);
+    Shared shared;
+    Copier copier(rules, found, shared);
     copier.device = device;
     copier.into = into.get();
     copier.linkSkip = slash == std::string::npos ? 0 : slash + 1;

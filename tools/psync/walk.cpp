@@ -249,8 +249,7 @@ struct Walker {
 };
 }
 
-// Adds what one walker found to the whole.
-static void merge(WalkResult &into, WalkResult &&part)
+void mergeWalk(WalkResult &into, WalkResult &&part)
 {
     auto append = [](std::vector<std::string> &to, std::vector<std::string> &from) {
         to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
@@ -322,7 +321,7 @@ void walkSource(const std::string &source, const WalkOptions &options, WalkResul
     walk(first);
     if (helper.joinable()) {
         helper.join();
-        merge(result, std::move(other));
+        mergeWalk(result, std::move(other));
     }
     if (options.metadata && (!back || ::fchdir(back.get()) != 0) && ::chdir("/") != 0)
         result.unreadable.push_back(".");

@@ -53,6 +53,9 @@ struct WalkResult {
 // Walks SOURCE (its contents), adding to RESULT.
 void walkSource(const std::string &source, const WalkOptions &options, WalkResult &result);
 
+// Adds what another walker found to INTO.
+void mergeWalk(WalkResult &into, WalkResult &&part);
+
 // A path on one line of the log.
 std::string shown(const std::string &path);
 
