@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// The first copy into an empty target on a local disk: one walk of the
-// source that copies as it goes (contents, holes, owners, modes, times to
+// The first copy into an empty target on a local disk: a walk of the
+// source by two threads that copies as it goes (contents, holes, owners, modes, times to
 // the nanosecond, extended attributes, ACLs, hard links), by descriptor,
 // into a work folder nobody else can enter. It costs about half of what
 // rsync's three processes cost for the same tree, and leaves the walk's
