@@ -90,7 +90,8 @@ nothing() { :; }
 # delete is slow on this disk, and would slow whichever copy came first.
 fresh() {
     mkdir -p "$work/old"
-    for copy in by-script by-rsync; do [ ! -e "$work/$copy" ] || mv "$work/$copy" "$(mktemp -u "$work/old/$copy.XXXXXX")"; done
+    moved=$((${moved:-0} + 1))
+    for copy in by-script by-rsync; do [ ! -e "$work/$copy" ] || mv "$work/$copy" "$work/old/$copy.$moved"; done
     mkdir "$work/by-script" "$work/by-rsync"
     sync
 }
