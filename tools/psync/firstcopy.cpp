@@ -490,11 +490,8 @@ FirstCopy copyFirst(const std::string &source, int into, int top, const std::vec
 bool copyEntry(int source, dev_t device, int target, int tmp, const std::string &path, const std::vector<Rule> &rules, WalkResult &result)
 {
     const size_t slash = path.rfind('/');
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    auto folderOf = [&](int top) {
-        return Fd(slash == std::string::npos ? ::fcntl(top, F_DUPFD_CLOEXEC, 0) : openBeneath(top, path.substr(0, slash), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-    };
-    Fd from = folderOf(source), to = folderOf(target);
+    std::string name;
+    Fd from = openParent(source, path, name), to = openParent(target, path, name);
     struct stat st {
     }, there{};
     if (!from || !to || ::fstatat(from.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0

@@ -201,6 +201,13 @@ Fd makeFolder(int parent, const std::string &name, std::string &why, bool *exist
     return fd;
 }
 
+Fd openParent(int dir, const std::string &path, std::string &name)
+{
+    const size_t slash = path.rfind('/');
+    name = slash == std::string::npos ? path : path.substr(slash + 1);
+    return Fd(slash == std::string::npos ? ::fcntl(dir, F_DUPFD_CLOEXEC, 0) : openBeneath(dir, path.substr(0, slash), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+}
+
 std::vector<std::string> listFolder(int dir)
 {
     std::vector<std::string> names;

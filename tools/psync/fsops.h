@@ -57,6 +57,9 @@ std::string reason(int error);
 // (openat2 RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS; one component at a time
 // with O_NOFOLLOW where the kernel has no openat2).
 int openBeneath(int dir, const std::string &path, int flags, mode_t mode = 0);
+// The folder holding PATH below DIR (DIR itself for a name at its top), and
+// PATH's last name in NAME; empty when the folder is not there.
+Fd openParent(int dir, const std::string &path, std::string &name);
 // A folder below DIR, opened to read and to work in.
 Fd openFolder(int dir, const std::string &path);
 

@@ -150,15 +150,6 @@ unsigned long putBack(int kept, int target, std::string &why)
 
 namespace
 {
-// PATH's folder and name below TOP; false when the folder is not there.
-bool place(int top, const std::string &path, Fd &folder, std::string &name)
-{
-    const size_t slash = path.rfind('/');
-    name = slash == std::string::npos ? path : path.substr(slash + 1);
-    folder = Fd(slash == std::string::npos ? ::fcntl(top, F_DUPFD_CLOEXEC, 0) : openBeneath(top, path.substr(0, slash), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-    return static_cast<bool>(folder);
-}
-
 // KEPT's folder for the target folder PARENT, made as the target's.
 int keptFolder(int kept, int target, const std::string &parent, std::map<std::string, Fd> &made)
 {
@@ -194,9 +185,9 @@ setAside(int source, int target, int kept, const std::vector<std::string> &entri
         std::string name;
         struct stat old {
         }, now{};
-        if (path == "." || !place(target, path, atTarget, name) || ::fstatat(atTarget.get(), name.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0)
+        if (path == "." || !(atTarget = openParent(target, path, name)) || ::fstatat(atTarget.get(), name.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
-        const bool there = place(source, path, atSource, name) && ::fstatat(atSource.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0;
+        const bool there = (atSource = openParent(source, path, name)) && ::fstatat(atSource.get(), name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0;
         if (!there && errno != ENOENT && errno != ENOTDIR)
             continue; // unknown: rsync decides
         bool replaced;
