@@ -25,6 +25,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <iostream>
+#include <optional>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -413,10 +414,13 @@ int copyRun(Run &run)
     // content check.
     const bool ownFirstCopy =
         empty && !o.dryRun && !o.remote && !o.checksum && !o.verbose && run.sources.size() == 1 && decision.fullWalk && isLocalDisk(run.targetFd.get());
+    const bool metadataBeside = !o.remote && !o.dryRun && decision.fullWalk;
     auto walkAll = [&] {
         WalkOptions walkOptions;
         walkOptions.rules = &run.rules;
-        walkOptions.metadata = true; // on a remote volume, to say what it cannot keep
+        // A remote volume says what it cannot keep before the copy; elsewhere
+        // the metadata is read beside the copy (MetadataWalk).
+        walkOptions.metadata = !metadataBeside;
         walkOptions.remote = o.remote;
         walkOptions.statAll = o.remote || empty;
         if (o.remote && run.sources.size() == 1) {
@@ -681,10 +685,15 @@ int copyRun(Run &run)
         commands.push_back(c);
     }
     const time_t copyStart = std::time(nullptr);
+    std::optional<MetadataWalk> metadataWalk;
+    if (metadataBeside && !ownCopied)
+        metadataWalk.emplace(run.sources, &run.rules);
     // Entry lists run one after the other.
     std::vector<RsyncResult> results;
     for (const RsyncCommand &c : commands)
         results.push_back(runRsync({c})[0]);
+    if (metadataWalk)
+        metadataWalk->finish(run.walk);
     int rsyncStatus = own == FirstCopy::Warnings ? 23 : 0;
     bool full = own == FirstCopy::Full;
     for (const RsyncResult &r : results) {

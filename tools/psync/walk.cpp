@@ -327,4 +327,42 @@ void walkSource(const std::string &source, const WalkOptions &options, WalkResul
         result.unreadable.push_back(".");
 }
 
+MetadataWalk::MetadataWalk(const std::vector<std::string> &sources, const std::vector<Rule> *rules)
+    : m_sources(sources)
+{
+    m_options.rules = rules;
+    m_options.metadata = true;
+    // Attributes are read by name from the folder being walked: the thread
+    // needs a current folder of its own, or the rsync started meanwhile
+    // would start in the walk's folder. Without one it walks in finish().
+    m_thread = std::thread([this] {
+        if (::unshare(CLONE_FS) != 0)
+            return;
+        for (const std::string &source : m_sources)
+            walkSource(source, m_options, m_found);
+        m_walked = true;
+    });
+}
+
+MetadataWalk::~MetadataWalk()
+{
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void MetadataWalk::finish(WalkResult &into)
+{
+    if (m_thread.joinable())
+        m_thread.join();
+    if (!m_walked) {
+        for (const std::string &source : m_sources)
+            walkSource(source, m_options, m_found);
+        m_walked = true;
+    }
+    into.withMetadata.merge(m_found.withMetadata);
+    into.attributed += m_found.attributed;
+    into.acls += m_found.acls;
+    m_found = WalkResult();
+}
+
 }

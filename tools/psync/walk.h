@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <sys/types.h>
+#include <thread>
 #include <vector>
 
 namespace psync
@@ -52,6 +53,26 @@ struct WalkResult {
 
 // Walks SOURCE (its contents), adding to RESULT.
 void walkSource(const std::string &source, const WalkOptions &options, WalkResult &result);
+
+// Which entries of SOURCES carry metadata, read in a thread of its own while
+// the copy runs: on a rerun rsync leaves much of the second core idle, and
+// these reads are most of a walk's cost. Only withMetadata, attributed and
+// acls are taken from it; the rest is the first walk's.
+class MetadataWalk
+{
+public:
+    MetadataWalk(const std::vector<std::string> &sources, const std::vector<Rule> *rules);
+    ~MetadataWalk();
+    // Waits for the walk and adds what it found to INTO.
+    void finish(WalkResult &into);
+
+private:
+    std::vector<std::string> m_sources;
+    WalkOptions m_options;
+    WalkResult m_found;
+    bool m_walked = false;
+    std::thread m_thread;
+};
 
 // Adds what another walker found to INTO.
 void mergeWalk(WalkResult &into, WalkResult &&part);
