@@ -376,7 +376,7 @@ int copyRun(Run &run)
         run.rules.push_back(pathRule(o.backupDir, false));
     // A target inside a source is never copied into itself.
     const std::string realTarget = absolute(run.target);
-    run.topReached = run.haveNet && mayReach(run.net, realTarget);
+    run.topReached = run.haveNet && mayReach(run.net, realTarget, run.targetFd.get());
     for (const std::string &source : run.sources) {
         const std::string top = withSlash(absolute(source));
         if (realTarget.compare(0, top.size(), top) == 0 && realTarget.size() > top.size())

@@ -219,18 +219,30 @@ bool mayEnter(const SafetyNet &net, const struct stat &folder)
     return folder.st_mode & S_IXOTH;
 }
 
-bool mayReach(const SafetyNet &net, const std::string &path)
+bool mayReach(const SafetyNet &net, const std::string &path, int target)
 {
-    for (size_t at = 0; at != std::string::npos; at = path.find('/', at + 1)) {
-        const std::string folder = at == 0 ? "/" : path.substr(0, at);
-        struct stat st {
-        };
-        if (::stat(folder.c_str(), &st) != 0 || !mayEnter(net, st))
-            return false;
-    }
+    // Folder by folder from "/", never following a link, and the end must be
+    // the target psync holds: a folder swapped on the way proves nothing.
+    Fd at(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat st {
     };
-    return ::stat(path.c_str(), &st) == 0 && mayEnter(net, st);
+    if (!at || ::fstat(at.get(), &st) != 0 || !mayEnter(net, st))
+        return false;
+    for (size_t from = 1; from < path.size();) {
+        size_t end = path.find('/', from);
+        if (end == std::string::npos)
+            end = path.size();
+        const std::string name = path.substr(from, end - from);
+        from = end + 1;
+        if (name.empty())
+            continue;
+        at = Fd(::openat(at.get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!at || ::fstat(at.get(), &st) != 0 || !mayEnter(net, st))
+            return false;
+    }
+    struct stat held {
+    };
+    return ::fstat(target, &held) == 0 && held.st_dev == st.st_dev && held.st_ino == st.st_ino;
 }
 
 namespace

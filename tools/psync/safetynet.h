@@ -56,8 +56,9 @@ setAside(int source, int target, int kept, const std::vector<std::string> &entri
 // Whether the Safety Net's owner may pass through a folder of this owner
 // and mode (its x bit for him as owner, group or other).
 bool mayEnter(const SafetyNet &net, const struct stat &folder);
-// Whether he may pass through every folder from "/" down to PATH (absolute).
-bool mayReach(const SafetyNet &net, const std::string &path);
+// Whether he may pass through every folder from "/" down to PATH (absolute),
+// which must still be the folder TARGET.
+bool mayReach(const SafetyNet &net, const std::string &path, int target);
 
 // Removes from KEPT what the Safety Net's choice does not keep, and empty
 // folders; returns the files left. A kept file that is not the owner's and
