@@ -8,40 +8,49 @@
 
 #include <QByteArray>
 #include <QFile>
+#include <QVector>
 
 #include <sys/resource.h>
 
 namespace OVHostile
 {
+inline void appendBigEndian(QByteArray &data, quint64 value, int bytes)
+{
+    for (int b = bytes - 1; b >= 0; --b) {
+        data.append(char((value >> (8 * b)) & 0xff));
+    }
+}
+
+// A binary list of these encoded objects, the first the top one.
+inline QByteArray binaryList(const QVector<QByteArray> &objects, int offsetBytes, int referenceBytes)
+{
+    QByteArray data("bplist00");
+    QByteArray offsets;
+    for (const QByteArray &object : objects) {
+        appendBigEndian(offsets, data.size(), offsetBytes);
+        data += object;
+    }
+    QByteArray trailer(6, '\0');
+    trailer.append(char(offsetBytes)).append(char(referenceBytes));
+    appendBigEndian(trailer, objects.size(), 8);
+    appendBigEndian(trailer, 0, 8);
+    appendBigEndian(trailer, data.size(), 8);
+    return data + offsets + trailer;
+}
+
 // "Billion laughs" as a binary list: levels arrays, each holding the next
 // one twice, the last an ASCII string of leafBytes; 2^levels - 1 arrays and
 // 2^(levels - 1) strings once expanded, in a few bytes per level.
 inline QByteArray laughs(int levels, int leafBytes = 0)
 {
-    QByteArray data("bplist00");
-    QByteArray offsets;
-    for (int i = 0; i <= levels; ++i) {
-        offsets.append(char(data.size() >> 8)).append(char(data.size() & 0xff));
-        if (i < levels) {
-            data.append(char(0xa2)).append(char(i + 1)).append(char(i + 1));
-        } else {
-            // The string's length as an integer object of four bytes.
-            data.append(char(0x5f)).append(char(0x12));
-            for (int b = 3; b >= 0; --b) {
-                data.append(char((leafBytes >> (8 * b)) & 0xff));
-            }
-            data.append(QByteArray(leafBytes, 'a'));
-        }
+    QVector<QByteArray> objects;
+    for (int i = 0; i < levels; ++i) {
+        objects.append(QByteArray("\xa2").append(char(i + 1)).append(char(i + 1)));
     }
-    const int table = data.size();
-    QByteArray trailer(32, '\0');
-    trailer[6] = 2; // offsets of two bytes
-    trailer[7] = 1; // references of one byte
-    trailer[15] = char(levels + 1);
-    for (int b = 0; b < 4; ++b) {
-        trailer[31 - b] = char((table >> (8 * b)) & 0xff);
-    }
-    return data + offsets + trailer;
+    QByteArray leaf("\x5f\x12"); // a string, its length an integer of four bytes
+    appendBigEndian(leaf, leafBytes, 4);
+    objects.append(leaf + QByteArray(leafBytes, 'a'));
+    return binaryList(objects, 2, 1);
 }
 
 // Lowers the soft address-space limit to what the process has mapped now
@@ -55,10 +64,7 @@ public:
     {
         getrlimit(RLIMIT_AS, &m_saved);
         rlimit lowered = m_saved;
-        lowered.rlim_cur = mapped() + headroom;
-        if (m_saved.rlim_max != RLIM_INFINITY && lowered.rlim_cur > m_saved.rlim_max) {
-            lowered.rlim_cur = m_saved.rlim_max;
-        }
+        lowered.rlim_cur = qMin(mapped() + headroom, m_saved.rlim_max);
         setrlimit(RLIMIT_AS, &lowered);
     }
     ~AddressLimit()

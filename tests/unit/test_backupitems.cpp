@@ -11,6 +11,17 @@
 #include <QFile>
 #include <QTest>
 
+Q_DECLARE_METATYPE(OVBackupItem)
+
+namespace
+{
+QByteArray platformArchive()
+{
+    QFile file(QStringLiteral(OV_SOURCE_DIR "/tests/unit/data/apple-keyed-archive.xml"));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+}
+
 class TestBackupItems : public QObject
 {
     Q_OBJECT
@@ -53,7 +64,6 @@ private Q_SLOTS:
         OVBackupItem a = item(int(OVFrequency::Weekly), true, "/home/ann/Fotos \"2024\" #{x}", "/media/ann/Backup", false, true);
         a.setBackupSource(QStringLiteral("Fotos ✓"));
         a.setBackupDestination(QString(QLatin1String("")));
-        a.setSourceColumn(0);
         a.setDestColumn(2);
         OVBackupItem b = item(OVBackupItem::NoSchedule, false, nullptr, nullptr, true, false);
         // Equal strings are stored once and shared. What an item leaves out
@@ -85,8 +95,10 @@ private Q_SLOTS:
         QCOMPARE(objects.count(QVariant(QStringLiteral("Fotos ✓"))), 1);
         QCOMPARE(objects.at(2).toMap().value(QStringLiteral("OVFrequencyColumn")).toInt(), 1);
         int withExclusions = 0;
+        QMap<QString, QStringList> classes;
         for (QVariant &object : objects) {
             QVariantMap map = object.toMap();
+            classes.insert(map.value(QStringLiteral("$classname")).toString(), map.value(QStringLiteral("$classes")).toStringList());
             if (map.contains(QStringLiteral("OVCheckColumn"))) {
                 const bool has = map.contains(QStringLiteral("OVExclusions"));
                 withExclusions += has ? 1 : 0;
@@ -97,6 +109,8 @@ private Q_SLOTS:
             }
         }
         QCOMPARE(withExclusions, 1);
+        QCOMPARE(classes.value(QStringLiteral("OVBackupItem")).join(QLatin1Char(' ')), QStringLiteral("OVBackupItem NSObject"));
+        QCOMPARE(classes.value(QStringLiteral("NSMutableArray")).join(QLatin1Char(' ')), QStringLiteral("NSMutableArray NSArray NSObject"));
         root.insert(QStringLiteral("$objects"), objects);
         QVERIFY(!OVItemArchive::unarchive(OVPropertyList::toBinary(root)));
     }
@@ -128,37 +142,26 @@ private Q_SLOTS:
 
     void readsArchiveWrittenByThePlatform()
     {
-        QFile file(QStringLiteral(OV_SOURCE_DIR "/tests/unit/data/apple-keyed-archive.xml"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray xml = file.readAll();
+        const QByteArray xml = platformArchive();
+        OVBackupItem first = item(int(OVFrequency::Daily), true, "/Users/ann/Documents", "/Volumes/Backup/Documents");
+        first.setCheckEnabled(true);
+        first.setBackupSource(QStringLiteral("Documents"));
+        first.setBackupDestination(QStringLiteral("Backup: Documents"));
+        OVBackupItem second = item(int(OVFrequency::Manual), false, "/Users/ann/Documents", nullptr, true, false);
+        second.setBackupSource(first.backupSource());
+        second.setDestColumn(2);
         // The same archive in binary form, as libplist turns it back out.
         for (const QByteArray &data : {xml, OVPropertyList::toBinary(OVPropertyList::fromData(xml))}) {
             const auto items = OVItemArchive::unarchive(data);
             QVERIFY(items);
-            QCOMPARE(items->size(), 2);
-            const OVBackupItem &first = items->at(0);
-            QVERIFY(first.checkColumn() && first.checkEnabled() && !first.toast());
-            QCOMPARE(first.backupSource(), QStringLiteral("Documents"));
-            QCOMPARE(first.backupDestination(), QStringLiteral("Backup: Documents"));
-            QCOMPARE(first.sourcePath(), QStringLiteral("/Users/ann/Documents"));
-            QCOMPARE(first.destPath(), QStringLiteral("/Volumes/Backup/Documents"));
-            const OVBackupItem &second = items->at(1);
-            QCOMPARE(second.frequencyColumn(), int(OVFrequency::Manual));
-            QCOMPARE(second.destColumn(), 2);
-            QVERIFY(second.toast());
-            QCOMPARE(second.backupSource(), QStringLiteral("Documents"));
-            QVERIFY(second.backupDestination().isNull());
-            QVERIFY(second.destPath().isNull());
-            QCOMPARE(second.sourcePath(), QStringLiteral("/Users/ann/Documents"));
+            QCOMPARE(*items, QVector<OVBackupItem>({first, second}));
         }
     }
 
     void refusesWhatIsNoItemList_data()
     {
         QTest::addColumn<QByteArray>("data");
-        QFile file(QStringLiteral(OV_SOURCE_DIR "/tests/unit/data/apple-keyed-archive.xml"));
-        file.open(QIODevice::ReadOnly);
-        const QByteArray xml = file.readAll();
+        const QByteArray xml = platformArchive();
         QTest::newRow("empty") << QByteArray();
         QTest::newRow("garbage") << QByteArray("not a property list at all");
         QTest::newRow("truncated binary") << OVItemArchive::archive({OVBackupItem()}).left(40);
@@ -176,48 +179,46 @@ private Q_SLOTS:
         QVERIFY(!OVItemArchive::unarchive(data));
     }
 
-    void hasBackupType()
+    // Which scheduled scripts the items ask for, and whether a manual backup
+    // may start (with Toast installed, and without).
+    void whatTheItemsAskFor_data()
     {
-        OVBackupItemModel model;
-        QVERIFY(!model.hasBackupType(QStringLiteral("daily")));
-
-        model.setItems({item(int(OVFrequency::Daily), false, "/a", "/b"), item(int(OVFrequency::Daily), true, "/a", nullptr)});
-        QVERIFY(!model.hasBackupType(QStringLiteral("daily")));
-
-        // The Toast flag alone counts, whether Toast is installed or not,
-        // and checkEnabled is not looked at.
-        model.setItems({item(int(OVFrequency::Daily), true, "/a", nullptr, true, false)});
-        QVERIFY(model.hasBackupType(QStringLiteral("daily")));
-        QVERIFY(!model.hasBackupType(QStringLiteral("weekly")));
-
-        model.setItems({item(OVBackupItem::NoSchedule, true, "/a", "/b"), item(int(OVFrequency::Monthly), true, "/a", "/b")});
-        QVERIFY(model.hasBackupType(QStringLiteral("monthly")));
-        QVERIFY(!model.hasBackupType(QStringLiteral("daily")) && !model.hasBackupType(QStringLiteral("weekly")));
+        QTest::addColumn<QVector<OVBackupItem>>("items");
+        QTest::addColumn<QString>("scheduled");
+        QTest::addColumn<bool>("manualWithToast");
+        QTest::addColumn<bool>("manualWithoutToast");
+        const int daily = int(OVFrequency::Daily), manual = int(OVFrequency::Manual);
+        const auto row = [](const char *name, const QVector<OVBackupItem> &items, const char *scheduled, bool withToast, bool withoutToast) {
+            QTest::newRow(name) << items << QString::fromLatin1(scheduled) << withToast << withoutToast;
+        };
+        row("none", {}, "", false, false);
+        row("unticked, incomplete", {item(daily, false, "/a", "/b"), item(daily, true, "/a", nullptr)}, "", false, false);
+        // The Toast flag alone counts for a schedule, checkEnabled not looked at.
+        row("Toast, not enabled", {item(daily, true, "/a", nullptr, true, false)}, "daily", false, false);
+        row("no schedule", {item(OVBackupItem::NoSchedule, true, "/a", "/b"), item(int(OVFrequency::Monthly), true, "/a", "/b")}, "monthly", false, false);
+        row("only scheduled", {item(daily, true, "/a", "/b"), item(int(OVFrequency::Weekly), true, "/a", "/b")}, "daily weekly", false, false);
+        row("manual", {item(manual, true, "/a", "/b")}, "", true, true);
+        // Any ticked, enabled and incomplete item spoils it, whatever its frequency.
+        row("manual and incomplete", {item(manual, true, "/a", "/b"), item(daily, true, nullptr, "/b")}, "", false, false);
+        row("incomplete not enabled", {item(manual, true, "/a", "/b"), item(daily, true, nullptr, "/b", false, false)}, "", true, true);
+        row("manual to Toast", {item(manual, true, "/a", nullptr, true)}, "", true, false);
+        row("manual not enabled", {item(manual, true, "/a", "/b", false, false)}, "", false, false);
     }
-
-    void validateBackupItems()
+    void whatTheItemsAskFor()
     {
+        QFETCH(QVector<OVBackupItem>, items);
         OVBackupItemModel model;
         model.setEditable(true);
-        // Only a manual item can be backed up now.
-        model.setItems({item(int(OVFrequency::Daily), true, "/a", "/b"), item(int(OVFrequency::Weekly), true, "/a", "/b")});
-        QVERIFY(!model.validateBackupItems(true));
-        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b")});
-        QVERIFY(model.validateBackupItems(false));
-
-        // Any ticked, enabled and incomplete item spoils it, whatever its frequency.
-        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b"), item(int(OVFrequency::Daily), true, nullptr, "/b")});
-        QVERIFY(!model.validateBackupItems(true));
-        // Unless it is unticked or not enabled.
-        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b"), item(int(OVFrequency::Daily), true, nullptr, "/b", false, false)});
-        QVERIFY(model.validateBackupItems(true));
-
-        // A Toast destination counts only while Toast is installed.
-        model.setItems({item(int(OVFrequency::Manual), true, "/a", nullptr, true)});
-        QVERIFY(model.validateBackupItems(true));
-        QVERIFY(!model.validateBackupItems(false));
-        model.setItems({item(int(OVFrequency::Manual), true, "/a", "/b", false, false)});
-        QVERIFY(!model.validateBackupItems(true));
+        model.setItems(items);
+        QStringList scheduled;
+        for (const char *type : {"daily", "weekly", "monthly"}) {
+            if (model.hasBackupType(QLatin1String(type))) {
+                scheduled.append(QLatin1String(type));
+            }
+        }
+        QTEST(scheduled.join(QLatin1Char(' ')), "scheduled");
+        QTEST(model.validateBackupItems(true), "manualWithToast");
+        QTEST(model.validateBackupItems(false), "manualWithoutToast");
     }
 };
 
