@@ -19,16 +19,11 @@ private Q_SLOTS:
     void pathsAndPatterns()
     {
         const QString source = QStringLiteral("/home/ann");
-        const OVExclusions exclusions({QStringLiteral("/home/ann/.cache"),
-                                       QStringLiteral("/home/ann/Musik/"),
-                                       QStringLiteral("/home/annette/x"),
-                                       QStringLiteral("*.tmp"),
-                                       QStringLiteral("node_modules"),
-                                       QStringLiteral("build/"),
-                                       QStringLiteral("Projekte/*/out"),
-                                       QStringLiteral("Fotos/**/Roh"),
-                                       QStringLiteral("Kopie?.odt"),
-                                       QStringLiteral("[a]+.txt")},
+        const auto words = [](const char *text) {
+            return QString::fromLatin1(text).split(QLatin1Char(' '));
+        };
+        const OVExclusions exclusions(words("/home/ann/.cache /home/ann/Musik/ /home/annette/x *.tmp node_modules build/ Projekte/*/out Fotos/**/Roh "
+                                            "Kopie?.odt [a]+.txt"),
                                       source);
         const struct {
             const char *path;
@@ -67,17 +62,8 @@ private Q_SLOTS:
 
         // The copy tool's options: paths relative to the source, removed
         // ones dropped, outside ones left out.
-        QCOMPARE(OVExclusions::psyncArguments({QStringLiteral("/home/ann/.cache"),
-                                               QStringLiteral("*.iso"),
-                                               QStringLiteral("/home/ann/Alt"),
-                                               QStringLiteral("/srv/x"),
-                                               QStringLiteral("tmp/")},
-                                              {QStringLiteral("*.iso"), QStringLiteral("/home/ann/Alt")},
-                                              source),
-                 QStringList({QStringLiteral("--exclude-path=.cache"),
-                              QStringLiteral("--drop=*.iso"),
-                              QStringLiteral("--drop-path=Alt"),
-                              QStringLiteral("--exclude=tmp/")}));
+        QCOMPARE(OVExclusions::psyncArguments(words("/home/ann/.cache *.iso /home/ann/Alt /srv/x tmp/"), words("*.iso /home/ann/Alt"), source),
+                 words("--exclude-path=.cache --drop=*.iso --drop-path=Alt --exclude=tmp/"));
         // (A new item's defaults: test_backupitems.)
     }
 
@@ -139,10 +125,9 @@ private Q_SLOTS:
         tag("real", "Signature: 8a477f597d28d172789f06886806bc55\n# made by a program\n");
         tag("short", "Signature: 8a477f597d28d172789f06886806bc5");
         tag("other", "Signature: 00000000000000000000000000000000\n");
-        QVERIFY(OVExclusions::hasCacheDirTag(dir.filePath(QStringLiteral("real"))));
-        QVERIFY(!OVExclusions::hasCacheDirTag(dir.filePath(QStringLiteral("short"))));
-        QVERIFY(!OVExclusions::hasCacheDirTag(dir.filePath(QStringLiteral("other"))));
-        QVERIFY(!OVExclusions::hasCacheDirTag(dir.filePath(QStringLiteral("none"))));
+        for (const char *folder : {"real", "short", "other", "none"}) {
+            QVERIFY2(OVExclusions::hasCacheDirTag(dir.filePath(QLatin1String(folder))) == !qstrcmp(folder, "real"), folder);
+        }
     }
 
     // Records as the tool writes them ("KIND SIZE PATH\0"), among its own

@@ -90,7 +90,7 @@ private Q_SLOTS:
         QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
     }
 
-    void aPlainClickSelectsWithoutAMenu()
+    void aPlainClickSelectsWithoutAMenuAndADeleteClosesThem()
     {
         Table t(3);
         QVERIFY(QTest::qWaitForWindowExposed(&t.view));
@@ -114,12 +114,8 @@ private Q_SLOTS:
         QTest::mouseDClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(0, OVBackupItemModel::DestColumn));
         QCOMPARE(t.table.selectedRow(), 0);
         QTRY_VERIFY(t.menuOpen());
-    }
 
-    void aDeleteLeavesTheNextRowSelectedAndClosed()
-    {
-        Table t(3);
-        QVERIFY(QTest::qWaitForWindowExposed(&t.view));
+        // A delete leaves the next row selected, its menus closed.
         QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::SourceColumn));
         t.table.deleteSelected();
         QCOMPARE(t.model.rowCount(), 2);
@@ -132,9 +128,11 @@ private Q_SLOTS:
         QVERIFY(!t.menuOpen());
     }
 
-    // A row's own menu gets that row's source back; a row without a source
-    // has nothing to restore.
-    void aRowsMenuRestoresItsSource()
+    // A row's own menu gets that row's source back. "Exclusions…": an
+    // addition asks about the earlier copies; OK gives the row its list, and
+    // the row shows it has one; locked, it only shows. A row without a
+    // source has nothing to restore or leave out.
+    void aRowsMenuRestoresAndExcludes()
     {
         Table t(2);
         QSignalSpy asked(&t.table, &OVItemsTable::restoreRequested);
@@ -144,19 +142,11 @@ private Q_SLOTS:
         restore->trigger();
         QCOMPARE(asked.count(), 1);
         QCOMPARE(asked.first().first().toString(), QStringLiteral("/home/ann"));
-        std::unique_ptr<QMenu> second(t.table.rowMenu(1, &t.view));
-        QVERIFY(!second->findChild<QAction *>(QStringLiteral("restoreRowAction"))->isEnabled());
-    }
-
-    // "Exclusions…": an addition asks about the earlier copies; OK gives
-    // the row its list, and the row shows it has one; locked, it only shows.
-    void exclusionsSheet()
-    {
-        Table t(2);
-        QSignalSpy changed(&t.table, &OVItemsTable::changed);
-        // A row without a source has nothing to leave out.
         std::unique_ptr<QMenu> empty(t.table.rowMenu(1, &t.view));
+        QVERIFY(!empty->findChild<QAction *>(QStringLiteral("restoreRowAction"))->isEnabled());
         QVERIFY(!empty->findChild<QAction *>(QStringLiteral("exclusionsRowAction"))->isEnabled());
+
+        QSignalSpy changed(&t.table, &OVItemsTable::changed);
 
         OVExclusionsSheet *sheet = t.table.showExclusions(0);
         QVERIFY(sheet);
@@ -175,19 +165,20 @@ private Q_SLOTS:
         answer("removeFromBackupButton");
         sheet->add(QStringLiteral("/home/ann/Videos"));
         answer("keepInBackupButton");
-        QCOMPARE(sheet->entries(), QStringList({QStringLiteral("*.iso"), QStringLiteral("/home/ann/Videos")}));
+        const QStringList both{QStringLiteral("*.iso"), QStringLiteral("/home/ann/Videos")};
+        QCOMPARE(sheet->entries(), both);
         sheet->accept();
-        QCOMPARE(t.model.item(0).exclusions(), QStringList({QStringLiteral("*.iso"), QStringLiteral("/home/ann/Videos")}));
+        QCOMPARE(t.model.item(0).exclusions(), both);
         QCOMPARE(t.model.item(0).exclusionsRemovedFromBackup(), QStringList({QStringLiteral("*.iso")}));
         QCOMPARE(changed.count(), 1);
-        QCOMPARE(t.model.index(0, OVBackupItemModel::SourceColumn).data(Qt::AccessibleDescriptionRole).isValid(), true);
+        QVERIFY(t.model.index(0, OVBackupItemModel::SourceColumn).data(Qt::AccessibleDescriptionRole).isValid());
 
         // Remove takes an entry away; Cancel keeps the row as it was.
         sheet = t.table.showExclusions(0);
         auto *list = sheet->findChild<QTreeWidget *>(QStringLiteral("exclusionList"));
         list->topLevelItem(0)->setSelected(true);
         sheet->findChild<QPushButton *>(QStringLiteral("removeButton"))->click();
-        QCOMPARE(sheet->entries(), QStringList({QStringLiteral("/home/ann/Videos")}));
+        QCOMPARE(sheet->entries(), both.mid(1));
         QVERIFY(sheet->removedFromBackup().isEmpty());
         sheet->reject();
         QCOMPARE(t.model.item(0).exclusions().size(), 2);
