@@ -26,18 +26,8 @@ QUrl withoutFragment(const QUrl &url)
     return url.adjusted(QUrl::RemoveFragment);
 }
 
-// Credits long enough to scroll, in words so that they wrap.
-QString writeCredits(const QTemporaryDir &dir)
-{
-    const QString text = QStringLiteral("credit ").repeated(150);
-    const QString path = dir.filePath(QStringLiteral("Credits.html"));
-    QFile file(path);
-    file.open(QIODevice::WriteOnly);
-    file.write(QStringLiteral("<html><body><p>%1</p></body></html>").arg(text).toUtf8());
-    return path;
-}
-
-// An options sheet's tabs in small, the credits on the last one, loaded.
+// An options sheet's tabs in small, the credits on the last one, loaded:
+// long enough to scroll, in words so that they wrap.
 struct Credits {
     QTemporaryDir dir;
     QTabWidget tabView;
@@ -45,8 +35,12 @@ struct Credits {
     OVCredits credits;
     Credits()
         : view(addTabs(tabView))
-        , credits(view, &tabView, writeCredits(dir))
+        , credits(view, &tabView, dir.filePath(QStringLiteral("Credits.html")))
     {
+        QFile file(dir.filePath(QStringLiteral("Credits.html")));
+        file.open(QIODevice::WriteOnly);
+        file.write("<html><body><p>" + QByteArray("credit ").repeated(150) + "</p></body></html>");
+        file.close();
         tabView.show();
         credits.loadCredits();
     }
@@ -176,14 +170,11 @@ private Q_SLOTS:
         QCOMPARE(view->verticalScrollBar()->value(), 0);
         QVERIFY(!view->isBackwardAvailable());
         sheet.hideHelpSheet();
-    }
 
-    void missingPageSaysWhereItWasLookedFor()
-    {
-        const QString missing = QStringLiteral("/nonexistent/help.html");
-        OVHelpSheet sheet(missing);
-        sheet.loadHelpPage();
-        QVERIFY(sheet.helpWebView()->toPlainText().contains(missing));
+        // Missing, the help says where it was looked for.
+        OVHelpSheet missing(QStringLiteral("/nonexistent/help.html"));
+        missing.loadHelpPage();
+        QVERIFY(missing.helpWebView()->toPlainText().contains(QStringLiteral("/nonexistent/help.html")));
     }
 
     // The credits scroll only while their tab shows; leaving it, or closing

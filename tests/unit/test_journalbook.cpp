@@ -94,65 +94,59 @@ private Q_SLOTS:
 
     void fullWalk_data()
     {
-        QTest::addColumn<int>("kind");
+        QTest::addColumn<QByteArray>("lost"); // the journal lost track: of everything, of this source
+        QTest::addColumn<QByteArray>("identity");
+        QTest::addColumn<QByteArray>("settings");
+        QTest::addColumn<QByteArray>("blocked");
+        QTest::addColumn<int>("later");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("lost track of everything") << 0 << "overflow";
-        QTest::newRow("lost track of this source") << 1 << "moved";
-        QTest::newRow("another disk at the same path") << 2 << "the destination is not the folder the last backup went to (another disk?)";
-        QTest::newRow("other settings") << 3 << "the backup's settings changed since its last run";
-        QTest::newRow("a week since the last full walk") << 4 << "a full check once a week";
-        QTest::newRow("the clock went back") << 5 << "a full check once a week";
-        QTest::newRow("not watched") << 6 << "on FUSE";
-        QTest::newRow("restarted") << 7 << "the journal was restarted";
+        const auto row =
+            [](const char *name, const char *lost, const char *identity, const char *settings, const char *blocked, int later, const char *reason) {
+                QTest::newRow(name) << QByteArray(lost) << QByteArray(identity) << QByteArray(settings) << QByteArray(blocked) << later
+                                    << QString::fromUtf8(reason);
+            };
+        row("lost track of everything", "overflow", "disk1", "", "", 0, "overflow");
+        row("lost track of this source", "moved", "disk1", "", "", 0, "moved");
+        row("another disk at the same path", "", "disk2", "", "", 0, "the destination is not the folder the last backup went to (another disk?)");
+        row("other settings", "", "disk1", "--exclude=*.o", "", 0, "the backup's settings changed since its last run");
+        row("a week since the last full walk", "", "disk1", "", "", 7 * Day, "a full check once a week");
+        row("the clock went back", "", "disk1", "", "", -60, "a full check once a week");
+        row("not watched", "", "disk1", "", "on FUSE", 0, "on FUSE");
+        row("restarted", "restarted", "disk1", "", "", 0, "the journal was restarted");
     }
     void fullWalk()
     {
-        QFETCH(int, kind);
+        QFETCH(QByteArray, lost);
+        QFETCH(int, later);
         QFETCH(QString, reason);
-        std::int64_t t = 1000 * Day;
-        Book book = started(t);
+        const std::int64_t t = 1000 * Day + later;
+        QFETCH(QByteArray, identity);
+        QFETCH(QByteArray, settings);
+        QFETCH(QByteArray, blocked);
+        const auto cut = [&](Book &book, std::int64_t when) {
+            return book.cut(S, "A", identity.toStdString(), settings.toStdString(), blocked.toStdString(), when);
+        };
+        Book book = started();
         book.note(S, "file", false);
-        std::string identity = "disk1", settings, blocked;
-        switch (kind) {
-        case 0:
+        if (lost == "overflow") {
             book.lose("overflow");
-            break;
-        case 1:
+        } else if (lost == "moved") {
             book.lose(S, "moved");
             book.lose("/elsewhere", "elsewhere"); // no matter to S
-            break;
-        case 2:
-            identity = "disk2";
-            break;
-        case 3:
-            settings = "--exclude=*.o";
-            break;
-        case 4:
-            t += 7 * Day;
-            break;
-        case 5:
-            t -= 60;
-            break;
-        case 6:
-            blocked = "on FUSE";
-            break;
-        case 7: {
+        } else if (lost == "restarted") {
             Book reloaded;
             QVERIFY(reloaded.load(book.save()));
             reloaded.start(reloaded.current(), "the journal was restarted", t);
             QVERIFY(reloaded.current() > book.current());
             book = reloaded;
-            break;
         }
-        }
-        const Decision d = book.cut(S, "A", identity, settings, blocked, t);
+        const Decision d = cut(book, t);
         QCOMPARE(QString::fromStdString(d.fullWalk), reason);
         QVERIFY(d.entries.empty());
         // Once that full walk succeeded, the journal lists again.
         QVERIFY(book.commit(S, "A", d.number, t).empty());
         book.note(S, "after", false);
-        const Decision next = book.cut(S, "A", identity, settings, blocked, t + 60);
-        QCOMPARE(next.fullWalk.empty(), blocked.empty());
+        QCOMPARE(cut(book, t + 60).fullWalk.empty(), blocked.isEmpty());
     }
 
     void unwantedChangesAreNotKept()

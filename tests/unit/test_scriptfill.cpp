@@ -57,20 +57,13 @@ class TestScriptFill : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    // (Lists and names as Ruby reads them: the tests below.)
-    void backupCommands()
-    {
-        QCOMPARE(commandLiteral(false, false), QByteArray("\"/usr/local/bin/psync\""));
-        QCOMPARE(commandLiteral(true, true), QByteArray("\"/usr/local/bin/psync -drm\""));
-    }
-
     void everyPlaceholderAndDefaultLine()
     {
         const QByteArray templateText = sourceTemplate();
         QVERIFY(!templateText.isEmpty());
         Script script = dailyScript();
         script.frequency = "Weekly";
-        script.options = {true, false, true, true};
+        script.options = {true, true, true, true};
         SharedOptions shared;
         shared.promptBeforeBackup = true;
         shared.waitUntilAway = true;
@@ -91,7 +84,8 @@ private Q_SLOTS:
             QVERIFY2(!line.startsWith("#ov_") || line == "#ov_exclusions" || line == "#ov_removedExclusions", line.constData());
         }
         // (The lines the stored settings fill, run: test_journeys.)
-        for (const char *line : {"showProgress = true",
+        for (const char *line : {"backupCommand = \"/usr/local/bin/psync -drm\"",
+                                 "showProgress = true",
                                  "repairPermissions = true",
                                  "promptBeforeBackup = true",
                                  "shouldWaitUntilAway = true",
@@ -111,7 +105,8 @@ private Q_SLOTS:
         shared.toastApplication.clear();
         script.options = {};
         const QByteArray manual = fill(templateText, script, shared);
-        for (const char *line : {"promptBeforeBackup = false",
+        for (const char *line : {"backupCommand = \"/usr/local/bin/psync\"",
+                                 "promptBeforeBackup = false",
                                  "shouldWaitUntilAway = false",
                                  "maxArchives = 0",
                                  "safetyNetFolder = \"\"",
