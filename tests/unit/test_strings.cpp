@@ -1,9 +1,11 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// The strings table: its parser, and that the shipped table holds every key
-// the code looks up (a missing key shows as an empty text).
+// The texts the user reads: the strings table's parser, and that the shipped
+// table holds every key the code looks up (a missing key shows as an empty
+// text); the notices' texts, their dismiss delay and the progress line.
 #include "OVLocalizedStrings.h"
+#include "OVNoticeText.h"
 
 #include <QDirIterator>
 #include <QFile>
@@ -55,6 +57,82 @@ private Q_SLOTS:
             }
         }
         QVERIFY(uses > 0);
+    }
+
+    void dismissDelayFollowsValueAndUnit()
+    {
+        using S = QVariantMap;
+        const auto delay = [](const S &s) {
+            return OVNoticeText::dismissDelay(s);
+        };
+        QCOMPARE(delay(S{}), std::optional<qint64>());
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), false}, {QStringLiteral("TimeValue"), 5}}), std::optional<qint64>());
+        // Absent value and unit: 2 minutes.
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}}), std::optional<qint64>(120000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 7}, {QStringLiteral("TimeUnit"), 0}}),
+                 std::optional<qint64>(7000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 2}}),
+                 std::optional<qint64>(3 * 3600 * 1000));
+        // Out of range: at least a second, at most a day; a unit beyond the
+        // menu is the menu's default, minutes, as the options show it.
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 0}, {QStringLiteral("TimeUnit"), 0}}),
+                 std::optional<qint64>(1000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 999}, {QStringLiteral("TimeUnit"), 2}}),
+                 std::optional<qint64>(24 * 3600 * 1000));
+        QCOMPARE(delay(S{{QStringLiteral("AutoDismissAlert"), true}, {QStringLiteral("TimeValue"), 3}, {QStringLiteral("TimeUnit"), 9}}),
+                 std::optional<qint64>(3 * 60 * 1000));
+    }
+
+    void kindOfRunNamesManualRuns()
+    {
+        QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("Weekly"), false), std::optional<QString>(QStringLiteral("weekly")));
+        QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("Daily"), true), std::optional<QString>(QStringLiteral("manual")));
+        QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("daily"), false), std::optional<QString>());
+        QCOMPARE(OVNoticeText::jobTitle(QStringLiteral("manual")), QStringLiteral("Manual backup"));
+        QCOMPARE(OVNoticeText::logFile(QStringLiteral("Monthly")), QStringLiteral("/var/log/orvane_monthly.log"));
+    }
+
+    // Names are data, not markup; the report is cut to a few lines.
+    void questionAndReport()
+    {
+        QCOMPARE(OVNoticeText::askDeletionsText(1500, QStringLiteral("/media/b<1>"), QStringLiteral("/home/a & b")),
+                 QStringLiteral("1500 files in /media/b&lt;1&gt; are no longer in /home/a &amp; b. Delete them from the backup?"));
+        QCOMPARE(OVNoticeText::askDeletionsText(1, QStringLiteral("/b"), QStringLiteral("/a")),
+                 QStringLiteral("1 file in /b is no longer in /a. Delete it from the backup?"));
+        const QString text = OVNoticeText::withDetails(QStringLiteral("The daily backup finished with errors."),
+                                                       "one\n\ntwo <b>\nthree\nfour\nfive\nsix\n" + QByteArray(400, 'x'));
+        QCOMPARE(text.split(QStringLiteral("<br/>")),
+                 QStringList({QStringLiteral("The daily backup finished with errors."),
+                              QStringLiteral("one"),
+                              QStringLiteral("two &lt;b&gt;"),
+                              QStringLiteral("three"),
+                              QStringLiteral("four"),
+                              QStringLiteral("five")}));
+        QCOMPARE(OVNoticeText::withDetails(QStringLiteral("x"), QByteArray(400, 'y')).size(), 1 + 5 + 300);
+    }
+
+    void progressLines()
+    {
+        const auto p = OVNoticeText::parseProgress("120 60000 5000 2000000000000 0 3\n");
+        QVERIFY(p);
+        QCOMPARE(p->filesDone, 120ULL);
+        QCOMPARE(p->bytesTotal, 2000000000000ULL);
+        QCOMPARE(p->sourceCount, 3ULL);
+        QCOMPARE(p->percent(), 0UL);
+        QCOMPARE(OVNoticeText::parseProgress("30 60 0 0 0 1")->percent(), 50UL);
+        // The script counts folders from 1.
+        QCOMPARE(OVNoticeText::parseProgress("0 0 0 0 1 3")->folderText(), QStringLiteral("1 of 3"));
+        QCOMPARE(OVNoticeText::parseProgress("5 9 0 0 7 3")->folderText(), QStringLiteral("3 of 3"));
+        QCOMPARE(OVNoticeText::parseProgress("5 9 0 0 1 1")->folderText(), QString());
+        QCOMPARE(OVNoticeText::parseProgress("30 60 75 100 0 1")->percent(), 75UL);
+        QCOMPARE(OVNoticeText::parseProgress("9 3 9 3 0 1")->percent(), 100UL);
+        for (const QByteArray &bad : {QByteArray("1 2 3 4 5"),
+                                      QByteArray("1 2 -3 4 5 6"),
+                                      QByteArray("1  2 3 4 5 6"),
+                                      QByteArray(""),
+                                      QByteArray("1 2 3 4 5 99999999999999999999999")}) {
+            QVERIFY2(!OVNoticeText::parseProgress(bad), bad.constData());
+        }
     }
 };
 
