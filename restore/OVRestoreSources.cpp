@@ -6,6 +6,7 @@
 #include "OVExclusions.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
+#include "OVMarker.h"
 #include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
@@ -84,16 +85,6 @@ QString OVRestoreSources::frequencyName(int frequency)
     // A manual run, and any value that is no schedule, keeps the first schedule's name.
     const bool scheduled = frequency >= 0 && frequency < int(OVFixedPaths::ScheduledCount);
     return QString::fromLatin1(scheduled ? OVFixedPaths::Scheduled[frequency].name : OVFixedPaths::Manual.name);
-}
-
-QDate OVRestoreSources::parseMarker(const QByteArray &text)
-{
-    QDate date = QDate::fromString(QString::fromLatin1(text.trimmed()), QStringLiteral("MM/dd/yy"));
-    // Qt reads every two-digit year as 19yy; strptime's %y takes 00-68 as 20yy.
-    if (date.isValid() && date.year() < 1969) {
-        date = date.addYears(100);
-    }
-    return date;
 }
 
 bool OVRestoreSources::parseArchiveName(const QString &name, QDateTime *time, QString *frequency)
@@ -277,9 +268,9 @@ OVRestoreSources OVRestoreSources::forPath(const QString &rawPath, const Setup &
         for (const QString &frequency : writers.at(chain)) {
             QFile marker(setup.supportFolder + QStringLiteral("/.") + frequency.toLower() + QStringLiteral("/.lastbackup"));
             if (marker.open(QIODevice::ReadOnly)) {
-                const QDate day = parseMarker(marker.read(64));
-                if (day.isValid() && (!copy.time.isValid() || QDateTime(day, QTime(0, 0)) > copy.time)) {
-                    copy.time = QDateTime(day, QTime(0, 0));
+                const std::optional<QDate> day = OVMarker::parse(marker.read(64));
+                if (day && (!copy.time.isValid() || QDateTime(*day, QTime(0, 0)) > copy.time)) {
+                    copy.time = QDateTime(*day, QTime(0, 0));
                 }
             }
         }

@@ -55,8 +55,6 @@ public:
 
     // "Daily", "Weekly", "Monthly"; a manual item's runs are daily ones.
     static QString frequencyName(int frequency);
-    // "%m/%d/%y" as the scripts write it; invalid when it is no date.
-    static QDate parseMarker(const QByteArray &text);
     // "2026-11-20 14.05.00 Daily": the run's time and frequency.
     static bool parseArchiveName(const QString &name, QDateTime *time, QString *frequency);
     // The name a user knows a destination's disk by.

@@ -5,6 +5,7 @@
 
 #include "OVBundle.h"
 #include "OVLocalizedStrings.h"
+#include "OVMarker.h"
 #include "ovfixedpaths.h"
 #include "ovstatus_debug.h"
 
@@ -122,26 +123,6 @@ bool OVStatusMonitor::isBackupRunning()
     });
 }
 
-std::optional<QDate> OVStatusMonitor::parseMarker(const QByteArray &text)
-{
-    const QList<QByteArray> parts = text.trimmed().split('/');
-    if (parts.size() != 3) {
-        return std::nullopt;
-    }
-    int numbers[3];
-    for (int i = 0; i < 3; ++i) {
-        const QByteArray &part = parts.at(i);
-        bool ok = false;
-        numbers[i] = part.toInt(&ok);
-        if (!ok || part.isEmpty() || part.size() > 2 || !std::all_of(part.cbegin(), part.cend(), ::isdigit)) {
-            return std::nullopt;
-        }
-    }
-    const int year = numbers[2] >= 69 ? 1900 + numbers[2] : 2000 + numbers[2];
-    const QDate date(year, numbers[0], numbers[1]);
-    return date.isValid() ? std::optional<QDate>(date) : std::nullopt;
-}
-
 std::optional<QByteArrayList> OVStatusMonitor::scheduledRun(const QByteArray &lastRun)
 {
     for (const QByteArray &line : lastRun.split('\n')) {
@@ -155,7 +136,7 @@ std::optional<QByteArrayList> OVStatusMonitor::scheduledRun(const QByteArray &la
 
 QString OVStatusMonitor::displayDate(const QByteArray &marker)
 {
-    const auto date = parseMarker(marker);
+    const auto date = OVMarker::parse(marker);
     return date ? QLocale::system().toString(*date, QLocale::ShortFormat) : QString();
 }
 

@@ -47,9 +47,6 @@ public:
     void stopTimer();
     bool isTimerActive() const;
 
-    // "%m/%d/%y", white space around it allowed; two-digit years from 69
-    // are 19xx, the others 20xx.
-    static std::optional<QDate> parseMarker(const QByteArray &text);
     // The last scheduled run in the file beside the marker: its date
     // ("%m/%d/%y") and result ("complete", "errors", "caution"). Nothing
     // when no scheduled run is in it (only manual runs since it was kept).

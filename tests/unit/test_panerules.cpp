@@ -5,6 +5,7 @@
 // wrong status), when the module saves as its host's window goes. Any user:
 // the save is counted, no helper runs.
 #include "OVLock.h"
+#include "OVMarker.h"
 #include "OVSaveOnClose.h"
 #include "OVStatusMonitor.h"
 
@@ -47,12 +48,12 @@ private Q_SLOTS:
 
     void markerDates()
     {
-        QCOMPARE(OVStatusMonitor::parseMarker("07/04/06"), QDate(2006, 7, 4));
-        QCOMPARE(OVStatusMonitor::parseMarker("  12/31/05\n\n"), QDate(2005, 12, 31));
-        QCOMPARE(OVStatusMonitor::parseMarker("1/2/99"), QDate(1999, 1, 2));
-        QCOMPARE(OVStatusMonitor::parseMarker("01/02/68"), QDate(2068, 1, 2));
+        QCOMPARE(OVMarker::parse("07/04/06"), QDate(2006, 7, 4));
+        QCOMPARE(OVMarker::parse("  12/31/05\n\n"), QDate(2005, 12, 31));
+        QCOMPARE(OVMarker::parse("1/2/99"), QDate(1999, 1, 2));
+        QCOMPARE(OVMarker::parse("01/02/68"), QDate(2068, 1, 2));
         for (const char *bad : {"", "yesterday", "13/01/05", "02/30/05", "12/31/2005", "12-31-05", "12/31/05/1", "1a/01/05", "+1/01/05"}) {
-            QVERIFY2(!OVStatusMonitor::parseMarker(bad), bad);
+            QVERIFY2(!OVMarker::parse(bad), bad);
         }
         QCOMPARE(OVStatusMonitor::displayDate("12/31/05"), QLocale::system().toString(QDate(2005, 12, 31), QLocale::ShortFormat));
         // A manual run's line beside the daily marker is not a daily run.

@@ -140,10 +140,6 @@ private Q_SLOTS:
 
     void textFormats()
     {
-        QCOMPARE(OVRestoreSources::parseMarker("07/04/06\n"), QDate(2006, 7, 4));
-        QCOMPARE(OVRestoreSources::parseMarker(" 12/31/68 "), QDate(2068, 12, 31));
-        QCOMPARE(OVRestoreSources::parseMarker("12/31/99"), QDate(1999, 12, 31));
-        QVERIFY(!OVRestoreSources::parseMarker("yesterday").isValid());
         QDateTime time;
         QString frequency;
         QVERIFY(OVRestoreSources::parseArchiveName(QStringLiteral("2026-11-20 14.05.09 Weekly"), &time, &frequency));
