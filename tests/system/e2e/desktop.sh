@@ -22,3 +22,11 @@ wait_for_title() {
     done
     return 1
 }
+# With polkit.sh: ovadmin's own session bus; "user COMMAND..." runs in it.
+admin_session() {
+    runtime=/tmp/ovadmin-runtime
+    mkdir -p "$runtime" && chown ovadmin: "$runtime" && chmod 700 "$runtime"
+    bus=$(as_admin env XDG_RUNTIME_DIR=$runtime dbus-daemon --session --fork --print-address=1 --address="unix:path=$runtime/bus")
+}
+user() { as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"; }
+left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; } # System Settings' $window shows another module

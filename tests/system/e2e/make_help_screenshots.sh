@@ -32,7 +32,7 @@ mkdir -p /root/Documents/Letters /root/Pictures /root/Music /Volumes/Backup/Docu
     "$support/.daily" "$support/.weekly" "$support/.monthly"
 echo "Dear landlord," >/root/Documents/Letters/rent.odt
 echo "Shopping: bread, tea" >/root/Documents/notes.txt
-"$(dirname "$(realpath "$0")")/../write_items.py" "$support/BackupItems.plist" \
+"$(dirname "$(realpath "$0")")/../items.py" "$support/BackupItems.plist" \
     "0|/root/Documents|/Volumes/Backup/Documents|Backup: Documents" \
     "1|/root/Pictures|/Volumes/Photos/Pictures|Photos: Pictures" \
     "4|/root/Music|/Volumes/Backup/Music|Backup: Music"

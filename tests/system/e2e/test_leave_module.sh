@@ -11,21 +11,12 @@ mkdir -p "$out"
 . "$(dirname "$0")/desktop.sh"
 . "$(dirname "$0")/polkit.sh"
 polkit_rule grant || exit 1
+admin_session
+as_admin mkdir -p /home/ovadmin/Fotos /home/ovadmin/Backups
 
 support="/Library/Application Support/Orvane"
 archive="$support/BackupItems.plist"
-runtime=/tmp/ovadmin-runtime
-mkdir -p "$runtime" && chown ovadmin: "$runtime" && chmod 700 "$runtime"
-as_admin mkdir -p /home/ovadmin/Fotos /home/ovadmin/Backups
-bus=$(as_admin env XDG_RUNTIME_DIR=$runtime dbus-daemon --session --fork --print-address=1 --address="unix:path=$runtime/bus")
-user() { # user COMMAND...: as ovadmin in the test's desktop session
-    as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"
-}
 
-# systemsettings_on MODULE: opens System Settings on MODULE.
-systemsettings_on() {
-    user systemsettings "$1" >>/tmp/systemsettings.log 2>&1 &
-}
 double_click() { # double_click X Y
     xdotool mousemove --window "$window" "$1" "$2" click --repeat 2 --delay 80 1
 }
@@ -40,7 +31,7 @@ choose_folder() { # choose_folder X PATH: the new row's menu at column X, "Choos
     sleep 1.5
 }
 
-systemsettings_on kcm_orvane
+user systemsettings kcm_orvane >>/tmp/systemsettings.log 2>&1 &
 window=$(timeout 30 xdotool search --sync --name '^Orvane' | head -1)
 check "System Settings shows Orvane" test -n "$window" || { finish; exit 1; }
 sleep 3
@@ -79,7 +70,6 @@ ask=$(timeout 10 xdotool search --sync --onlyvisible --name 'Apply Settings' | h
 check "System Settings asks to apply the changes" test -n "$ask"
 screenshot "$out/leave-asks.png"
 xdotool key --window "$ask" alt+a
-left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; }
 for _ in $(seq 40); do left_orvane && break; sleep 0.25; done
 check "System Settings shows the other module" left_orvane
 sleep 1
@@ -98,24 +88,8 @@ xdotool mousemove --window "$window" 61 252 click 1
 check "System Settings shows Orvane again" wait_for_title "$window" '^Orvane' 20
 sleep 3
 screenshot "$out/leave-back.png"
-frequency_of_new_item() { # the new item's frequency column in the archive
-    python3 - "$archive" <<'PY'
-import plistlib, sys
-archive = plistlib.load(open(sys.argv[1], 'rb'))
-objects = archive['$objects']
-items = [o for o in objects if isinstance(o, dict) and 'OVFrequencyColumn' in o]
-def text(uid):
-    return objects[uid.data] if uid.data else None
-assert len(items) == 2, items
-new = items[1]
-assert new['OVCheckColumn'] is True
-assert text(new['OVSourcePath']) == '/home/ovadmin/Fotos', text(new['OVSourcePath'])
-assert text(new['OVBackupSource']) == 'Fotos'
-assert text(new['OVDestPath']) == '/home/ovadmin/Backups'
-print(new['OVFrequencyColumn'])
-PY
-}
-check "the list holds the default item and the new one, daily" test "$(frequency_of_new_item)" = 0
+new_item() { "$(dirname "$0")/../items.py" "$archive" | tail -n +2 | cut -d'|' -f1-3; } # after the default item
+check "the list holds the default item and the new one, daily" same "$(new_item)" "0|/home/ovadmin/Fotos|/home/ovadmin/Backups"
 
 # The daily status button: the log opens, at its newest line.
 xdotool mousemove --window "$window" 485 489 click 1
@@ -150,7 +124,7 @@ xdotool key Down Return
 sleep 1
 xdotool key --window "$window" ctrl+q
 for _ in $(seq 100); do pgrep -x systemsettings >/dev/null || break; sleep 0.2; done
-check "quitting applied the change" test "$(frequency_of_new_item)" = 1
+check "quitting applied the change" same "$(new_item)" "1|/home/ovadmin/Fotos|/home/ovadmin/Backups"
 
 # System Settings alone, Orvane found through the sidebar's search.
 user systemsettings >>/tmp/systemsettings.log 2>&1 &

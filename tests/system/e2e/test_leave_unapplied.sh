@@ -18,28 +18,12 @@ echo "ovadmin:$password" | chpasswd
 # A second administrator: pkttyagent then asks who authenticates, and
 # declining to choose is its Cancel.
 id ovadmin2 >/dev/null 2>&1 || useradd -m -G sudo ovadmin2
+admin_session
 
 support="/Library/Application Support/Orvane"
 archive="$support/BackupItems.plist"
 unapplied=/home/ovadmin/.config/orvane/unapplied-items.plist
-runtime=/tmp/ovadmin-runtime
-mkdir -p "$runtime" && chown ovadmin: "$runtime" && chmod 700 "$runtime"
-bus=$(as_admin env XDG_RUNTIME_DIR=$runtime dbus-daemon --session --fork --print-address=1 --address="unix:path=$runtime/bus")
-user() { # user COMMAND...: as ovadmin in the test's desktop session
-    as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"
-}
-items_in() { # items_in FILE: how many items the archive FILE holds
-    python3 - "$1" <<'PY'
-import plistlib, sys
-try:
-    objects = plistlib.load(open(sys.argv[1], 'rb'))['$objects']
-except (OSError, ValueError):
-    print(0)
-    sys.exit()
-print(sum(1 for o in objects if isinstance(o, dict) and 'OVFrequencyColumn' in o))
-PY
-}
-left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; }
+items_in() { "$(dirname "$0")/../items.py" "$1" | wc -l; } # items_in FILE: how many items the archive FILE holds
 wait_for_file() { # wait_for_file PATH SECONDS
     for _ in $(seq $(($2 * 10))); do [ -e "$1" ] && return 0; sleep 0.1; done
     return 1

@@ -14,7 +14,7 @@ import unittest
 
 SYSTEM_TESTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, SYSTEM_TESTS)
-from ovtest import read, user  # noqa: E402
+from ovtest import read, user, write  # noqa: E402
 
 RESOURCES = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources"
 SUPPORT = "/Library/Application Support/Orvane"
@@ -42,6 +42,11 @@ def shared_shell(command, *args):
                    check=True, stdout=subprocess.DEVNULL)
 
 
+def owner_mode(path):
+    st = os.stat(path)
+    return st.st_uid, st.st_gid, st.st_mode & 0o7777
+
+
 def parts(**named):
     out = b""
     for name, data in named.items():
@@ -50,13 +55,9 @@ def parts(**named):
     return out
 
 
-def template():
-    return read(RESOURCES + "/backup_script.rb")
-
-
 def filled(**settings):
     """The template as the pane fills it: settings lines replaced by literals."""
-    text = template()
+    text = read(RESOURCES + "/backup_script.rb")
     for line, value in settings.items():
         text = text.replace(b"#ov_" + line.encode(), line.encode() + b" = " + value.encode(), 1)
     return text
@@ -72,16 +73,12 @@ class Helpers(unittest.TestCase):
 
     def setUp(self):
         self.rule(None)
-        subprocess.run(["rm", "-rf", SUPPORT, *TMP_NAMES], check=True)
+        subprocess.run(["rm", "-rf", SUPPORT, "/etc/crontab.ov", *TMP_NAMES], check=True)
         for sub in ("", "/.daily", "/.weekly", "/.monthly"):
             os.mkdir(SUPPORT + sub, 0o775)
             os.chmod(SUPPORT + sub, 0o775)
-        with open("/etc/crontab", "w") as f:
-            f.write(DEBIAN_CRONTAB)
-        with open("/etc/anacrontab", "w") as f:
-            f.write(ANACRONTAB)
-        if os.path.exists("/etc/crontab.ov"):
-            os.unlink("/etc/crontab.ov")
+        write("/etc/crontab", DEBIAN_CRONTAB)
+        write("/etc/anacrontab", ANACRONTAB)
         self.log_from = os.path.getsize(SYSLOG)
 
     def rule(self, result):
@@ -113,10 +110,8 @@ class Helpers(unittest.TestCase):
 
     def plant_all(self, who, data=b"planted"):
         for path in TMP_NAMES:
-            with open(path, "wb") as f:
-                f.write(data)
+            write(path, data, 0o600)
             os.chown(path, who.pw_uid, who.pw_gid)
-            os.chmod(path, 0o600)
 
     def save(self, who, items=b"bplist00 items", scripts=None, crontab=DEBIAN_CRONTAB + DAILY_LINE):
         """A pane's save: the archive, the schedule and the scripts."""
@@ -127,13 +122,10 @@ class Helpers(unittest.TestCase):
 
     def test_installed_layout(self):
         for tool in TOOLS:
-            st = os.stat(os.path.join(RESOURCES, tool))
-            self.assertEqual((st.st_uid, st.st_mode & 0o7777), (0, 0o4755), tool)
+            self.assertEqual(owner_mode(os.path.join(RESOURCES, tool)), (0, 0, 0o4755), tool)
         # As "make install" left them (setUp only re-makes the support folders).
-        for folder, mode in (("/Library", 0o755), ("/Library/Application Support", 0o755),
-                             ("/Library/PreferencePanes/Orvane.prefPane", 0o755), (RESOURCES, 0o755)):
-            st = os.stat(folder)
-            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o7777), (0, 0, mode), folder)
+        for folder in ("/Library", "/Library/Application Support", "/Library/PreferencePanes/Orvane.prefPane", RESOURCES):
+            self.assertEqual(owner_mode(folder), (0, 0, 0o755), folder)
 
     def test_no_unlock_no_root(self):
         self.plant_all(self.admin, b"#!/bin/sh\nid > /tmp/pwned\n")
@@ -141,8 +133,7 @@ class Helpers(unittest.TestCase):
                   "install_crontab": parts(crontab=DEBIAN_CRONTAB + DAILY_LINE), "manual_backup": filled(),
                   "remove_scripts": b"", "connect_volume": parts(server="smb://fileserver", account="ann", volume="share")}
         for name in INSTALLED.values():
-            with open(name, "wb") as f:
-                f.write(b"# installed\n")
+            write(name, b"# installed\n")
         # An administrator's own process that was never unlocked, the same
         # with the password refused, and an ordinary user even where the
         # administrator would be granted.
@@ -178,8 +169,7 @@ class Helpers(unittest.TestCase):
         self.assertEqual(read(INSTALLED["daily"]), daily)
         self.assertFalse(os.path.exists(INSTALLED["monthly"]))
         for path, mode in ((SUPPORT + "/BackupItems.plist", 0o644), ("/etc/crontab", 0o644), (INSTALLED["daily"], 0o700)):
-            st = os.stat(path)
-            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o777), (0, 0, mode), path)
+            self.assertEqual(owner_mode(path), (0, 0, mode), path)
         for name in TMP_NAMES[1:]:
             self.assertEqual(read(name), b"planted")
         self.logged("installed the item list")
@@ -210,8 +200,7 @@ class Helpers(unittest.TestCase):
         result = self.run_tool(self.admin, "install_scripts", parts(weekly=filled()))
         self.assertEqual(result.returncode, 0, result.stderr)
         for sub in (".weekly", ".monthly"):
-            st = os.stat(SUPPORT + "/" + sub)
-            self.assertEqual((st.st_uid, st.st_gid, st.st_mode & 0o7777), (0, 0, 0o775))
+            self.assertEqual(owner_mode(SUPPORT + "/" + sub), (0, 0, 0o775), sub)
         self.assertTrue(os.path.exists(INSTALLED["weekly"]))
 
     def test_only_the_filled_template_runs_as_root(self):
@@ -274,8 +263,7 @@ class Helpers(unittest.TestCase):
 
     def test_crontab_lines_never_joined(self):
         self.rule("YES")
-        with open("/etc/crontab", "w") as f:
-            f.write("SHELL=/bin/sh\n15 4 * * * root /usr/bin/true")
+        write("/etc/crontab", "SHELL=/bin/sh\n15 4 * * * root /usr/bin/true")
         # The pane appended its line straight onto the unterminated one.
         joined = "SHELL=/bin/sh\n15 4 * * * root /usr/bin/true" + DAILY_LINE
         result = self.run_tool(self.admin, "install_crontab", parts(crontab=joined))
@@ -289,8 +277,7 @@ class Helpers(unittest.TestCase):
 
     def test_unreadable_archive_survives_saves(self):
         self.rule("YES")
-        with open(SUPPORT + "/BackupItems.plist", "wb") as f:
-            f.write(b"bplist00 from elsewhere, unreadable")
+        write(SUPPORT + "/BackupItems.plist", b"bplist00 from elsewhere, unreadable")
         for n in range(3):
             result = self.run_tool(self.admin, "archive_table", b"bplist00 save %d" % n)
             self.assertEqual(result.returncode, 0, result.stderr)

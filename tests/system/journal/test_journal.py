@@ -31,6 +31,11 @@ def run(*command, **kw):
     return subprocess.run(command, check=True, stdout=subprocess.PIPE, **kw).stdout
 
 
+def mkdirs(*folders):
+    for folder in folders:
+        os.makedirs(folder)
+
+
 class Daemon:
     def start(self):
         self.process = subprocess.Popen([JOURNAL], stderr=open(LOG, "ab"))
@@ -207,26 +212,18 @@ def expect(src, dst, reason, flags="-aHAXx"):
     assert (kind, why) == ("journal", "") if reason is None else reason in why, (kind, why, reason)
 
 
-def mount_ext4(at, size="1G"):
-    image = WORK + b"/disk.img"
-    run("truncate", "-s", size, image)
+def main():
+    disk, image = WORK + b"/disk", WORK + b"/disk.img"
+    os.makedirs(disk, exist_ok=True)
+    run("truncate", "-s", "1G", image)
     run("mkfs.ext4", "-q", "-N", "200000", image)
     device = run("losetup", "-f", "--show", image).strip()
-    os.makedirs(at, exist_ok=True)
-    run("mount", device, at)
-    return device
-
-
-def main():
-    os.makedirs(WORK, exist_ok=True)
-    disk = WORK + b"/disk"
-    device = mount_ext4(disk)
+    run("mount", device, disk)
     daemon = Daemon()
     try:
         daemon.start()
         src, dst = disk + b"/source", disk + b"/backup"
-        os.makedirs(src)
-        os.makedirs(dst)
+        mkdirs(src, dst)
         Changes(src).once()
         expect(src, dst, "first run to this destination")
         rounds(src, dst, 20)
@@ -282,8 +279,7 @@ def main():
         same(src, dst)
         # A folder of the same disk bound inside the source shows its changes
         # under its other path: walked while it is there, and once it goes.
-        os.makedirs(src + b"/bound/here")
-        os.makedirs(src + b"/bound/from")
+        mkdirs(src + b"/bound/here", src + b"/bound/from")
         open(src + b"/bound/from/file", "wb").write(b"bound")
         run("mount", "--bind", src + b"/bound/from", src + b"/bound/here")
         expect(src, dst, "a folder of the same disk is mounted inside it")
@@ -299,8 +295,7 @@ def main():
         # Two destinations in turn, on another file system (tmpfs): each gets
         # what it lacks.
         other, disks = WORK + b"/other", [WORK + b"/backup-a", WORK + b"/backup-b"]
-        for folder in [other] + disks:
-            os.makedirs(folder)
+        mkdirs(other, *disks)
         changes = Changes(other)
         for turn in range(6):
             for _ in range(10):
@@ -310,8 +305,7 @@ def main():
 
         # A source on FUSE cannot be watched.
         backing, fuse, fuse_dst = WORK + b"/fuse-backing", WORK + b"/fuse", WORK + b"/fuse-backup"
-        for folder in (backing, fuse, fuse_dst):
-            os.makedirs(folder)
+        mkdirs(backing, fuse, fuse_dst)
         subprocess.run(["rclone", "mount", "--config=/dev/null", "--vfs-cache-mode=off", "--attr-timeout=0", "--daemon", backing, fuse], check=True)
         for i in range(3):
             open(fuse + b"/file-%d" % i, "wb").write(b"x" * i)
@@ -335,8 +329,7 @@ def left_out(disk):
     walk's with the same rules (a path left out that changes per run makes
     every run of the second copy a full walk)."""
     src, journal, walked = disk + b"/rules", disk + b"/rules-journal", disk + b"/rules-walked"
-    for folder in (src, journal, walked):
-        os.makedirs(folder)
+    mkdirs(src, journal, walked)
     rules = ["--exclude=*.o", "--exclude=build/", "--exclude-path=/top/skip"]
     steps = [
         "mkdir -p a/build a/b top/skip && echo 1 > a/x.o && echo 2 > a/build/f && echo 3 > a/b/build && echo 4 > top/skip/f",

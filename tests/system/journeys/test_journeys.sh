@@ -48,7 +48,7 @@ open(sys.argv[1], "wb").write(plistlib.dumps(values))
 PY
     chown -R "$U:" "$HOMEDIR/.config"
 }
-item() { "$here/../write_items.py" "$SUPPORT/BackupItems.plist" "$1|$SRC|$2|Documents"; } # item FREQUENCY_COLUMN DEST
+item() { "$here/../items.py" "$SUPPORT/BackupItems.plist" "$1|$SRC|$2|Documents"; } # item FREQUENCY_COLUMN DEST
 put() { # put NAME TIME CONTENT: the user's file
     install -d -o "$U" -g "$U" "$(dirname "$SRC/$1")"
     printf '%s' "$3" > "$SRC/$1" && chown "$U:" "$SRC/$1" && touch -d "$2" "$SRC/$1"

@@ -175,13 +175,19 @@ def job_state(since):
 
 
 class FinishedNotice(unittest.TestCase):
-    def test_closes_by_itself_after_the_set_delay_with_the_chosen_sound(self):
-        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=2, TimeUnit=0, PlaySound=True, Sound="Magic Bell")
-        answer()
-        open(PAPLAY_LOG, "w").close()
+    def finished(self, frequency, result, given=None, report=None, **values):
+        settings(**values)
+        answer(**(given or {}))
+        for path in (PAPLAY_LOG, OPENED_LOG):
+            open(path, "w").close()
         since = mark()
-        status, err, _ = notice("--finished", "Daily", "complete")
+        status, err, elapsed = notice("--finished", frequency, result, report=report)
         self.assertEqual(status, 0, err)
+        return since, elapsed
+
+    def test_closes_by_itself_after_the_set_delay_with_the_chosen_sound(self):
+        since, _ = self.finished("Daily", "complete", DisplayAlert=True, AutoDismissAlert=True, TimeValue=2, TimeUnit=0,
+                                 PlaySound=True, Sound="Magic Bell")
         notified, closed = shown(since), events(since, "close")
         self.assertEqual([(n["app"], n["body"], n["hints"]["x-kde-eventId"], n["hints"]["desktop-entry"], n["actions"]) for n in notified],
                          [("Orvane", "The daily backup is complete.", "backupComplete", "org.orvane.Orvane.notice", [])])
@@ -190,114 +196,68 @@ class FinishedNotice(unittest.TestCase):
         self.assertEqual(lines(PAPLAY_LOG), ["/Library/Sounds/Magic Bell.aiff"])
 
     def test_stays_until_the_user_closes_it_without_auto_dismiss(self):
-        settings(DisplayAlert=True, AutoDismissAlert=False, TimeValue=1, TimeUnit=0, PlaySound=False)
-        answer(close=2, after=3)
-        since = mark()
-        status, err, elapsed = notice("--finished", "Monthly", "complete")
-        self.assertEqual(status, 0, err)
+        since, elapsed = self.finished("Monthly", "complete", dict(close=2, after=3),
+                                       DisplayAlert=True, AutoDismissAlert=False, TimeValue=1, TimeUnit=0, PlaySound=False)
         self.assertEqual([e["body"] for e in shown(since)], ["The monthly backup is complete."])
         self.assertEqual(events(since, "close"), [], "only the user closed it")
         self.assertGreaterEqual(elapsed, 3)
 
     def test_nothing_shown_or_played_when_switched_off(self):
-        settings(DisplayAlert=False, PlaySound=False)
-        open(PAPLAY_LOG, "w").close()
-        since = mark()
-        status, err, elapsed = notice("--finished", "Daily", "errors")
-        self.assertEqual(status, 0, err)
+        since, elapsed = self.finished("Daily", "errors", DisplayAlert=False, PlaySound=False)
         self.assertEqual((events(since), lines(PAPLAY_LOG)), ([], []))
         self.assertLess(elapsed, 10)
 
     def test_error_notice_shows_the_log_of_its_frequency(self):
-        settings(DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
-        answer(action="Show Log")
-        open(OPENED_LOG, "w").close()
-        since = mark()
-        status, err, _ = notice("--finished", "Weekly", "errors")
-        self.assertEqual(status, 0, err)
+        since, _ = self.finished("Weekly", "errors", dict(action="Show Log"), DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
         self.assertEqual([(n["body"], n["hints"]["x-kde-eventId"], n["actions"]) for n in shown(since)],
                          [("The weekly backup finished with errors.", "backupErrors", ["Show Log"])])
         self.assertTrue(wait_for(lambda: lines(OPENED_LOG), 10), "the log viewer was not started")
         self.assertEqual(lines(OPENED_LOG), ["/var/log/orvane_weekly.log"])
 
     def test_a_caution_shows_what_the_run_reported(self):
-        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
-        answer()
         # The log is for administrators: no "Show Log" for this user.
         os.chmod("/var/log/orvane_daily.log", 0o640)
         self.addCleanup(os.chmod, "/var/log/orvane_daily.log", 0o644)
-        since = mark()
         report = "2026-01-01 10:00:00 1500 files in /media/b are no longer in /home/a; they were kept <ok>\n"
-        status, err, _ = notice("--finished", "Daily", "caution", report=report)
-        self.assertEqual(status, 0, err)
+        since, _ = self.finished("Daily", "caution", report=report, DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0,
+                                 PlaySound=False)
         self.assertEqual([(n["hints"]["x-kde-eventId"], n["body"], n["actions"]) for n in shown(since)],
                          [("backupCaution", "The daily backup finished, but something needs your attention.\n" + report.strip(), [])])
-
-    def test_the_next_end_notice_replaces_the_one_nobody_closed(self):
-        settings(DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
-        answer()
-        since = mark()
-        first = notice("--finished", "Weekly", "complete", background=True)
-        first.stdin.close()
-        self.assertTrue(wait_for(lambda: shown(since), 10))
-        time.sleep(1)
-        self.assertIsNone(first.poll(), "nobody closed it: it stays")
-        second = notice("--finished", "Weekly", "errors", background=True)
-        second.stdin.close()
-        self.assertEqual(first.wait(10), 0)
-        notified = shown(since)
-        self.assertEqual([e["hints"]["x-kde-eventId"] for e in notified], ["backupComplete", "backupErrors"])
-        self.assertEqual([e["id"] for e in events(since, "close")], [notified[0]["id"]], "the earlier notice went")
-        self.assertIsNone(second.poll())
-        second.terminate()
-        second.wait(10)
 
 
 class Questions(unittest.TestCase):
     def test_answers_a_run_does_not_give(self):
         """(ScriptRun gives Back Up Now, Delete and Keep through real runs.)"""
         deletions = ["--ask-deletions", "1500", "/media/backup", "/home/ann", "Weekly"]
-        for arguments, given, expected in ((["--prompt", "Daily"], {"action": "Skip"}, 1),
-                                           (["--prompt", "Daily"], {"close": 1}, 3),
-                                           (deletions, {"close": 1}, 2)):
+        for arguments, given, expected, environment in ((["--prompt", "Daily"], {"action": "Skip"}, 1, {}),
+                                                        (["--prompt", "Daily"], {"close": 1}, 3, {}),
+                                                        (deletions, {"close": 1}, 2, {}),
+                                                        # The bus found in the runtime folder.
+                                                        (["--prompt", "Daily", "manual"], {"action": "Back Up Now"}, 0, {"bus": False})):
             with self.subTest(arguments=arguments[0], answer=given):
                 answer(**given)
                 since = mark()
-                status, err, _ = notice(*arguments)
+                status, err, _ = notice(*arguments, **environment)
                 self.assertEqual(status, expected, err)
                 self.assertEqual(len(shown(since)), 1)
                 if expected == 3:
                     self.assertIn("without an answer", err)
-
-    def test_bus_found_in_the_runtime_folder_when_no_address_is_given(self):
-        answer(action="Back Up Now")
-        since = mark()
-        status, err, _ = notice("--prompt", "Daily", "manual", bus=False)
-        self.assertEqual(status, 0, err)
         self.assertEqual(shown(since)[0]["body"], "A manual backup is about to start.")
 
-    def test_the_question_goes_when_the_run_ends(self):
-        answer()
-        since = mark()
-        ask = notice("--ask-deletions", "12", "/b", "/a", "Daily", "manual", background=True)
-        self.assertTrue(wait_for(lambda: shown(since), 10))
-        ask.stdin.close()  # the run that asked is gone
-        self.assertEqual(ask.wait(10), 2)
-        self.assertEqual(len(events(since, "close")), 1, "the question was taken back")
-
-
-class Progress(unittest.TestCase):
-    def test_progress_ends_with_a_run_that_was_killed(self):
+    def test_the_question_and_the_job_go_when_the_run_ends(self):
         progress = "/tmp/ov_Weekly.progress"
         with open(progress, "w") as f:
             f.write("1 10 1 10 1 1\n")
         self.addCleanup(os.unlink, progress)
-        since = mark()
-        job = notice("--progress", progress, "Weekly", background=True)
-        self.assertTrue(wait_for(lambda: events(since, "job-update"), 10), "no job reached the desktop")
-        job.stdin.close()  # the run died; its progress file stays
-        self.assertEqual(job.wait(10), 0)
-        self.assertEqual(len(events(since, "job-terminate")), 1)
+        answer()
+        for arguments, appeared, expected, gone in ((["--ask-deletions", "12", "/b", "/a", "Daily", "manual"], "notify", 2, "close"),
+                                                    (["--progress", progress, "Weekly"], "job-update", 0, "job-terminate")):
+            since = mark()
+            running = notice(*arguments, background=True)
+            self.assertTrue(wait_for(lambda: events(since, appeared), 10), arguments[0])
+            running.stdin.close()  # the run is gone (its progress file stays)
+            self.assertEqual(running.wait(10), expected)
+            self.assertEqual(len(events(since, gone)), 1, arguments[0])
 
 
 class ScriptRun(unittest.TestCase):
@@ -387,41 +347,36 @@ class ScriptRun(unittest.TestCase):
 
 
 class Refusals(unittest.TestCase):
-    def test_no_bus_address_starts_no_bus(self):
+    def test_without_a_desktop_it_says_why_and_starts_no_bus(self):
         """The old program, started without the user's bus address on a
         display, left a dbus-launch and a dbus-daemon running as the user."""
         empty_runtime = os.path.join(WORK, "runtime-without-bus")
         os.makedirs(empty_runtime, exist_ok=True)
         os.chown(empty_runtime, user.pw_uid, user.pw_gid)
+        other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop"))
         settings(DisplayAlert=True, PlaySound=False)
         before = user_processes("dbus-daemon")
-        for arguments in (["--prompt", "Daily"], ["--progress", "/tmp/ov_Daily.progress", "Daily"]):
-            status, err, _ = notice(*arguments, bus=False, display=True, runtime_dir=empty_runtime)
-            self.assertEqual(status, 3, arguments)
-            self.assertIn("DBUS_SESSION_BUS_ADDRESS", err)
+        no_address = dict(bus=False, display=True, runtime_dir=empty_runtime)
+        for environment, said in ((no_address, ["DBUS_SESSION_BUS_ADDRESS"] * 2),
+                                  (dict(bus=other), ["no notification server", "no job progress server"])):
+            for arguments, words in zip((["--prompt", "Daily"], ["--progress", "/tmp/ov_Daily.progress", "Daily"]), said):
+                status, err, elapsed = notice(*arguments, **environment)
+                self.assertEqual(status, 3, arguments)
+                self.assertIn(words, err)
+                self.assertLess(elapsed, 10)
         time.sleep(0.5)
         self.assertEqual((user_processes("dbus-daemon"), user_processes("dbus-launch")), (before, []))
+        daemon.terminate()
 
         # The same environment does autolaunch a bus for a plain D-Bus client:
         # the check above would see one.
-        subprocess.run(as_user(["env", "-i"] + session_environment(bus=False, display=True, runtime_dir=empty_runtime)
+        subprocess.run(as_user(["env", "-i"] + session_environment(**no_address)
                                + ["dbus-send", "--session", "--dest=org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer.Ping"]),
                        capture_output=True, timeout=30)
         launched = [pid for pid in user_processes("dbus-daemon") if pid not in before]
         self.assertTrue(launched, "the environment does not reproduce autolaunching")
         for pid in launched + user_processes("dbus-launch"):
             os.kill(pid, 15)
-
-    def test_no_desktop_on_the_bus_is_said(self):
-        other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop"))
-        settings(DisplayAlert=True, PlaySound=False)
-        for arguments, server in ((["--prompt", "Daily"], "notification server"),
-                                  (["--progress", "/tmp/ov_Daily.progress", "Daily"], "job progress server")):
-            status, err, elapsed = notice(*arguments, bus=other)
-            self.assertEqual(status, 3, arguments)
-            self.assertIn("no " + server, err)
-            self.assertLess(elapsed, 10)
-        daemon.terminate()
 
     def test_wrong_calls_are_refused(self):
         for arguments in (["--nonsense"], [], ["--finished", "Hourly", "complete"], ["--finished", "Daily", "done"],

@@ -23,7 +23,7 @@ useradd --create-home --user-group "$user"
 # The item list as the pane installs it, written by another keyed-archive
 # writer than ours: the Documents item, now weekly, leaving out *.tmp and
 # the user's cache.
-"$here/../write_items.py" "/Library/Application Support/Orvane/BackupItems.plist" "1|$src|$dest|Backup Disk: Documents|*.tmp|$src/.cache"
+"$here/../items.py" "/Library/Application Support/Orvane/BackupItems.plist" "1|$src|$dest|Backup Disk: Documents|*.tmp|$src/.cache"
 
 as_user() { setpriv --reuid="$user" --regid="$user" --init-groups env HOME="/home/$user" LANG=C.UTF-8 "$@"; }
 # restore_cli EXPECTED-STATUS ARGUMENTS...: orvane-restore as the user; its

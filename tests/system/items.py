@@ -1,13 +1,30 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""write_items.py ARCHIVE ITEM...: the item list as the module installs it,
-written by another keyed-archive writer than ours (binary, mode 0644). Each
-ITEM is "FREQUENCY|SOURCE|DESTINATION|DESTINATION LABEL[|EXCLUSION...]"."""
+"""The item list as the module installs it, by another keyed-archive reader
+and writer than ours. An item is "FREQUENCY|SOURCE|DESTINATION|DESTINATION
+LABEL[|EXCLUSION...]"; read back, an exclusion removed from the backup too
+ends in " removed", and an unticked item's frequency starts with "-".
+  items.py ARCHIVE ITEM...   writes the list (binary, mode 0644)
+  items.py ARCHIVE           prints it, an item a line (nothing if unreadable)"""
 import os
 import plistlib
 import sys
 from plistlib import UID
+
+if len(sys.argv) == 2:
+    try:
+        archive = plistlib.load(open(sys.argv[1], "rb"))
+    except (OSError, ValueError):
+        sys.exit()
+    objects = archive["$objects"]
+    listed = lambda o, key: [objects[u.data] for u in objects[o[key].data]["NS.objects"]] if key in o else []
+    for item in (objects[u.data] for u in objects[archive["$top"]["root"].data]["NS.objects"]):
+        removed = listed(item, "OVExclusionsRemovedFromBackup")
+        print("|".join([("" if item.get("OVCheckColumn") else "-") + str(item["OVFrequencyColumn"])]
+                       + [objects[item[k].data] for k in ("OVSourcePath", "OVDestPath", "OVBackupDestination")]
+                       + [e + " removed" * (e in removed) for e in listed(item, "OVExclusions")]))
+    sys.exit()
 
 objects = ["$null"]
 
