@@ -103,7 +103,7 @@ for _ in $(seq 25); do xdotool search --onlyvisible --name 'Orvane Backup Log' >
 check "Escape closes the log" sh -c "! xdotool search --onlyvisible --name 'Orvane Backup Log' >/dev/null 2>&1"
 
 # The options: "wait until away" ticked with the keyboard and OK (the
-# tabs' pictures are make_help_screenshots.sh's).
+# tabs' pictures are dev/make-help-screenshots').
 xdotool mousemove --window "$window" 768 426 click 1
 dialog=$(timeout 10 xdotool search --sync --onlyvisible --name 'Orvane Options' | head -1)
 check "the options dialog opens" test -n "$dialog"
