@@ -24,12 +24,6 @@ class TestStartup : public QObject
 {
     Q_OBJECT
 
-    static mode_t modeOf(const char *file)
-    {
-        struct stat st;
-        return ::stat(file, &st) == 0 ? st.st_mode & 07777 : 0;
-    }
-
 private Q_SLOTS:
     void init()
     {
@@ -136,8 +130,9 @@ private Q_SLOTS:
     void toolCheckAlertsOnlyWithoutSetUserId()
     {
         const char *tool = OVFixedPaths::ManualBackupToolPath;
-        const mode_t installed = modeOf(tool);
-        QVERIFY(installed & S_ISUID);
+        struct stat st;
+        QVERIFY(::stat(tool, &st) == 0 && (st.st_mode & S_ISUID));
+        const mode_t installed = st.st_mode & 07777;
         {
             OVOrvanePref pane(nullptr, {});
             QTest::qWait(1300);
