@@ -10,23 +10,15 @@
 #include "OVSafetyNet.h"
 #include "OVSettingsDomain.h"
 #include "ovsheetchild.h"
+#include "ovtestfiles.h"
 
 #include <QDesktopServices>
-#include <QDir>
-#include <QFile>
-#include <QTest>
 
 class TestSettings : public QObject
 {
     Q_OBJECT
 
     QList<QUrl> m_opened;
-
-    static QByteArray readDomainFile()
-    {
-        QFile file(OVSettingsDomain::path());
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
 
 public Q_SLOTS:
     void openUrl(const QUrl &url)
@@ -56,7 +48,7 @@ private Q_SLOTS:
         pane.showOptions(nullptr);
         UI(ui, kcfg_MaxArchives)->setValue(9);
         pane.hideOptions(UI(ui, okButton));
-        const QByteArray stored = readDomainFile();
+        const QByteArray stored = readFile(OVSettingsDomain::path());
         QVERIFY(!stored.isEmpty());
 
         pane.showOptions(nullptr);
@@ -64,7 +56,7 @@ private Q_SLOTS:
         UI(ui, kcfg_WaitUntilAway)->setChecked(true);
         UI(ui, kcfg_RemoteServerAddress)->setText(QStringLiteral("afp://elsewhere"));
         pane.hideOptions(UI(ui, cancelButton));
-        QCOMPARE(readDomainFile(), stored);
+        QCOMPARE(readFile(OVSettingsDomain::path()), stored);
         QCOMPARE(UI(ui, kcfg_MaxArchives)->value(), 9);
         QVERIFY(!UI(ui, kcfg_WaitUntilAway)->isChecked());
         QVERIFY(UI(ui, kcfg_RemoteServerAddress)->text().isEmpty());
@@ -88,9 +80,7 @@ private Q_SLOTS:
         QVERIFY(UI(ui, anacronTextField)->text().isEmpty());
         pane.hideOptions(UI(ui, cancelButton));
 
-        QFile table(QStringLiteral("/etc/anacrontab"));
-        QVERIFY(table.open(QIODevice::WriteOnly));
-        table.close();
+        writeFile(QStringLiteral("/etc/anacrontab"), QByteArray());
         pane.showOptions(nullptr);
         QVERIFY(!UI(ui, kcfg_WeeklyMinute)->isEnabled() && !UI(ui, kcfg_DayOfMonth)->isEnabled());
         QVERIFY(UI(ui, kcfg_ArchiveItems)->isEnabled());
