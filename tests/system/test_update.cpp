@@ -220,22 +220,17 @@ private Q_SLOTS:
 
         serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.0"))));
         const QString urlFile = OVBundle::pathForResource(QStringLiteral("MacPAD"), QStringLiteral("url"));
-        const QString saved = urlFile + QStringLiteral(".installed");
-        if (!QFile::exists(saved)) {
-            QVERIFY(QFile::copy(urlFile, saved));
-        }
+        static const QByteArray installed = readFile(urlFile);
+        QVERIFY(!installed.isEmpty());
         QFile::remove(urlFile);
-        if (contents.isEmpty()) {
-            QVERIFY(QFile::copy(saved, urlFile));
-        } else if (contents != "-") {
-            writeFile(urlFile, contents);
+        if (contents != "-") {
+            writeFile(urlFile, contents.isEmpty() ? installed : contents);
         }
 
         MacPADSocket socket;
         socket.performCheckWithVersion(QStringLiteral("1.0"));
         const Answer answer = waitForAnswer(socket);
-        QFile::remove(urlFile);
-        QVERIFY(QFile::copy(saved, urlFile));
+        writeFile(urlFile, installed);
         QCOMPARE(answer.code, code);
         QCOMPARE(answer.message, message);
         QCOMPARE(requests().size(), code == 5 ? 1 : 0);
