@@ -16,10 +16,12 @@
 #include "ovtestfiles.h"
 
 #include <KMessageWidget>
+#include <PolkitQt1/Authority>
 
 #include <QAction>
 #include <QComboBox>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QToolButton>
 
@@ -52,6 +54,22 @@ class TestLock : public QObject
             states += control<QWidget>(pane, name)->isEnabled() ? QLatin1Char(name[0]) : QLatin1Char('-');
         }
         return states + (pane.backupItems()->isEditable() ? QLatin1Char('t') : QLatin1Char('-'));
+    }
+
+    // Clicks the lock and waits for the alert that says why it stays shut.
+    static void clickLockExpecting(const char *explanationKey)
+    {
+        OVOrvanePref pane(nullptr, {});
+        auto *lock = control<QToolButton>(pane, "lockButton");
+        QVERIFY(!pane.isAuthorized());
+        lock->click();
+        QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert")), 30000);
+        auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert"));
+        QCOMPARE(alert->text(), OVLocalized(explanationKey));
+        QCOMPARE(alert->windowTitle(), OVLocalized("LockUnavailable"));
+        QVERIFY(!alert->text().isEmpty());
+        QVERIFY(!pane.isAuthorized());
+        QVERIFY(lock->isChecked());
     }
 
 private Q_SLOTS:
@@ -213,6 +231,30 @@ private Q_SLOTS:
         QVERIFY(!OVSaveJob::unapplied());
         QVERIFY(!message->isVisibleTo(&pane));
         QCOMPARE(pane.backupItems()->rowCount(), rows - 1);
+    }
+
+    // Run by lock/run_lock_unavailable.sh, when nobody can ask for the
+    // password: no polkit authority on the system bus, or polkitd with no
+    // agent in the session. Either way the click says why, and the lock
+    // stays closed.
+    void answersThatAreNoRefusal()
+    {
+        using PolkitQt1::Authority;
+        QCOMPARE(OVLock::failureFor(Authority::Yes, false), OVLock::Failure::None);
+        QCOMPARE(OVLock::failureFor(Authority::No, false), OVLock::Failure::None);
+        QCOMPARE(OVLock::failureFor(Authority::Challenge, false), OVLock::Failure::NoAgent);
+        QCOMPARE(OVLock::failureFor(Authority::Unknown, false), OVLock::Failure::NoAuthority);
+        QCOMPARE(OVLock::failureFor(Authority::No, true), OVLock::Failure::NoAuthority);
+    }
+
+    void noAuthority()
+    {
+        clickLockExpecting("NoPolkitExplanation");
+    }
+
+    void noAgent()
+    {
+        clickLockExpecting("NoPolkitAgentExplanation");
     }
 };
 
