@@ -205,12 +205,12 @@ private Q_SLOTS:
         QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("report.txt")}));
         QCOMPARE(window.versionCount(), 4);
         QCOMPARE(window.windowTitle(), QStringLiteral("Restore: Documents"));
+        const auto shot = [&window](const char *name) {
+            const QString shots = qEnvironmentVariable("OV_SCREENSHOTS");
+            return shots.isEmpty() || (QDir().mkpath(shots) && window.grab().save(shots + QLatin1Char('/') + QLatin1String(name)));
+        };
+        QVERIFY(shot("restore-window.png"));
         auto *versions = window.findChild<QTreeWidget *>(QStringLiteral("versionList"));
-        const QString shots = qEnvironmentVariable("OV_SCREENSHOTS");
-        if (!shots.isEmpty()) {
-            QDir().mkpath(shots);
-            QVERIFY(window.grab().save(shots + QStringLiteral("/restore-window.png")));
-        }
         // A cut text shows whole as its tip.
         versions->setColumnWidth(0, 40);
         const QRect cell = versions->visualRect(versions->model()->index(0, 0));
@@ -226,14 +226,9 @@ private Q_SLOTS:
         QVERIFY(treeView->isExpanded(folder));
         QVERIFY(treeView->model()->rowCount(folder) >= 2);
         // What the item leaves out: said so.
-        const auto stateOf = [treeView](const QString &name) {
-            const QModelIndex root = treeView->model()->index(0, 0);
-            for (int row = 0; row < treeView->model()->rowCount(root); ++row) {
-                if (treeView->model()->index(row, 0, root).data().toString() == name) {
-                    return treeView->model()->index(row, 1, root).data().toString();
-                }
-            }
-            return QStringLiteral("<absent>");
+        const auto stateOf = [model = treeView->model()](const QString &name) {
+            const QModelIndexList found = model->match(model->index(0, 0, model->index(0, 0)), Qt::DisplayRole, name, 1, Qt::MatchExactly);
+            return found.isEmpty() ? QStringLiteral("<absent>") : found.first().siblingAtColumn(1).data().toString();
         };
         QCOMPARE(stateOf(QStringLiteral("notes.tmp")), QStringLiteral("Excluded"));
         QCOMPARE(stateOf(QStringLiteral("report.txt")), QStringLiteral("Backed up"));
@@ -241,9 +236,7 @@ private Q_SLOTS:
         window.setAsOf(QDate(2026, 1, 5));
         window.openAt(Source + QStringLiteral("/Projekt/Daten"));
         QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("Projekt/Daten")}));
-        if (!shots.isEmpty()) {
-            QVERIFY(window.grab().save(shots + QStringLiteral("/restore-window-as-of.png")));
-        }
+        QVERIFY(shot("restore-window-as-of.png"));
         // Never backed up.
         writeFile(Source + QStringLiteral("/fresh.txt"), QByteArray());
         window.setAsOf(QDate());
