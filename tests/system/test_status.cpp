@@ -177,22 +177,18 @@ private Q_SLOTS:
         // (Locked, no status button can be used: test_lock.)
     }
 
-    // The poll goes on every five seconds and stops while the options are
-    // open. (The pane's rows as the user sees them: test_leave_module.)
-    void panePollsButNotUnderTheOptions()
+    // The pane's poll goes on every five seconds and stops while the options
+    // are open (its rows as the user sees them: test_leave_module); its log
+    // sheet chooses the file to show.
+    void panePollAndLogSheet()
     {
+        OVSettingsDomain::remove();
         OVOrvanePref pane(nullptr, {});
         QVERIFY(pane.statusMonitor()->isTimerActive());
         pane.showOptions(nullptr);
         QVERIFY(!pane.statusMonitor()->isTimerActive());
         pane.hideOptions(nullptr);
         QVERIFY(pane.statusMonitor()->isTimerActive());
-    }
-
-    void logSheetChoosesItsFile()
-    {
-        OVSettingsDomain::remove();
-        OVOrvanePref pane(nullptr, {});
         pane.show();
         OVLogSheet *sheet = pane.logSheet();
         Ui::OVLogSheet *ui = sheet->ui();
