@@ -16,23 +16,15 @@
 #include "ovtestfiles.h"
 
 #include <KMessageWidget>
+#include <PolkitQt1/Authority>
 
 #include <QAction>
-#include <QApplication>
-#include <QMessageBox>
-#include <QTimer>
-#include <QVBoxLayout>
-
 #include <QComboBox>
-#include <QDir>
-#include <QFile>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
-#include <QTableView>
-#include <QTest>
 #include <QToolButton>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 class TestLock : public QObject
@@ -45,10 +37,12 @@ class TestLock : public QObject
         return pane.findChild<T *>(QString::fromLatin1(name));
     }
 
-    // Each control named by the master switch's rules, enabled or not.
-    static QMap<QString, bool> enabledStates(OVOrvanePref &pane)
+    // Which of the controls the lock and the master switch govern are
+    // enabled, one letter each, "-" where not: the master switch, Add,
+    // Delete, Options, Backup, the three status buttons and the table.
+    static QString enabledStates(OVOrvanePref &pane)
     {
-        QMap<QString, bool> states;
+        QString states;
         for (const char *name : {"masterPopUp",
                                  "addFolderButton",
                                  "deleteFolderButton",
@@ -57,23 +51,25 @@ class TestLock : public QObject
                                  "lastDailyBackup",
                                  "lastWeeklyBackup",
                                  "lastMonthlyBackup"}) {
-            states.insert(QString::fromLatin1(name), pane.findChild<QWidget *>(QString::fromLatin1(name))->isEnabled());
+            states += control<QWidget>(pane, name)->isEnabled() ? QLatin1Char(name[0]) : QLatin1Char('-');
         }
-        states.insert(QStringLiteral("table"), pane.backupItems()->isEditable());
-        return states;
+        return states + (pane.backupItems()->isEditable() ? QLatin1Char('t') : QLatin1Char('-'));
     }
 
-    static QMap<QString, bool> expect(bool master, bool add, bool del, bool options, bool status, bool table)
+    // Clicks the lock and waits for the alert that says why it stays shut.
+    static void clickLockExpecting(const char *explanationKey)
     {
-        return {{QStringLiteral("masterPopUp"), master},
-                {QStringLiteral("addFolderButton"), add},
-                {QStringLiteral("deleteFolderButton"), del},
-                {QStringLiteral("optionsButton"), options},
-                {QStringLiteral("backupButton"), false},
-                {QStringLiteral("lastDailyBackup"), status},
-                {QStringLiteral("lastWeeklyBackup"), status},
-                {QStringLiteral("lastMonthlyBackup"), status},
-                {QStringLiteral("table"), table}};
+        OVOrvanePref pane(nullptr, {});
+        auto *lock = control<QToolButton>(pane, "lockButton");
+        QVERIFY(!pane.isAuthorized());
+        lock->click();
+        QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert")), 30000);
+        auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert"));
+        QCOMPARE(alert->text(), OVLocalized(explanationKey));
+        QCOMPARE(alert->windowTitle(), OVLocalized("LockUnavailable"));
+        QVERIFY(!alert->text().isEmpty());
+        QVERIFY(!pane.isAuthorized());
+        QVERIFY(lock->isChecked());
     }
 
 private Q_SLOTS:
@@ -154,26 +150,23 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}, {QStringLiteral("Master"), 0}}));
         // Every frequency has finished a backup (run_lock_test.sh wrote the
         // markers as root), so its button may be used.
-        for (const char *folder : {OVFixedPaths::DailyFolder, OVFixedPaths::WeeklyFolder, OVFixedPaths::MonthlyFolder}) {
-            QVERIFY(QFile::exists(QString::fromUtf8(folder) + QStringLiteral("/.lastbackup")));
-        }
         OVOrvanePref pane(nullptr, {});
 
-        // One item: it cannot be deleted.
-        QCOMPARE(enabledStates(pane), expect(true, true, false, true, true, true));
+        // One item: it cannot be deleted. Nothing is complete to back up now.
+        QCOMPARE(enabledStates(pane), QStringLiteral("ma-o-lllt"));
         pane.addBackupItem(&pane);
-        QCOMPARE(enabledStates(pane), expect(true, true, true, true, true, true));
+        QCOMPARE(enabledStates(pane), QStringLiteral("mado-lllt"));
 
         auto *master = control<QComboBox>(pane, "masterPopUp");
         master->setCurrentIndex(1);
         pane.masterToggle(master);
-        QCOMPARE(enabledStates(pane), expect(true, false, false, true, true, false));
+        QCOMPARE(enabledStates(pane), QStringLiteral("m--o-lll-"));
         QVERIFY(!(pane.backupItems()->flags(pane.backupItems()->index(0, 0)) & Qt::ItemIsSelectable));
 
         master->setCurrentIndex(0);
         pane.masterToggle(master);
         pane.removePrivilege();
-        QCOMPARE(enabledStates(pane), expect(false, false, false, false, false, false));
+        QCOMPARE(enabledStates(pane), QStringLiteral("---------"));
         QVERIFY(control<QPushButton>(pane, "lastDailyBackup")->toolTip().isEmpty());
     }
 
@@ -238,6 +231,30 @@ private Q_SLOTS:
         QVERIFY(!OVSaveJob::unapplied());
         QVERIFY(!message->isVisibleTo(&pane));
         QCOMPARE(pane.backupItems()->rowCount(), rows - 1);
+    }
+
+    // Run by lock/run_lock_unavailable.sh, when nobody can ask for the
+    // password: no polkit authority on the system bus, or polkitd with no
+    // agent in the session. Either way the click says why, and the lock
+    // stays closed.
+    void answersThatAreNoRefusal()
+    {
+        using PolkitQt1::Authority;
+        QCOMPARE(OVLock::failureFor(Authority::Yes, false), OVLock::Failure::None);
+        QCOMPARE(OVLock::failureFor(Authority::No, false), OVLock::Failure::None);
+        QCOMPARE(OVLock::failureFor(Authority::Challenge, false), OVLock::Failure::NoAgent);
+        QCOMPARE(OVLock::failureFor(Authority::Unknown, false), OVLock::Failure::NoAuthority);
+        QCOMPARE(OVLock::failureFor(Authority::No, true), OVLock::Failure::NoAuthority);
+    }
+
+    void noAuthority()
+    {
+        clickLockExpecting("NoPolkitExplanation");
+    }
+
+    void noAgent()
+    {
+        clickLockExpecting("NoPolkitAgentExplanation");
     }
 };
 

@@ -4,7 +4,8 @@
 // Orvane's lines in /etc/crontab and /etc/anacrontab: the edits, the tables
 // the real helper installs, anacron's own check and a real anacron run; the
 // pane's save (the scripts installed and run as cron runs them, the backup
-// button) and master switch. Runs as root in the sandbox with polkitd.
+// button) and master switch; the launcher's queue the pane hands them to.
+// Runs as root in the sandbox with polkitd.
 #include "OVBackupItemModel.h"
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
@@ -31,40 +32,17 @@ using namespace OVScheduleTables;
 
 namespace
 {
-const QByteArray DebianCrontab =
-    "# /etc/crontab: system-wide crontab\n"
-    "# Unlike any other crontab you don't have to run the `crontab'\n"
-    "SHELL=/bin/sh\n"
-    "PATH=/usr/local/sbin:/usr/local/bin:/sbin:/bin:/usr/sbin:/usr/bin\n"
-    "\n"
-    "# Example of job definition:\n"
-    "17 *\t* * *\troot\tcd / && run-parts --report /etc/cron.hourly\n"
-    "25 6\t* * *\troot\ttest -x /usr/sbin/anacron || { cd / && run-parts --report /etc/cron.daily; }\n"
-    "47 6\t* * 7\troot\ttest -x /usr/sbin/anacron || { cd / && run-parts --report /etc/cron.weekly; }\n"
-    "52 6\t1 * *\troot\ttest -x /usr/sbin/anacron || { cd / && run-parts --report /etc/cron.monthly; }\n"
-    "#\n";
-const QByteArray DebianAnacrontab =
-    "# /etc/anacrontab: configuration file for anacron\n"
-    "SHELL=/bin/sh\n"
-    "HOME=/root\n"
-    "LOGNAME=root\n"
-    "1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n"
-    "7\t10\tcron.weekly\trun-parts --report /etc/cron.weekly\n"
-    "@monthly\t15\tcron.monthly\trun-parts --report /etc/cron.monthly\n";
+// The machine's own tables, as Debian's cron and anacron packages install
+// them, read before any test writes the sandbox's copies.
+QByteArray DebianCrontab;
+QByteArray DebianAnacrontab;
 
-// Hands the edited tables to install_crontab, as the pane does, and waits
-// for its answer (root needs no unlock).
-bool installed(const std::optional<QByteArray> &crontab, const std::optional<QByteArray> &anacrontab = std::nullopt)
+// Hands the parts to a helper, as the pane does, and waits for its answer
+// (root needs no unlock).
+bool launched(const char *tool, const OVToolLauncher::Parts &parts)
 {
     QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
-    OVToolLauncher::Parts parts;
-    if (crontab) {
-        parts.append({"crontab", *crontab});
-    }
-    if (anacrontab) {
-        parts.append({"anacrontab", *anacrontab});
-    }
-    OVToolLauncher::launch(OVFixedPaths::InstallCrontabTool, OVToolLauncher::parts(parts));
+    OVToolLauncher::launch(tool, OVToolLauncher::parts(parts));
     if (!OVToolLauncher::instance()->waitForAll(30000) || finished.size() != 1) {
         return false;
     }
@@ -72,6 +50,18 @@ bool installed(const std::optional<QByteArray> &crontab, const std::optional<QBy
         qWarning() << finished.first();
     }
     return finished.first().at(1).toBool();
+}
+
+bool installed(const std::optional<QByteArray> &crontab, const std::optional<QByteArray> &anacrontab = std::nullopt)
+{
+    OVToolLauncher::Parts parts;
+    if (crontab) {
+        parts.append({"crontab", *crontab});
+    }
+    if (anacrontab) {
+        parts.append({"anacrontab", *anacrontab});
+    }
+    return launched(OVFixedPaths::InstallCrontabTool, parts);
 }
 
 OVBackupItem item(int frequency, const char *destination = "/root/destination")
@@ -97,6 +87,9 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(qEnvironmentVariableIsSet("OV_IN_SANDBOX"), "runs only inside tests/sandbox/ov-sandbox");
+        DebianCrontab = readFile(OVFixedPaths::Crontab);
+        DebianAnacrontab = readFile(OVFixedPaths::Anacrontab);
+        QVERIFY2(DebianCrontab.contains("run-parts") && DebianAnacrontab.contains("cron.daily"), "needs Debian's cron and anacron (dev/install-deps test)");
         m_times.at = {{{30, 15}, {5, 0}, {45, 11}}};
         m_times.weekday = 6;
         m_times.dayOfMonth = 28;
@@ -156,43 +149,26 @@ private Q_SLOTS:
     void anacronAcceptsAndRunsTheTable()
     {
         QVERIFY(installed(std::nullopt, anacrontabWith({true, true, true})));
-        QProcess check;
-        check.start(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)});
-        QVERIFY(check.waitForFinished());
-        QCOMPARE(check.exitCode(), 0);
+        QCOMPARE(QProcess::execute(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)}), 0);
 
         // A real daily script, installed by install_scripts, backs up one folder.
-        const QString marker = path(OVFixedPaths::DailyFolder) + QStringLiteral("/.lastbackup");
-        QFile::remove(marker);
+        QFile::remove(path(OVFixedPaths::DailyLastBackup));
         writeFile(QStringLiteral("/root/source/file"), "daily");
         QDir().mkpath(QStringLiteral("/root/destination"));
-        QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
         OVSettings settings;
         settings.setSafetyNet(false);
-        const auto scripts = OVScriptBuilder::buildScheduledScripts({item(int(OVFrequency::Daily))}, settings, QString());
-        OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts(scripts));
-        QVERIFY(OVToolLauncher::instance()->waitForAll(30000));
-        QCOMPARE(finished.size(), 1);
-        QVERIFY2(finished.first().at(1).toBool(), qPrintable(finished.first().at(2).toString()));
+        QVERIFY(launched(OVFixedPaths::InstallScriptsTool, OVScriptBuilder::buildScheduledScripts({item(int(OVFrequency::Daily))}, settings, QString())));
 
         const QString spool = QStringLiteral("/tmp/anacron-spool");
         QDir(spool).removeRecursively();
         QDir().mkpath(spool);
         QProcess anacron;
         anacron.start(QStringLiteral("anacron"),
-                      {QStringLiteral("-d"),
-                       QStringLiteral("-n"),
-                       QStringLiteral("-s"),
-                       QStringLiteral("-t"),
-                       path(OVFixedPaths::Anacrontab),
-                       QStringLiteral("-S"),
-                       spool,
-                       QStringLiteral("orvane.daily")});
+                      QStringLiteral("-d -n -s -t %1 -S %2 orvane.daily").arg(path(OVFixedPaths::Anacrontab), spool).split(QLatin1Char(' ')));
         QVERIFY(anacron.waitForFinished(60000));
         QCOMPARE(anacron.exitCode(), 0);
-        QFile markerFile(marker);
-        QVERIFY2(markerFile.open(QIODevice::ReadOnly), anacron.readAllStandardError().constData());
-        QCOMPARE(markerFile.readAll(), QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
+        QVERIFY2(QFile::exists(path(OVFixedPaths::DailyLastBackup)), anacron.readAllStandardError().constData());
+        QCOMPARE(readFile(OVFixedPaths::DailyLastBackup), QDate::currentDate().toString(QStringLiteral("MM/dd/yy")).toLatin1());
         QVERIFY(QFile::exists(spool + QStringLiteral("/orvane.daily")));
         QCOMPARE(readFile("/root/destination/file"), QByteArray("daily"));
     }
@@ -290,6 +266,42 @@ private Q_SLOTS:
         pane.masterToggle(master);
         QVERIFY(OVSaveJob::finishAll(10000));
         QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
+    }
+
+    // Each tool's result and its refusal line come back through the signal,
+    // in launch order, also of a tool that cannot start, and waitForAll
+    // holds until the queue is done.
+    void launcherReportsEachToolInOrder()
+    {
+        OVToolLauncher *launcher = OVToolLauncher::instance();
+        QSignalSpy finished(launcher, &OVToolLauncher::toolFinished);
+        OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool, QByteArrayLiteral("not a property list"));
+        OVToolLauncher::launch(OVFixedPaths::ArchiveTableTool, QByteArrayLiteral("bplist00 items"));
+        OVToolLauncher::launch(OVFixedPaths::InstallScriptsTool, OVToolLauncher::parts({{"daily", "#!/bin/sh\nid\n"}}));
+        OVToolLauncher::launch("no_such_tool");
+        QVERIFY(launcher->isBusy());
+        QVERIFY(launcher->waitForAll(30000));
+        QVERIFY(!launcher->isBusy());
+        QCOMPARE(finished.count(), 4);
+        const struct {
+            const char *tool;
+            bool ok;
+            const char *message;
+        } expected[] = {
+            {"archive_table", false, "archive_table: refused: the item list is not a property list"},
+            {"archive_table", true, ""},
+            {"install_scripts", false, "not Orvane's backup script"},
+            {"no_such_tool", false, "no_such_tool: cannot be started"},
+        };
+        for (int i = 0; i < 4; ++i) {
+            QCOMPARE(finished.at(i).at(0).toString(), QLatin1String(expected[i].tool));
+            QCOMPARE(finished.at(i).at(1).toBool(), expected[i].ok);
+            QVERIFY2(finished.at(i).at(2).toString().contains(QLatin1String(expected[i].message)), qPrintable(finished.at(i).at(2).toString()));
+        }
+        QCOMPARE(finished.at(0).at(2).toString(), QLatin1String(expected[0].message));
+        QFile archive(QString::fromUtf8(OVFixedPaths::ItemsArchive));
+        QVERIFY(archive.open(QIODevice::ReadOnly));
+        QCOMPARE(archive.readAll(), QByteArray("bplist00 items"));
     }
 };
 

@@ -33,18 +33,17 @@ class TestStatus : public QObject
     OVStatusMonitor *m_monitor = nullptr;
     QProcess m_ruby;
 
-    static QString marker(const char *folder)
+    // The row's image as one of the bundle's, or "none".
+    QString imageOf(int row) const
     {
-        return path(folder) + QStringLiteral("/.lastbackup");
-    }
-
-    static void removeStatusFiles()
-    {
-        for (const auto &files : OVFixedPaths::Scheduled) {
-            for (const char *file : {files.runFlag, files.errors, files.log, files.lastBackup, files.lastRun}) {
-                QFile::remove(path(file));
+        const QImage shown = m_rows[row].image->pixmap(Qt::ReturnByValue).toImage();
+        for (const char *name : {"complete", "caution"}) {
+            const QImage image(QStringLiteral("/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/%1.tiff").arg(QLatin1String(name)));
+            if (!shown.isNull() && shown.convertToFormat(image.format()) == image) {
+                return QLatin1String(name);
             }
         }
+        return shown.isNull() ? QStringLiteral("none") : QStringLiteral("another");
     }
 
 private Q_SLOTS:
@@ -78,10 +77,12 @@ private Q_SLOTS:
 
     void init()
     {
-        removeStatusFiles();
-        QDir().mkpath(path(OVFixedPaths::DailyFolder));
-        QDir().mkpath(path(OVFixedPaths::WeeklyFolder));
-        QDir().mkpath(path(OVFixedPaths::MonthlyFolder));
+        for (const auto &files : OVFixedPaths::Scheduled) {
+            QDir().mkpath(path(files.folder));
+            for (const char *file : {files.runFlag, files.errors, files.log, files.lastBackup, files.lastRun}) {
+                QFile::remove(path(file));
+            }
+        }
         m_authorized = false;
     }
 
@@ -89,43 +90,40 @@ private Q_SLOTS:
     {
         m_authorized = true;
         m_monitor->updateLogButtons();
-        for (const auto &row : m_rows) {
-            QCOMPARE(row.button->text(), OVLocalized("None"));
-            QVERIFY(!row.button->isEnabled());
-            QVERIFY(row.button->toolTip().isEmpty());
-            QVERIFY(row.image->pixmap(Qt::ReturnByValue).isNull());
+        for (int row = 0; row < 3; ++row) {
+            QCOMPARE(m_rows[row].button->text(), OVLocalized("None"));
+            QVERIFY(!m_rows[row].button->isEnabled());
+            QVERIFY(m_rows[row].button->toolTip().isEmpty());
+            QCOMPARE(imageOf(row), QStringLiteral("none"));
         }
 
-        writeFile(marker(OVFixedPaths::DailyFolder), "12/31/05\n");
-        writeFile(marker(OVFixedPaths::WeeklyFolder), "07/04/06");
+        writeFile(path(OVFixedPaths::DailyLastBackup), "12/31/05\n");
+        writeFile(path(OVFixedPaths::WeeklyLastBackup), "07/04/06");
         writeFile(path(OVFixedPaths::WeeklyErrors), "rsync: failed\n");
-        writeFile(marker(OVFixedPaths::MonthlyFolder), "not a date");
+        writeFile(path(OVFixedPaths::MonthlyLastBackup), "not a date");
         m_monitor->updateLogButtons();
         const QString shown = QLocale::system().toString(QDate(2005, 12, 31), QLocale::ShortFormat);
         QCOMPARE(m_rows[0].button->text(), shown);
         QVERIFY(m_rows[0].button->isEnabled());
         QCOMPARE(m_rows[0].button->toolTip(), OVLocalized("ViewLog"));
-        const QImage complete(QStringLiteral("/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/complete.tiff"));
-        const QImage caution(QStringLiteral("/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/caution.tiff"));
-        QCOMPARE(m_rows[0].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(complete.format()), complete);
-        QCOMPARE(m_rows[1].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(caution.format()), caution);
+        QCOMPARE(imageOf(0), QStringLiteral("complete"));
+        QCOMPARE(imageOf(1), QStringLiteral("caution"));
         // Not a date: "None", but the result and the button still show.
         QCOMPARE(m_rows[2].button->text(), OVLocalized("None"));
         QVERIFY(m_rows[2].button->isEnabled());
-        QCOMPARE(m_rows[2].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(complete.format()), complete);
+        QCOMPARE(imageOf(2), QStringLiteral("complete"));
 
         // A manual run refreshed the daily marker: the daily row shows the
         // last scheduled run recorded beside it, or none.
-        writeFile(marker(OVFixedPaths::DailyFolder), "01/05/07\n");
-        writeFile(path(OVFixedPaths::Scheduled[0].lastRun), "manual 01/05/07 complete\n");
+        writeFile(path(OVFixedPaths::DailyLastBackup), "01/05/07\n");
+        writeFile(path(OVFixedPaths::DailyLastRun), "manual 01/05/07 complete\n");
         m_monitor->updateLogButtons();
         QCOMPARE(m_rows[0].button->text(), OVLocalized("None"));
-        QVERIFY(m_rows[0].image->pixmap(Qt::ReturnByValue).isNull());
-        writeFile(path(OVFixedPaths::Scheduled[0].lastRun), "scheduled 12/31/05 caution\nmanual 01/05/07 complete\n");
+        QCOMPARE(imageOf(0), QStringLiteral("none"));
+        writeFile(path(OVFixedPaths::DailyLastRun), "scheduled 12/31/05 caution\nmanual 01/05/07 complete\n");
         m_monitor->updateLogButtons();
         QCOMPARE(m_rows[0].button->text(), shown);
-        QCOMPARE(m_rows[0].image->pixmap(Qt::ReturnByValue).toImage().convertToFormat(caution.format()), caution);
-        QFile::remove(path(OVFixedPaths::Scheduled[0].lastRun));
+        QCOMPARE(imageOf(0), QStringLiteral("caution"));
 
         // A flag is stale unless the PID in it is a live backup script: one
         // whose process is gone is ignored and removed, also when it cannot
@@ -179,22 +177,18 @@ private Q_SLOTS:
         // (Locked, no status button can be used: test_lock.)
     }
 
-    // The poll goes on every five seconds and stops while the options are
-    // open. (The pane's rows as the user sees them: test_leave_module.)
-    void panePollsButNotUnderTheOptions()
+    // The pane's poll goes on every five seconds and stops while the options
+    // are open (its rows as the user sees them: test_leave_module); its log
+    // sheet chooses the file to show.
+    void panePollAndLogSheet()
     {
+        OVSettingsDomain::remove();
         OVOrvanePref pane(nullptr, {});
         QVERIFY(pane.statusMonitor()->isTimerActive());
         pane.showOptions(nullptr);
         QVERIFY(!pane.statusMonitor()->isTimerActive());
         pane.hideOptions(nullptr);
         QVERIFY(pane.statusMonitor()->isTimerActive());
-    }
-
-    void logSheetChoosesItsFile()
-    {
-        OVSettingsDomain::remove();
-        OVOrvanePref pane(nullptr, {});
         pane.show();
         OVLogSheet *sheet = pane.logSheet();
         Ui::OVLogSheet *ui = sheet->ui();

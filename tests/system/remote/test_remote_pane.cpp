@@ -14,12 +14,10 @@
 #include "OVRemoteServer.h"
 #include "OVSettingsDomain.h"
 #include "ovsheetchild.h"
+#include "ovtestfiles.h"
 
-#include <QDir>
-#include <QFile>
 #include <QMessageBox>
 #include <QProcess>
-#include <QTest>
 
 using OVRemoteServer::Server;
 using OVRemoteServer::StoreResult;
@@ -45,13 +43,16 @@ class TestRemotePane : public QObject
     }
     static QString password()
     {
-        QFile file(qEnvironmentVariable("OV_REMOTE_PASSWORD_FILE"));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
+        return QString::fromUtf8(readFile(qEnvironmentVariable("OV_REMOTE_PASSWORD_FILE"))).trimmed();
     }
     static bool mounted(const QString &point)
     {
-        QFile info(QStringLiteral("/proc/self/mountinfo"));
-        return info.open(QIODevice::ReadOnly) && info.readAll().contains(QByteArray(' ' + point.toUtf8() + ' '));
+        return readFile("/proc/self/mountinfo").contains(QByteArray(' ' + point.toUtf8() + ' '));
+    }
+    static StoreResult store(const Server &server, const char *password)
+    {
+        QString error;
+        return OVRemoteServer::addAutoConnectPassword(server, QString::fromUtf8(password), &error);
     }
 
 private Q_SLOTS:
@@ -64,34 +65,32 @@ private Q_SLOTS:
     // first; a bad address stores nothing and loses nothing.
     void storeReadBackAndReplace()
     {
-        QString error;
         const Server first{QStringLiteral("smb://fileserver"), QStringLiteral("alice"), QStringLiteral("share")};
-        QCOMPARE(OVRemoteServer::addAutoConnectPassword(first, QStringLiteral("pässwörd 1"), &error), StoreResult::Stored);
+        QCOMPARE(store(first, "pässwörd 1"), StoreResult::Stored);
         QCOMPARE(OVRemoteServer::autoConnectPassword(first), QStringLiteral("pässwörd 1"));
         QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
 
         const Server second{QStringLiteral("smb://fileserver"), QStringLiteral("bob"), QStringLiteral("share")};
-        QCOMPARE(OVRemoteServer::addAutoConnectPassword(second, QStringLiteral("two"), &error), StoreResult::Stored);
+        QCOMPARE(store(second, "two"), StoreResult::Stored);
         QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
         QCOMPARE(OVRemoteServer::autoConnectPassword(second), QStringLiteral("two"));
         QCOMPARE(OVRemoteServer::autoConnectPassword(first), QString());
 
         for (const char *bad : {"fileserver", "ftp://fileserver"}) {
-            const Server invalid{QString::fromLatin1(bad), QStringLiteral("carol"), QStringLiteral("share")};
-            QCOMPARE(OVRemoteServer::addAutoConnectPassword(invalid, QStringLiteral("x"), &error), StoreResult::InvalidAddress);
+            QCOMPARE(store({QString::fromLatin1(bad), QStringLiteral("carol"), QStringLiteral("share")}, "x"), StoreResult::InvalidAddress);
         }
         QCOMPARE(OVRemoteServer::autoConnectPassword(second), QStringLiteral("two"));
 
         // The server is everything after the scheme, and the protocol is afp.
         const Server afp{QStringLiteral("afp://nas/"), QStringLiteral("bob"), QStringLiteral("share")};
-        QCOMPARE(OVRemoteServer::addAutoConnectPassword(afp, QStringLiteral("three"), &error), StoreResult::Stored);
+        QCOMPARE(store(afp, "three"), StoreResult::Stored);
         QCOMPARE(OVRemoteServer::autoConnectPassword(afp), QStringLiteral("three"));
         QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
 
         // An empty volume reads as no password.
         QCOMPARE(OVRemoteServer::autoConnectPassword({afp.address, afp.account, QString()}), QString());
 
-        QVERIFY(OVRemoteServer::deleteExistingKeys(&error));
+        QVERIFY(OVRemoteServer::deleteExistingKeys());
         QCOMPARE(OVRemoteServer::countAutoConnectItems(), 0);
     }
 
@@ -104,9 +103,8 @@ private Q_SLOTS:
             pane.hideOptions(UI(ui, okButton));
             QVERIFY(!pane.optionsSheet()->isVisible());
         }
-        QFile domain(OVSettingsDomain::path());
-        QVERIFY(domain.open(QIODevice::ReadOnly));
-        QVERIFY(!domain.readAll().contains(password().toUtf8()));
+        const QByteArray domain = readFile(OVSettingsDomain::path());
+        QVERIFY(!domain.isEmpty() && !domain.contains(password().toUtf8()));
         QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
 
         // Opening the options again shows it.
