@@ -340,38 +340,16 @@ struct Copier {
         return true;
     }
 
-    using Entries = std::vector<std::pair<std::string, unsigned char>>;
-
     // FROM's entries; none (named) when it cannot be read.
-    Entries list(int from, const std::string &prefix)
+    std::vector<FolderEntry> list(int from, const std::string &prefix)
     {
-        Entries entries;
-        const int listing = ::openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        DIR *d = listing < 0 ? nullptr : ::fdopendir(listing);
-        if (!d) {
-            if (listing >= 0)
-                ::close(listing);
+        std::vector<FolderEntry> entries;
+        if (!readFolder(from, entries)) {
             unread(prefix.empty() ? "." : prefix, errno);
-            return entries;
+            entries.clear();
         }
-        while (dirent *e = ::readdir(d)) {
-            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-                entries.emplace_back(e->d_name, e->d_type);
-        }
-        ::closedir(d);
         shared.seen += entries.size();
         return entries;
-    }
-
-    // FROM's contents into TO; TO's own owner, mode and times are the
-    // caller's, once everything below is in.
-    void folder(int from, int to, const std::string &prefix)
-    {
-        for (const auto &[name, type] : list(from, prefix)) {
-            if (failed())
-                return;
-            entry(from, to, prefix, name, type);
-        }
     }
 
     void entry(int from, int to, const std::string &prefix, const std::string &name, unsigned char type)
@@ -407,7 +385,8 @@ struct Copier {
             ++shared.done;
             return;
         }
-        if (isCacheTag(child.get(), "CACHEDIR.TAG")) {
+        const std::vector<FolderEntry> entries = list(child.get(), path);
+        if (isCache(child.get(), entries)) {
             result.cacheFolders.push_back(path);
             ++shared.done;
             return;
@@ -417,7 +396,12 @@ struct Copier {
         Fd made(::openat(to, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!made)
             return lost(path, errno);
-        folder(child.get(), made.get(), path);
+        // Its contents; its own owner, mode and times once they are in.
+        for (const FolderEntry &e : entries) {
+            if (failed())
+                return;
+            entry(child.get(), made.get(), path, e.name, e.type);
+        }
         if (!failed() && attributes(child.get(), made.get(), path, st) && owned(made.get(), path, st))
             ++shared.done;
     }
@@ -454,10 +438,10 @@ FirstCopy copyFirst(const std::string &source, int into, int top, const std::vec
             c->source.pop_back();
     }
     copier.progress = progress;
-    const Copier::Entries entries = copier.list(root.get(), "");
+    const std::vector<FolderEntry> entries = copier.list(root.get(), "");
     auto copy = [&](Copier &c) {
         for (size_t i; !c.failed() && (i = shared.next++) < entries.size();)
-            c.entry(root.get(), into, "", entries[i].first, entries[i].second);
+            c.entry(root.get(), into, "", entries[i].name, entries[i].type);
     };
     std::thread helper(copy, std::ref(second));
     copy(copier);

@@ -208,6 +208,26 @@ Fd openParent(int dir, const std::string &path, std::string &name)
     return Fd(slash == std::string::npos ? ::fcntl(dir, F_DUPFD_CLOEXEC, 0) : openBeneath(dir, path.substr(0, slash), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
 }
 
+bool readFolder(int dir, std::vector<FolderEntry> &entries)
+{
+    if (::lseek(dir, 0, SEEK_SET) != 0)
+        return false;
+    alignas(dirent64) char buffer[32768];
+    for (;;) {
+        const ssize_t got = ::getdents64(dir, buffer, sizeof buffer);
+        if (got < 0)
+            return false;
+        if (got == 0)
+            return true;
+        for (ssize_t at = 0; at < got;) {
+            const auto *e = reinterpret_cast<const dirent64 *>(buffer + at);
+            at += e->d_reclen;
+            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+                entries.push_back({e->d_name, e->d_type});
+        }
+    }
+}
+
 std::vector<std::string> listFolder(int dir)
 {
     std::vector<std::string> names;

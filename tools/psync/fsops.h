@@ -87,6 +87,15 @@ bool removeContents(int dir, dev_t device, std::string &why);
 // Names in an open folder (without "." and ".."), in byte order.
 std::vector<std::string> listFolder(int dir);
 
+struct FolderEntry {
+    std::string name;
+    unsigned char type; // d_type: DT_UNKNOWN where the file system does not say
+};
+// The entries of DIR (opened for reading), "." and ".." left out, read
+// from its start on DIR itself: the walks list every folder once, and a
+// second descriptor for a listing cost as much as the listing.
+bool readFolder(int dir, std::vector<FolderEntry> &entries);
+
 // SIZE bytes of FROM into TO, holes kept as holes.
 bool copyData(int from, int to, off_t size, std::string &why);
 

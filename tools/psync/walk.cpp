@@ -27,6 +27,16 @@ namespace psync
 
 static const char CacheSignature[] = "Signature: 8a477f597d28d172789f06886806bc55";
 
+bool isCache(int dir, const std::vector<FolderEntry> &entries)
+{
+    return std::any_of(entries.begin(),
+                       entries.end(),
+                       [](const FolderEntry &e) {
+                           return e.name == "CACHEDIR.TAG";
+                       })
+        && isCacheTag(dir, "CACHEDIR.TAG");
+}
+
 bool isCacheTag(int dir, const char *name)
 {
     Fd fd(::openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -128,47 +138,38 @@ struct Walker {
         }
     }
 
-    struct Entry {
-        std::string name;
-        unsigned char type;
-    };
-
     // FD's entries, or none (noted) when it cannot be read.
-    std::vector<Entry> list(int fd, const std::string &prefix)
+    std::vector<FolderEntry> list(int fd, const std::string &prefix)
     {
-        std::vector<Entry> entries;
-        const int copy = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        DIR *d = copy < 0 ? nullptr : ::fdopendir(copy);
-        if (!d) {
-            if (copy >= 0)
-                ::close(copy);
+        std::vector<FolderEntry> entries;
+        if (!readFolder(fd, entries)) {
             result.unreadable.push_back(source + "/" + prefix);
-            return entries;
+            entries.clear();
         }
-        while (dirent *e = ::readdir(d)) {
-            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-                entries.push_back({e->d_name, e->d_type});
-        }
-        ::closedir(d);
         if (options.remote) {
-            std::sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
+            std::sort(entries.begin(), entries.end(), [](const FolderEntry &a, const FolderEntry &b) {
                 return a.name < b.name;
             });
         }
         return entries;
     }
 
+    // A folder below the top: left out whole when it is a cache.
     void folder(int fd, const std::string &prefix, int depth)
     {
         std::map<std::string, std::string> seen;
-        const std::vector<Entry> entries = list(fd, prefix);
+        const std::vector<FolderEntry> entries = list(fd, prefix);
+        if (isCache(fd, entries)) {
+            result.cacheFolders.push_back(prefix);
+            return;
+        }
         if (options.metadata && ::fchdir(fd) != 0)
             return;
-        for (const Entry &e : entries)
+        for (const FolderEntry &e : entries)
             entry(fd, prefix, depth, e, seen);
     }
 
-    void entry(int fd, const std::string &prefix, int depth, const Entry &entry, std::map<std::string, std::string> &seen)
+    void entry(int fd, const std::string &prefix, int depth, const FolderEntry &entry, std::map<std::string, std::string> &seen)
     {
         const std::string path = prefix.empty() ? entry.name : prefix + "/" + entry.name;
         if (depth == 0)
@@ -176,7 +177,8 @@ struct Walker {
         unsigned char type = entry.type;
         struct stat st {
         };
-        const bool stated = (options.statAll || type == DT_UNKNOWN || type == DT_DIR) && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+        // A folder's own status comes from its descriptor below.
+        const bool stated = (options.statAll || type == DT_UNKNOWN) && ::fstatat(fd, entry.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
         if (type == DT_UNKNOWN && stated)
             type = S_ISDIR(st.st_mode) ? DT_DIR
                 : S_ISLNK(st.st_mode)  ? DT_LNK
@@ -238,10 +240,6 @@ struct Walker {
             result.mounts.push_back(source + "/" + path);
             return;
         }
-        if (isCacheTag(child.get(), "CACHEDIR.TAG")) {
-            result.cacheFolders.push_back(path);
-            return;
-        }
         folder(child.get(), path, depth + 1);
         if (options.metadata)
             (void)!::fchdir(fd);
@@ -296,7 +294,7 @@ void walkSource(const std::string &source, const WalkOptions &options, WalkResul
             result.withMetadata["."] = std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec);
     }
     Walker first{options, result, top, st.st_dev, {}};
-    const std::vector<Walker::Entry> entries = first.list(root.get(), "");
+    const std::vector<FolderEntry> entries = first.list(root.get(), "");
     // Two walkers share the top-level entries: a walk is one system call
     // after another, and the machine has a core to spare before rsync
     // starts. On a remote volume, names are compared across one folder.

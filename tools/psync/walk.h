@@ -6,6 +6,7 @@
 // attributes or ACLs, and, for a remote volume, what it cannot hold.
 #pragma once
 
+#include "fsops.h"
 #include "patterns.h"
 
 #include <map>
@@ -83,5 +84,7 @@ std::string shown(const std::string &path);
 // Whether a folder holding this file is a cache (a CACHEDIR.TAG that
 // starts with the cache-directory tag's signature, as borg and restic read it).
 bool isCacheTag(int dir, const char *name);
+// The same, for a folder whose entries are listed: only where one is named so.
+bool isCache(int dir, const std::vector<FolderEntry> &entries);
 
 }
