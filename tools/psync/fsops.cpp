@@ -16,6 +16,7 @@
 #include <sys/vfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+#include <utility>
 
 namespace psync
 {
@@ -230,20 +231,15 @@ bool readFolder(int dir, std::vector<FolderEntry> &entries)
 
 std::vector<std::string> listFolder(int dir)
 {
+    // A descriptor of its own: DIR may be one opened only as a path, or one
+    // a caller reads from too.
     std::vector<std::string> names;
-    const int copy = ::openat(dir, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (copy < 0)
-        return names;
-    DIR *d = ::fdopendir(copy);
-    if (!d) {
-        ::close(copy);
-        return names;
-    }
-    while (dirent *e = ::readdir(d)) {
-        if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-            names.emplace_back(e->d_name);
-    }
-    ::closedir(d);
+    std::vector<FolderEntry> entries;
+    Fd own(::openat(dir, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (own)
+        readFolder(own.get(), entries); // what it read before any failure, as readdir gave
+    for (FolderEntry &e : entries)
+        names.push_back(std::move(e.name));
     std::sort(names.begin(), names.end());
     return names;
 }

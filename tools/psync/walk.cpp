@@ -334,11 +334,8 @@ MetadataWalk::MetadataWalk(const std::vector<std::string> &sources, const std::v
     // needs a current folder of its own, or the rsync started meanwhile
     // would start in the walk's folder. Without one it walks in finish().
     m_thread = std::thread([this] {
-        if (::unshare(CLONE_FS) != 0)
-            return;
-        for (const std::string &source : m_sources)
-            walkSource(source, m_options, m_found);
-        m_walked = true;
+        if (::unshare(CLONE_FS) == 0)
+            walk();
     });
 }
 
@@ -348,15 +345,19 @@ MetadataWalk::~MetadataWalk()
         m_thread.join();
 }
 
+void MetadataWalk::walk()
+{
+    for (const std::string &source : m_sources)
+        walkSource(source, m_options, m_found);
+    m_walked = true;
+}
+
 void MetadataWalk::finish(WalkResult &into)
 {
     if (m_thread.joinable())
         m_thread.join();
-    if (!m_walked) {
-        for (const std::string &source : m_sources)
-            walkSource(source, m_options, m_found);
-        m_walked = true;
-    }
+    if (!m_walked)
+        walk();
     into.withMetadata.merge(m_found.withMetadata);
     into.attributed += m_found.attributed;
     into.acls += m_found.acls;

@@ -68,6 +68,8 @@ public:
     void finish(WalkResult &into);
 
 private:
+    void walk();
+
     std::vector<std::string> m_sources;
     WalkOptions m_options;
     WalkResult m_found;
