@@ -1,10 +1,9 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""The item list as the module installs it, by another keyed-archive reader
-and writer than ours. An item is "FREQUENCY|SOURCE|DESTINATION|DESTINATION
-LABEL[|EXCLUSION...]"; read back, an exclusion removed from the backup too
-ends in " removed", and an unticked item's frequency starts with "-".
+"""The item list as the module installs it, by another keyed-archive reader and writer than ours. An item
+is "FREQUENCY|SOURCE|DESTINATION|DESTINATION LABEL[|EXCLUSION...]"; read back, an exclusion also removed
+from the backup ends in " removed", and an unticked item's frequency starts with "-".
   items.py ARCHIVE ITEM...   writes the list (binary, mode 0644)
   items.py ARCHIVE           prints it, an item a line (nothing if unreadable)"""
 import os
@@ -28,11 +27,9 @@ if len(sys.argv) == 2:
 
 objects = ["$null"]
 
-
 def add(o):
     objects.append(o)
     return UID(len(objects) - 1)
-
 
 items = {"NS.objects": []}
 root = add(items)

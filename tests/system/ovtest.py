@@ -6,23 +6,18 @@ import pwd
 import subprocess
 import time
 
-
 def in_sandbox():
     return os.geteuid() == 0 and bool(os.environ.get("OV_IN_SANDBOX"))
-
 
 def sh(*args, **kw):
     return subprocess.run(args, check=True, **kw)
 
-
 def user(name, *groups):
-    """The user NAME, made with GROUPS if missing."""
     try:
         return pwd.getpwnam(name)
     except KeyError:
         sh("useradd", "-m", *(["-G", ",".join(groups)] if groups else []), name)
         return pwd.getpwnam(name)
-
 
 def write(path, data, mode=0o644, mtime=None):
     os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -32,11 +27,9 @@ def write(path, data, mode=0o644, mtime=None):
     if mtime:
         os.utime(path, (mtime, mtime))
 
-
 def read(path):
     with open(path, "rb") as f:
         return f.read()
-
 
 def wait_for(predicate, seconds=5):
     end = time.monotonic() + seconds

@@ -1,18 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""polkit's own text agent, pkttyagent, for one process, answered as a user
-at its terminal would answer it.
-
-    tty_agent.py USER PID ANSWER STATE_FOLDER
-
-runs pkttyagent as USER for process PID on a terminal of its own. When the
-agent asks, STATE_FOLDER/asked appears and the answer waits for
-STATE_FOLDER/answer; then ANSWER is given: "password:SECRET" chooses USER
-(when asked who authenticates) and types SECRET; "cancel" declines to
-choose anyone, which is pkttyagent's cancel. Everything the agent printed
-goes to STATE_FOLDER/agent.log; STATE_FOLDER/done appears when it reported
-the outcome."""
+"""tty_agent.py USER PID ANSWER STATE_FOLDER: polkit's text agent, pkttyagent, as USER for process PID on a
+terminal of its own, answered as a user there would. When it asks, STATE_FOLDER/asked appears and the
+answer waits for STATE_FOLDER/answer: "password:SECRET" chooses USER (if asked who) and types SECRET;
+"cancel" chooses no one (pkttyagent's cancel). Its output goes to STATE_FOLDER/agent.log;
+STATE_FOLDER/done appears once it reported the outcome."""
 import os
 import pty
 import re
@@ -27,19 +20,16 @@ if child == 0:
     os.execvp("setpriv", ["setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups", "--reset-env",
                           "--", "pkttyagent", "--process", pid])
 
-log = open(os.path.join(state, "agent.log"), "ab")
+log = open(os.path.join(state, "agent.log"), "ab", buffering=0)
 seen = b""
-
 
 def touch(name):
     open(os.path.join(state, name), "w").close()
-
 
 def wait_for_answer():
     touch("asked")
     while not os.path.exists(os.path.join(state, "answer")):
         time.sleep(0.1)
-
 
 while True:
     ready, _, _ = select.select([fd], [], [], 1)
@@ -54,7 +44,6 @@ while True:
     if not data:
         break
     log.write(data)
-    log.flush()
     seen += data
     if b"Choose identity" in seen:
         wait_for_answer()
@@ -64,14 +53,13 @@ while True:
     elif b"Password:" in seen:
         if not os.path.exists(os.path.join(state, "asked")):
             wait_for_answer()
-        # The agent turns echo off, discarding what was typed before; type
-        # once it has.
+        # The agent turns echo off, discarding what was typed before; type once it has.
         for _ in range(100):
             if not termios.tcgetattr(fd)[3] & termios.ECHO:
                 break
             time.sleep(0.05)
         os.write(fd, answer.split(":", 1)[1].encode() + b"\n")
         seen = b""
-    if b"==== AUTHENTICATION" in seen and (b"FAILED" in seen or b"COMPLETE" in seen or b"CANCELED" in seen):
+    if b"==== AUTHENTICATION" in seen and any(word in seen for word in (b"FAILED", b"COMPLETE", b"CANCELED")):
         touch("done")
         seen = b""

@@ -1,20 +1,19 @@
 #!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""The change journal with the installed daemon on ext4, tmpfs and FUSE:
-rounds of random changes, each copied from what the journal lists, leave
-the destination equal to the source with every replaced and deleted file in
-the Safety Net; every way of losing track ends in a full walk that says why;
-another local user gets nothing out of it. Root in ov-sandbox."""
+"""The change journal's daemon on ext4, tmpfs and FUSE: random changes copied from its lists leave the
+copy equal, every replaced or deleted file in the Safety Net; each way of losing track ends in a full
+walk that says why; another local user gets nothing out of it."""
 import os
 import random
+import re
 import shutil
 import signal
 import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-from ovtest import in_sandbox, wait_for  # noqa: E402
+from ovtest import in_sandbox, read, wait_for, write  # noqa: E402
 
 JOURNAL = "/usr/libexec/orvane-journal"
 PSYNC = "/usr/local/bin/psync"
@@ -26,89 +25,49 @@ WORK = b"/tmp/journal-test"
 LOG = WORK + b"/journal.log"
 random.seed(int(os.environ.get("OV_SEED", "25")))
 
-
-def run(*command, **kw):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, **kw).stdout
-
+def run(*command):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout
 
 def mkdirs(*folders):
     for folder in folders:
         os.makedirs(folder)
 
-
 class Daemon:
     def start(self):
         self.process = subprocess.Popen([JOURNAL], stderr=open(LOG, "ab"))
-        answers = lambda: subprocess.run([JOURNAL, "--status"], capture_output=True).returncode == 0
-        assert wait_for(answers, 5), "the journal did not start"
+        assert wait_for(lambda: subprocess.run([JOURNAL, "--status"], capture_output=True).returncode == 0), "the journal did not start"
 
     def signal(self, number):
         self.process.send_signal(number)
         if number in (signal.SIGKILL, signal.SIGTERM):
             self.process.wait()
 
-
 def copy(src, dst, net=None, settings=(), racing=False):
-    """A mirror with psync, which takes the cut, copies its lists (or
-    everything) and commits it when the copy succeeded (racing: files may
-    vanish or change type under it). Which way it went, and why."""
+    """psync's mirror (racing: files may vanish or change type under it): which way it went, and why."""
     options = ["-d", "--hold-deletions", *settings]
     if net:
         os.makedirs(net, exist_ok=True)
         options += [b"--safety-net=" + net, "--safety-net-owner=root", "--archive=kept"]
     done = subprocess.run([PSYNC, *options, src, dst], stdout=subprocess.PIPE, input=b"delete\n")
     assert done.returncode == 0 or (racing and done.returncode == 1), done
-    for line in done.stdout.decode(errors="replace").splitlines():
-        if line.startswith("psync: journal ("):
-            return "journal", ""
-        if line.startswith("psync: full walk ("):
-            return "full", line[len("psync: full walk ("):-1]
-    raise AssertionError("psync did not say which way it went: %r" % done.stdout)
-
+    way = re.search(rb"^psync: (journal|full)(?: walk)? \((.*)\)$", done.stdout, re.M)
+    assert way, "psync did not say which way it went: %r" % done.stdout
+    return way[1].decode(), "" if way[1] == b"journal" else way[2].decode(errors="replace")
 
 def same(src, dst, flags="-aHAXx"):
     diff = subprocess.run(["diff", "-r", "--no-dereference", src, dst], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     dry = run("rsync", flags, "-ni", "--modify-window=-1", "--delete", src + b"/", dst + b"/")
     assert diff.returncode == 0 and not dry, (diff.stdout + dry).decode(errors="replace")
 
-
 def walk(top):
-    """Every entry below top: relative path -> (kind, content or target)."""
-    entries = {}
-    for folder, dirs, files in os.walk(top):
-        for name in dirs + files:
-            path = os.path.join(folder, name)
-            relative = os.path.relpath(path, top)
-            if os.path.islink(path):
-                entries[relative] = ("link", os.readlink(path))
-            elif os.path.isdir(path):
-                entries[relative] = ("dir", None)
-            else:
-                entries[relative] = ("file", open(path, "rb").read())
-    return entries
-
-
-def net_holds_what_goes(src, dst, copy_it):
-    """The Safety Net keeps every destination file the copy replaces or
-    deletes, as it was."""
-    before, after_src = walk(dst), walk(src)
-    going = {p: v for p, v in before.items() if v[0] != "dir" and after_src.get(p) != v}
-    net = WORK + b"/net-%d" % random.getrandbits(32)
-    result = copy_it(net)
-    archive = net + b"/kept" + dst
-    kept = walk(archive) if os.path.exists(archive) else {}
-    missing = [p for p, v in going.items() if kept.get(p) != v]
-    assert not missing, "not in the Safety Net: %r" % missing[:5]
-    shutil.rmtree(net, ignore_errors=True)
-    return result
-
+    """Every entry below top: relative path -> (kind, content or link target)."""
+    kind = lambda p: ("link", os.readlink(p)) if os.path.islink(p) else ("dir", None) if os.path.isdir(p) else ("file", read(p))
+    return {os.path.relpath(p, top): kind(p) for d, dirs, files in os.walk(top) for p in (os.path.join(d, n) for n in dirs + files)}
 
 NAMES = [b"plain", b"with space", "caf\u00e9".encode(), "\u65e5\u672c".encode(), b"bad\xff\xfe", b"new\nline", b".hidden"]
 
-
 class Changes:
     """Random changes to a tree: everything a user does to files."""
-
     count = 0
 
     def __init__(self, top):
@@ -118,20 +77,9 @@ class Changes:
         Changes.count += 1
         return random.choice(NAMES) + b"-%d" % Changes.count
 
-    def entries(self, kind, single=True):
-        found = []
-        for folder, dirs, files in os.walk(self.top):
-            if kind == "dir":
-                found += [os.path.join(folder, d) for d in dirs]
-            else:
-                for f in files:
-                    path = os.path.join(folder, f)
-                    if not os.path.islink(path) and (not single or os.stat(path).st_nlink == 1):
-                        found.append(path)
-        return found
-
     def pick(self, kind):
-        found = self.entries(kind)
+        found = [p for folder, dirs, files in os.walk(self.top) for p in (os.path.join(folder, n) for n in (dirs if kind == "dir" else files))
+                 if kind == "dir" or (not os.path.islink(p) and os.stat(p).st_nlink == 1)]
         return random.choice(found) if found else None
 
     def folder(self):
@@ -191,26 +139,29 @@ class Changes:
             os.link(f, os.path.join(self.folder(), self.name()))
         return op
 
-
 def rounds(src, dst, count):
-    changes = Changes(src)
-    journal_runs = 0
+    """The Safety Net keeps every destination file a copy replaces or deletes, as it was."""
+    changes, journal_runs = Changes(src), 0
     for i in range(count):
-        links = i % 5 == 4
-        ops = [changes.once(links) for _ in range(random.randint(5, 30))]
-        kind, why = net_holds_what_goes(src, dst, lambda net: copy(src, dst, net))
+        ops = [changes.once(links=i % 5 == 4) for _ in range(random.randint(5, 30))]
+        now = walk(src)
+        going = {p: v for p, v in walk(dst).items() if v[0] != "dir" and now.get(p) != v}
+        net = WORK + b"/net-%d" % random.getrandbits(32)
+        kind, why = copy(src, dst, net)
+        kept = walk(net + b"/kept" + dst)
+        missing = [p for p, v in going.items() if kept.get(p) != v]
+        assert not missing, "not in the Safety Net: %r" % missing[:5]
+        shutil.rmtree(net, ignore_errors=True)
         same(src, dst)
         journal_runs += kind == "journal"
         # Only a file with other names outside the list makes a full walk.
         assert kind == "journal" or "hard links" in why, (i, why, ops)
     assert journal_runs >= count // 2, journal_runs
 
-
 def expect(src, dst, reason, flags="-aHAXx"):
     kind, why = copy(src, dst)
     same(src, dst, flags)
     assert (kind, why) == ("journal", "") if reason is None else reason in why, (kind, why, reason)
-
 
 def main():
     disk, image = WORK + b"/disk", WORK + b"/disk.img"
@@ -227,7 +178,6 @@ def main():
         Changes(src).once()
         expect(src, dst, "first run to this destination")
         rounds(src, dst, 20)
-
         # The journal is root's: its state and socket, and no one else's cut.
         state, sock = os.stat("/var/lib/orvane/journal"), os.stat("/run/orvane-journal.socket")
         assert (state.st_uid, state.st_mode & 0o777, sock.st_uid, sock.st_mode & 0o077) == (0, 0o700, 0, 0)
@@ -235,21 +185,16 @@ def main():
         as_mallory = ["setpriv", "--reuid=mallory", "--regid=mallory", "--clear-groups"]
         answer = run(*as_mallory, JOURNAL, "--cut", src, dst, "/dev/null", "/dev/null")
         assert answer == b"full 0 no journal running\n", answer
-
-        # The installed scripts' sources are watched from the start, and no
-        # longer once no script copies them.
-        daily = b"/Library/Application Support/Orvane/.daily"
-        os.makedirs(daily, mode=0o755, exist_ok=True)
-        script = daily + b"/orvane_daily.rb"
-        open(script + b".new", "wb").write(b'frequency = "Daily"\nsourceFolders = [ "/home/scripted \\"one\\"" ]\n')
-        os.chmod(script + b".new", 0o700)
+        # The installed scripts' sources are watched from the start, and no longer once no script copies them.
+        script = b"/Library/Application Support/Orvane/.daily/orvane_daily.rb"
+        os.makedirs(os.path.dirname(script), mode=0o755, exist_ok=True)
+        write(script + b".new", b'frequency = "Daily"\nsourceFolders = [ "/home/scripted \\"one\\"" ]\n', 0o700)
         os.makedirs(b'/home/scripted "one"')
         os.rename(script + b".new", script)
         watched = lambda: b'/home/scripted "one": watched (installed scripts)' in run(JOURNAL, "--status")
-        assert wait_for(watched, 5), run(JOURNAL, "--status")
+        assert wait_for(watched), run(JOURNAL, "--status")
         os.unlink(script)
-        assert wait_for(lambda: not watched(), 5)
-
+        assert wait_for(lambda: not watched())
         # Each way of losing track: a full walk that says why, then the journal again.
         def overflow():
             daemon.signal(signal.SIGSTOP)
@@ -279,8 +224,8 @@ def main():
         same(src, dst)
         # A folder of the same disk bound inside the source shows its changes
         # under its other path: walked while it is there, and once it goes.
-        mkdirs(src + b"/bound/here", src + b"/bound/from")
-        open(src + b"/bound/from/file", "wb").write(b"bound")
+        os.makedirs(src + b"/bound/here")
+        write(src + b"/bound/from/file", b"bound")
         run("mount", "--bind", src + b"/bound/from", src + b"/bound/here")
         expect(src, dst, "a folder of the same disk is mounted inside it")
         open(src + b"/bound/here/file", "ab").write(b"+")
@@ -289,30 +234,23 @@ def main():
         expect(src, dst, "a disk was mounted or unmounted inside the folder")
         changes.once()
         expect(src, dst, None)
-
         left_out(disk)
-
-        # Two destinations in turn, on another file system (tmpfs): each gets
-        # what it lacks.
+        # Two destinations in turn, on another file system (tmpfs): each gets what it lacks.
         other, disks = WORK + b"/other", [WORK + b"/backup-a", WORK + b"/backup-b"]
         mkdirs(other, *disks)
         changes = Changes(other)
         for turn in range(6):
             for _ in range(10):
                 changes.once()
-            target = disks[turn % 2]
-            expect(other, target, "first run to this destination" if turn < 2 else None)
-
+            expect(other, disks[turn % 2], "first run to this destination" if turn < 2 else None)
         # A source on FUSE cannot be watched.
         backing, fuse, fuse_dst = WORK + b"/fuse-backing", WORK + b"/fuse", WORK + b"/fuse-backup"
         mkdirs(backing, fuse, fuse_dst)
         subprocess.run(["rclone", "mount", "--config=/dev/null", "--vfs-cache-mode=off", "--attr-timeout=0", "--daemon", backing, fuse], check=True)
         for i in range(3):
-            open(fuse + b"/file-%d" % i, "wb").write(b"x" * i)
-            # (rclone has no ACLs or extended attributes)
-            expect(fuse, fuse_dst, "FUSE file system", flags="-ax")
+            write(fuse + b"/file-%d" % i, b"x" * i)
+            expect(fuse, fuse_dst, "FUSE file system", flags="-ax")  # rclone has no ACLs or extended attributes
         run("fusermount3", "-u", fuse)
-
         attack(src, dst, as_mallory)
     finally:
         if daemon.process.poll() is None:
@@ -320,14 +258,11 @@ def main():
             daemon.signal(signal.SIGTERM)
         subprocess.run(["umount", "-l", disk])
         subprocess.run(["losetup", "-d", device])
-        sys.stdout.write(open(LOG, "rb").read().decode(errors="replace")[-3000:])
-
+        sys.stdout.write(read(LOG).decode(errors="replace")[-3000:])
 
 def left_out(disk):
-    """What psync leaves out (exclusions, cache folders) in a journal run
-    is what a full walk leaves out: each journal run's copy equals a full
-    walk's with the same rules (a path left out that changes per run makes
-    every run of the second copy a full walk)."""
+    """A journal run leaves out (exclusions, cache folders) what a full walk with the same rules does
+    (the second copy's rules change each run, which makes each a full walk)."""
     src, journal, walked = disk + b"/rules", disk + b"/rules-journal", disk + b"/rules-walked"
     mkdirs(src, journal, walked)
     rules = ["--exclude=*.o", "--exclude=build/", "--exclude-path=/top/skip"]
@@ -348,17 +283,12 @@ def left_out(disk):
         assert kind == "full", why
         same(walked, journal)
 
-
 def attack(src, dst, as_mallory):
-    """Another user swaps a folder of his for a link to root's files while
-    root copies what the journal lists: nothing of root's may reach the
-    backup."""
-    os.makedirs(b"/root/secret", exist_ok=True)
-    open(b"/root/secret/passwd", "wb").write(b"SECRET")
+    """Another user swaps a folder of his for a link to root's while root copies what the journal lists."""
+    write(b"/root/secret/passwd", b"SECRET")
     home = b"/home/mallory/src"
     os.makedirs(home + b"/d")
-    shutil.chown(home, "mallory", "mallory")
-    shutil.chown(home + b"/d", "mallory", "mallory")
+    run("chown", "-R", "mallory:mallory", home)
     racer = subprocess.Popen(as_mallory + ["python3", "-c", """
 import os, time
 os.chdir("/home/mallory/src")
@@ -372,19 +302,15 @@ while True:
         pass
 """])
     try:
-        backup = WORK + b"/mallory-backup"
+        backup, net, journal_runs = WORK + b"/mallory-backup", WORK + b"/mallory-net", 0
         os.makedirs(backup)
-        journal_runs = 0
         for i in range(200):
-            net = WORK + b"/mallory-net"
             journal_runs += copy(home, backup, net, racing=True)[0] == "journal"
-            for folder in (backup, net):
-                for path, entry in walk(folder).items() if os.path.exists(folder) else []:
-                    assert entry[1] != b"SECRET", "root copied %r into %r" % (path, folder)
+            leaked = [(folder, path) for folder in (backup, net) for path, entry in walk(folder).items() if entry[1] == b"SECRET"]
+            assert not leaked, "root copied %r" % leaked
             shutil.rmtree(net)
     finally:
         racer.kill()
     assert journal_runs > 100, journal_runs
-
 
 main()

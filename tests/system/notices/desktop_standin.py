@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""A stand-in for Plasma's notification and job view servers, which cannot
-run in the sandbox: it records every call as one JSON line in RECORD and
-answers a notification that has actions as the file ANSWER says when it
-arrives:
+"""A stand-in for Plasma's notification and job view servers, which cannot run in the sandbox: it records
+every call as a JSON line in RECORD and answers a notification with actions as the file ANSWER says then:
   {"action": "Back Up Now"}          the user clicks that action
   {"close": 1} / {"close": 2}        the popup expires / the user closes it
   {..., "after": SECONDS}            ... that long after it appeared
@@ -21,31 +19,21 @@ from gi.repository import GLib
 
 record_path, answer_path, ready_path = sys.argv[1:4]
 
-
 def plain(value):
-    if isinstance(value, (dbus.Boolean, bool)):
-        return bool(value)
-    if isinstance(value, (int, dbus.Byte)):
-        return int(value)
-    if isinstance(value, float):
-        return float(value)
-    if isinstance(value, dict):
-        return {str(k): plain(v) for k, v in value.items()}
-    if isinstance(value, (list, tuple)):
-        return [plain(v) for v in value]
+    for kinds, make in (((dbus.Boolean, bool), bool), ((int, dbus.Byte), int), (float, float),
+                        (dict, lambda d: {str(k): plain(v) for k, v in d.items()}), ((list, tuple), lambda l: [plain(v) for v in l])):
+        if isinstance(value, kinds):
+            return make(value)
     return str(value)
-
 
 def record(event, **fields):
     with open(record_path, "a") as out:
         out.write(json.dumps(dict(event=event, time=time.monotonic(), **plain(fields))) + "\n")
 
-
 class Notifications(dbus.service.Object):
     def __init__(self, bus):
         super().__init__(bus, "/org/freedesktop/Notifications")
-        self.next_id = 1
-        self.open = set()
+        self.next_id, self.open = 1, set()
 
     @dbus.service.method("org.freedesktop.Notifications", out_signature="as")
     def GetCapabilities(self):
@@ -56,8 +44,7 @@ class Notifications(dbus.service.Object):
         nid = int(replaces) or self.next_id
         self.next_id = max(self.next_id, nid + 1)
         labels = {str(actions[i + 1]): str(actions[i]) for i in range(0, len(actions) - 1, 2)}
-        record("notify", id=nid, app=app, icon=icon, summary=summary, body=body,
-               actions=list(labels), hints=hints, timeout=timeout)
+        record("notify", id=nid, app=app, icon=icon, summary=summary, body=body, actions=list(labels), hints=hints, timeout=timeout)
         self.open.add(nid)
         try:
             with open(answer_path) as f:
@@ -69,15 +56,9 @@ class Notifications(dbus.service.Object):
         return nid
 
     def answer(self, nid, answer, labels):
-        if nid not in self.open:
-            return False
-        if "action" in answer:
-            key = labels[answer["action"]]
-            self.ActionInvoked(nid, key)
-            # Plasma closes a popup once one of its actions was chosen.
-            self.close(nid, 2)
-        else:
-            self.close(nid, answer["close"])
+        if "action" in answer and nid in self.open:
+            self.ActionInvoked(nid, labels[answer["action"]])
+        self.close(nid, 2 if "action" in answer else answer["close"])  # Plasma closes a popup once an action was chosen
         return False
 
     def close(self, nid, reason):
@@ -98,7 +79,6 @@ class Notifications(dbus.service.Object):
     def ActionInvoked(self, nid, key):
         pass
 
-
 class JobView(dbus.service.Object):
     def __init__(self, bus, path, number):
         super().__init__(bus, path)
@@ -113,12 +93,10 @@ class JobView(dbus.service.Object):
         record("job-terminate", job=self.number, code=code, message=message)
         self.remove_from_connection()
 
-
 class JobViewServer(dbus.service.Object):
     def __init__(self, bus):
         super().__init__(bus, "/JobViewServer")
-        self.bus = bus
-        self.jobs = 0
+        self.bus, self.jobs = bus, 0
 
     @dbus.service.method("org.kde.JobViewServerV2", in_signature="sia{sv}", out_signature="o")
     def requestView(self, desktop_entry, capabilities, hints):
@@ -127,7 +105,6 @@ class JobViewServer(dbus.service.Object):
         JobView(self.bus, path, self.jobs)
         record("job-request", job=self.jobs, desktopEntry=desktop_entry, capabilities=capabilities, hints=hints)
         return dbus.ObjectPath(path)
-
 
 DBusGMainLoop(set_as_default=True)
 bus = dbus.SessionBus()

@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""orvane-notice as a backup script runs it: as the user, with that user's
-session environment, on a real session bus. Plasma cannot run here: a
-stand-in (desktop_standin.py) records what reaches the desktop and answers
-as a user would. Root inside ov-sandbox, with the build installed."""
+"""orvane-notice as a backup script runs it: as the user, with the user's session environment, on a real
+session bus. Plasma cannot run here: desktop_standin.py records what reaches the desktop and answers."""
 import json
 import os
 import shutil
@@ -15,7 +13,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-from ovtest import user as make_user, wait_for  # noqa: E402
+from ovtest import read, user as make_user, wait_for, write  # noqa: E402
 
 NOTICE = "/Library/PreferencePanes/Orvane.prefPane/Contents/Resources/orvane-notice"
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -25,14 +23,11 @@ RECORD, ANSWER, SHIMS, PAPLAY_LOG, OPENED_LOG = (os.path.join(WORK, name) for na
                                                  ("record.jsonl", "answer.json", "bin", "paplay.log", "opened.log"))
 started = []
 
-
 def as_user(command):
     return ["runuser", "-u", USER, "--"] + command
 
-
 def daemon_as_user(command):
     return ["setpriv", "--reuid=" + USER, "--regid=" + USER, "--init-groups", "env", "HOME=" + home] + command
-
 
 def start_bus(socket):
     bus = subprocess.Popen(daemon_as_user(["dbus-daemon", "--session", "--nofork", "--nopidfile",
@@ -41,15 +36,10 @@ def start_bus(socket):
     started.append(bus)
     return bus.stdout.readline().strip(), bus
 
-
 def shim(name, log):
     """A program that notes its arguments in LOG."""
-    path = os.path.join(SHIMS, name)
-    with open(path, "w") as f:
-        f.write('#!/bin/sh\necho "$@" >> %s\n' % log)
-    os.chmod(path, 0o755)
-    return path
-
+    write(os.path.join(SHIMS, name), '#!/bin/sh\necho "$@" >> %s\n' % log, 0o755)
+    return os.path.join(SHIMS, name)
 
 def setUpModule():
     global user, home, runtime, address
@@ -60,18 +50,14 @@ def setUpModule():
     os.chown(runtime, user.pw_uid, user.pw_gid)
     os.chmod(runtime, 0o700)
     address = start_bus(runtime + "/bus")[0]
-
     ready = os.path.join(WORK, "ready")
     for path in (RECORD, ANSWER, PAPLAY_LOG, OPENED_LOG):
-        open(path, "w").close()
-        os.chmod(path, 0o666)
+        write(path, "", 0o666)
     os.chmod(WORK, 0o777)
     started.append(subprocess.Popen(daemon_as_user(["env", "DBUS_SESSION_BUS_ADDRESS=" + address, "python3",
                                                     os.path.join(HERE, "desktop_standin.py"), RECORD, ANSWER, ready])))
     assert wait_for(lambda: os.path.exists(ready), 20), "the stand-in desktop did not start"
-
     # paplay plays the alert sound; the user's default viewer for logs.
-    os.makedirs(SHIMS)
     shim("paplay", PAPLAY_LOG)
     write_as_user(".local/share/applications/ov-test-logviewer.desktop",
                   "[Desktop Entry]\nType=Application\nName=Log viewer\nExec=%s %%f\nMimeType=text/plain;text/x-log;\n"
@@ -79,11 +65,9 @@ def setUpModule():
     write_as_user(".config/mimeapps.list",
                   "[Default Applications]\ntext/plain=ov-test-logviewer.desktop\ntext/x-log=ov-test-logviewer.desktop\n")
     for frequency in ("daily", "weekly"):
-        with open("/var/log/orvane_%s.log" % frequency, "w") as f:
-            f.write("backup log\n")
+        write("/var/log/orvane_%s.log" % frequency, "backup log\n")
     started.append(subprocess.Popen(["Xvfb", ":78", "-ac", "-nolisten", "tcp", "-screen", "0", "640x480x24"],
                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
-
 
 def tearDownModule():
     for process in reversed(started):
@@ -94,42 +78,28 @@ def tearDownModule():
             process.kill()
     shutil.rmtree(WORK, ignore_errors=True)
 
-
 def write_as_user(relative, text):
     path = os.path.join(home, relative)
     subprocess.run(as_user(["mkdir", "-p", os.path.dirname(path)]), check=True)
     subprocess.run(as_user(["tee", path]), input=text, text=True, stdout=subprocess.DEVNULL, check=True)
 
-
 def settings(**values):
-    """The pane's settings domain, as an XML property list."""
-    def entry(key, value):
-        if isinstance(value, bool):
-            return "<key>%s</key><%s/>" % (key, "true" if value else "false")
-        kind = "integer" if isinstance(value, int) else "string"
-        return "<key>%s</key><%s>%s</%s>" % (key, kind, value, kind)
+    """The pane's settings domain, as an XML property list: a notice that closes itself after a second, silent."""
+    values = {"DisplayAlert": True, "AutoDismissAlert": True, "TimeValue": 1, "TimeUnit": 0, "PlaySound": False, **values}
+    kind = lambda v: "integer" if isinstance(v, int) else "string"
     write_as_user(".config/org.orvane.Orvane.plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>%s</dict></plist>\n'
-                  % "".join(entry(k, v) for k, v in values.items()))
-
+                  % "".join(f"<key>{k}</key><{str(v).lower()}/>" if isinstance(v, bool) else f"<key>{k}</key><{kind(v)}>{v}</{kind(v)}>"
+                            for k, v in values.items()))
 
 def answer(**what):
-    with open(ANSWER, "w") as f:
-        json.dump(what, f)
-
+    write(ANSWER, json.dumps(what), 0o666)
 
 def session_environment(bus=True, display=False, runtime_dir=None):
-    env = ["HOME=" + home, "USER=" + USER, "LOGNAME=" + USER, "PATH=%s:/usr/bin:/bin" % SHIMS,
-           "XDG_RUNTIME_DIR=" + (runtime_dir or runtime)]
-    if bus:
-        env.append("DBUS_SESSION_BUS_ADDRESS=" + (bus if isinstance(bus, str) else address))
-    if display:
-        env.append("DISPLAY=:78")
-    return env
-
+    return (["HOME=" + home, "USER=" + USER, "LOGNAME=" + USER, "PATH=%s:/usr/bin:/bin" % SHIMS, "XDG_RUNTIME_DIR=" + (runtime_dir or runtime)]
+            + ["DBUS_SESSION_BUS_ADDRESS=" + (bus if isinstance(bus, str) else address)] * bool(bus) + ["DISPLAY=:78"] * display)
 
 def notice(*arguments, background=False, report=None, **environment):
-    """Standard input is nothing, or a pipe as a run gives it: REPORT
-    written to it, or (in the background) kept open for the caller."""
+    """Standard input: nothing, REPORT through a pipe, or (in the background) a pipe left open for the caller."""
     command = as_user(["env", "-i"] + session_environment(**environment) + [NOTICE] + list(arguments))
     if background:
         return subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
@@ -138,41 +108,21 @@ def notice(*arguments, background=False, report=None, **environment):
                             capture_output=True, text=True, timeout=60)
     return result.returncode, result.stderr, time.monotonic() - start
 
-
-def mark():
-    with open(RECORD) as f:
-        return len(f.readlines())
-
-
-def events(since, kind=None):
-    with open(RECORD) as f:
-        recorded = [json.loads(line) for line in f.readlines()[since:]]
-    return [e for e in recorded if kind is None or e["event"] == kind]
-
-
-def shown(since, event_id=None):
-    return [e for e in events(since, "notify") if event_id is None or e["hints"]["x-kde-eventId"] == event_id]
-
-
 def lines(path):
     with open(path) as f:
         return f.read().splitlines()
 
+def mark():
+    return len(lines(RECORD))
+
+def events(since, kind=None):
+    return [e for e in map(json.loads, lines(RECORD)[since:]) if kind in (None, e["event"])]
+
+def shown(since, event_id=None):
+    return [e for e in events(since, "notify") if event_id in (None, e["hints"]["x-kde-eventId"])]
 
 def user_processes(name):
-    found = subprocess.run(["pgrep", "-u", USER, "-x", name], capture_output=True, text=True).stdout.split()
-    return sorted(int(pid) for pid in found)
-
-
-def job_state(since):
-    """The job's request and its properties after each update."""
-    requests = events(since, "job-request")
-    state, seen = dict(requests[0]["hints"]), []
-    for update in events(since, "job-update"):
-        state.update(update["properties"])
-        seen.append(dict(state))
-    return requests, seen
-
+    return sorted(map(int, subprocess.run(["pgrep", "-u", USER, "-x", name], capture_output=True, text=True).stdout.split()))
 
 class FinishedNotice(unittest.TestCase):
     def finished(self, frequency, result, given=None, report=None, **values):
@@ -186,8 +136,7 @@ class FinishedNotice(unittest.TestCase):
         return since, elapsed
 
     def test_closes_by_itself_after_the_set_delay_with_the_chosen_sound(self):
-        since, _ = self.finished("Daily", "complete", DisplayAlert=True, AutoDismissAlert=True, TimeValue=2, TimeUnit=0,
-                                 PlaySound=True, Sound="Magic Bell")
+        since, _ = self.finished("Daily", "complete", TimeValue=2, PlaySound=True, Sound="Magic Bell")
         notified, closed = shown(since), events(since, "close")
         self.assertEqual([(n["app"], n["body"], n["hints"]["x-kde-eventId"], n["hints"]["desktop-entry"], n["actions"]) for n in notified],
                          [("Orvane", "The daily backup is complete.", "backupComplete", "org.orvane.Orvane.notice", [])])
@@ -196,19 +145,18 @@ class FinishedNotice(unittest.TestCase):
         self.assertEqual(lines(PAPLAY_LOG), ["/Library/Sounds/Magic Bell.aiff"])
 
     def test_stays_until_the_user_closes_it_without_auto_dismiss(self):
-        since, elapsed = self.finished("Monthly", "complete", dict(close=2, after=3),
-                                       DisplayAlert=True, AutoDismissAlert=False, TimeValue=1, TimeUnit=0, PlaySound=False)
+        since, elapsed = self.finished("Monthly", "complete", dict(close=2, after=3), AutoDismissAlert=False)
         self.assertEqual([e["body"] for e in shown(since)], ["The monthly backup is complete."])
         self.assertEqual(events(since, "close"), [], "only the user closed it")
         self.assertGreaterEqual(elapsed, 3)
 
     def test_nothing_shown_or_played_when_switched_off(self):
-        since, elapsed = self.finished("Daily", "errors", DisplayAlert=False, PlaySound=False)
+        since, elapsed = self.finished("Daily", "errors", DisplayAlert=False)
         self.assertEqual((events(since), lines(PAPLAY_LOG)), ([], []))
         self.assertLess(elapsed, 10)
 
     def test_error_notice_shows_the_log_of_its_frequency(self):
-        since, _ = self.finished("Weekly", "errors", dict(action="Show Log"), DisplayAlert=True, AutoDismissAlert=False, PlaySound=False)
+        since, _ = self.finished("Weekly", "errors", dict(action="Show Log"), AutoDismissAlert=False)
         self.assertEqual([(n["body"], n["hints"]["x-kde-eventId"], n["actions"]) for n in shown(since)],
                          [("The weekly backup finished with errors.", "backupErrors", ["Show Log"])])
         self.assertTrue(wait_for(lambda: lines(OPENED_LOG), 10), "the log viewer was not started")
@@ -219,15 +167,12 @@ class FinishedNotice(unittest.TestCase):
         os.chmod("/var/log/orvane_daily.log", 0o640)
         self.addCleanup(os.chmod, "/var/log/orvane_daily.log", 0o644)
         report = "2026-01-01 10:00:00 1500 files in /media/b are no longer in /home/a; they were kept <ok>\n"
-        since, _ = self.finished("Daily", "caution", report=report, DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0,
-                                 PlaySound=False)
+        since, _ = self.finished("Daily", "caution", report=report)
         self.assertEqual([(n["hints"]["x-kde-eventId"], n["body"], n["actions"]) for n in shown(since)],
                          [("backupCaution", "The daily backup finished, but something needs your attention.\n" + report.strip(), [])])
 
-
 class Questions(unittest.TestCase):
-    def test_answers_a_run_does_not_give(self):
-        """(ScriptRun gives Back Up Now, Delete and Keep through real runs.)"""
+    def test_answers_a_run_does_not_give(self):  # ScriptRun gives Back Up Now, Delete and Keep through real runs
         deletions = ["--ask-deletions", "1500", "/media/backup", "/home/ann", "Weekly"]
         for arguments, given, expected, environment in ((["--prompt", "Daily"], {"action": "Skip"}, 1, {}),
                                                         (["--prompt", "Daily"], {"close": 1}, 3, {}),
@@ -246,8 +191,7 @@ class Questions(unittest.TestCase):
 
     def test_the_question_and_the_job_go_when_the_run_ends(self):
         progress = "/tmp/ov_Weekly.progress"
-        with open(progress, "w") as f:
-            f.write("1 10 1 10 1 1\n")
+        write(progress, "1 10 1 10 1 1\n")
         self.addCleanup(os.unlink, progress)
         answer()
         for arguments, appeared, expected, gone in ((["--ask-deletions", "12", "/b", "/a", "Daily", "manual"], "notify", 2, "close"),
@@ -259,13 +203,10 @@ class Questions(unittest.TestCase):
             self.assertEqual(running.wait(10), expected)
             self.assertEqual(len(events(since, gone)), 1, arguments[0])
 
-
 class ScriptRun(unittest.TestCase):
-    """A real scheduled script, filled by the pane's builder, run by its
-    path as root as cron runs it, with the user's desktop logged in."""
-
+    """A real script, filled by the pane's builder, run as root as cron runs it, the user's desktop logged in."""
     def setUp(self):
-        settings(DisplayAlert=True, AutoDismissAlert=True, TimeValue=1, TimeUnit=0, PlaySound=False)
+        settings()
         desktop = subprocess.Popen(daemon_as_user(["env", "DISPLAY=:78", "DBUS_SESSION_BUS_ADDRESS=" + address,
                                                    "XDG_RUNTIME_DIR=" + runtime, "sleep", "600"]))
         self.addCleanup(desktop.wait)
@@ -276,9 +217,7 @@ class ScriptRun(unittest.TestCase):
 
     def cron_run(self, *fill_arguments):
         script = os.path.join(self.root, "daily.rb")
-        with open(script, "wb") as f:
-            f.write(subprocess.run([os.environ["OV_FILL_SCRIPT"], "--user", USER, *fill_arguments], capture_output=True, check=True).stdout)
-        os.chmod(script, 0o700)
+        write(script, subprocess.run([os.environ["OV_FILL_SCRIPT"], "--user", USER, *fill_arguments], capture_output=True, check=True).stdout, 0o700)
         return subprocess.run(["env", "-i", "LANG=C.UTF-8", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", script],
                               capture_output=True, timeout=300)
 
@@ -293,13 +232,8 @@ class ScriptRun(unittest.TestCase):
         # Each folder takes long enough for the job to show it.
         for name in ("first", "second"):
             source, destination = os.path.join(self.root, name), os.path.join(self.root, name + "-backup")
-            os.makedirs(source)
-            os.makedirs(destination)
-            # Not a first copy, which takes no time.
-            open(os.path.join(destination, "notes.txt"), "w").close()
-            with open(os.path.join(source, "data.bin"), "wb") as f:
-                for _ in range(250):
-                    f.write(os.urandom(1 << 20))
+            write(destination + "/notes.txt", "")  # not a first copy, which takes no time
+            write(source + "/data.bin", os.urandom(250 << 20))
             pairs += [source, destination]
         since = mark()
         run = self.cron_run("--progress", "--prompt", *pairs)
@@ -308,7 +242,11 @@ class ScriptRun(unittest.TestCase):
             self.assertEqual(subprocess.run(["cmp", pairs[i] + "/data.bin", pairs[i + 1] + "/data.bin"]).returncode, 0)
         self.assertEqual(len(shown(since, "promptBeforeBackup")), 1, "the run asked once")
         self.assertTrue(wait_for(lambda: events(since, "job-terminate"), 20), "the progress job did not end")
-        requests, seen = job_state(since)
+        requests = events(since, "job-request")
+        state, seen = dict(requests[0]["hints"]), []
+        for update in events(since, "job-update"):
+            state.update(update["properties"])
+            seen.append(dict(state))
         self.assertEqual([(r["desktopEntry"], r["capabilities"]) for r in requests], [("org.orvane.Orvane.notice", 0)],
                          "one job for the whole run, which a user cannot cancel (it is root's run)")
         self.assertEqual(seen[-1]["title"], "Daily backup")
@@ -324,10 +262,8 @@ class ScriptRun(unittest.TestCase):
             with self.subTest(answer=given):
                 shutil.rmtree(destination, ignore_errors=True)
                 for folder, names in ((source, ["a", "b"]), (destination, ["a", "b"] + ["gone %d" % i for i in range(20)])):
-                    os.makedirs(folder, exist_ok=True)
                     for name in names:
-                        with open(os.path.join(folder, name), "w") as f:
-                            f.write(name)
+                        write(os.path.join(folder, name), name)
                 answer(**given)
                 since = mark()
                 run = self.cron_run("--mirror", source, destination)
@@ -340,21 +276,18 @@ class ScriptRun(unittest.TestCase):
                     self.assertFalse(os.path.exists("/var/log/.orvane_daily.err"))
                     self.assertEqual(end, "The daily backup is complete.")
                 else:
-                    with open("/var/log/.orvane_daily.err") as f:
-                        self.assertIn("20 files in %s are no longer in %s; they were kept in the backup, %s"
-                                      % (destination, source, reason), f.read())
+                    self.assertIn("20 files in %s are no longer in %s; they were kept in the backup, %s"
+                                  % (destination, source, reason), read("/var/log/.orvane_daily.err").decode())
                     self.assertIn("they were kept in the backup, " + reason, end)
-
 
 class Refusals(unittest.TestCase):
     def test_without_a_desktop_it_says_why_and_starts_no_bus(self):
-        """The old program, started without the user's bus address on a
-        display, left a dbus-launch and a dbus-daemon running as the user."""
+        """The old program, without the user's bus address on a display, left a dbus-launch and a dbus-daemon."""
         empty_runtime = os.path.join(WORK, "runtime-without-bus")
         os.makedirs(empty_runtime, exist_ok=True)
         os.chown(empty_runtime, user.pw_uid, user.pw_gid)
         other, daemon = start_bus(os.path.join(WORK, "bus-without-desktop"))
-        settings(DisplayAlert=True, PlaySound=False)
+        settings()
         before = user_processes("dbus-daemon")
         no_address = dict(bus=False, display=True, runtime_dir=empty_runtime)
         for environment, said in ((no_address, ["DBUS_SESSION_BUS_ADDRESS"] * 2),
@@ -367,9 +300,7 @@ class Refusals(unittest.TestCase):
         time.sleep(0.5)
         self.assertEqual((user_processes("dbus-daemon"), user_processes("dbus-launch")), (before, []))
         daemon.terminate()
-
-        # The same environment does autolaunch a bus for a plain D-Bus client:
-        # the check above would see one.
+        # The same environment does autolaunch a bus for a plain D-Bus client: the check above would see one.
         subprocess.run(as_user(["env", "-i"] + session_environment(**no_address)
                                + ["dbus-send", "--session", "--dest=org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer.Ping"]),
                        capture_output=True, timeout=30)
@@ -384,7 +315,6 @@ class Refusals(unittest.TestCase):
             status, err, _ = notice(*arguments)
             self.assertEqual(status, 2, arguments)
             self.assertIn("usage", err)
-
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -20,10 +20,8 @@ ANY_RSYNC = os.environ.get("OV_PSYNC_ANY_RSYNC", "")
 OLD_RSYNC = os.environ.get("OV_OLD_RSYNC", "")
 NET_NAME = "2026-11-25 10.00.00 Daily"
 
-
 def psync(*args, stdin=None, program=PSYNC):
     return subprocess.run([program, *args], input=stdin, capture_output=True)
-
 
 class PsyncTest(unittest.TestCase):
     @classmethod
@@ -207,10 +205,9 @@ class PsyncTest(unittest.TestCase):
     # Too many deletions are held; each answer, and none.
     def test_hold_deletions(self):
         for i in range(40):
-            write(f"{self.dst}/f{i:02d}", "x")
+            write(f"{self.dst}/f{i:02d}", "x", mtime=1e9)
             if i < 5:
-                write(f"{self.src}/f{i:02d}", "x")
-                os.utime(f"{self.src}/f{i:02d}", ns=(os.stat(f"{self.dst}/f{i:02d}").st_mtime_ns,) * 2)
+                write(f"{self.src}/f{i:02d}", "x", mtime=1e9)
         write(f"{self.src}/new", "new")
         for answer, status, left in ((b"keep\n", 3, 41), (b"", 3, 41), (b"delete\n", 0, 6)):
             r = psync("-d", "--hold-deletions", *self.net_args(), self.src, self.dst, stdin=answer)
@@ -334,7 +331,6 @@ class PsyncTest(unittest.TestCase):
         self.assertEqual([], os.listdir(victim))
         self.assertEqual([], [f"{d}/{f}" for d, _, fs in os.walk(self.dir) for f in fs
                               if os.lstat(f"{d}/{f}").st_uid == self.bob and not f"{d}/".startswith(parent + "/")])
-
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
