@@ -1,9 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// Hostile property lists and a memory bound to read them under, for the
-// tests of every reader (the items archive, the settings domain, the update
-// check).
+// Hostile property lists, and a memory bound to read them under.
 #pragma once
 
 #include <QByteArray>
@@ -38,9 +36,8 @@ inline QByteArray binaryList(const QVector<QByteArray> &objects, int offsetBytes
     return data + offsets + trailer;
 }
 
-// "Billion laughs" as a binary list: levels arrays, each holding the next
-// one twice, the last an ASCII string of leafBytes; 2^levels - 1 arrays and
-// 2^(levels - 1) strings once expanded, in a few bytes per level.
+// "Billion laughs": levels arrays, each holding the next one twice, the last a
+// string of leafBytes; 2^levels - 1 arrays and 2^(levels - 1) strings expanded.
 inline QByteArray laughs(int levels, int leafBytes = 0)
 {
     QVector<QByteArray> objects;
@@ -53,39 +50,26 @@ inline QByteArray laughs(int levels, int leafBytes = 0)
     return binaryList(objects, 2, 1);
 }
 
-// Lowers the soft address-space limit to what the process has mapped now
-// plus headroom, for as long as it lives (as "prlimit --as" would for the
-// whole run): a reader that expands a list beyond its bounds fails here
-// instead of taking the machine's memory.
+// Lowers the soft address-space limit to what is mapped now plus headroom, for
+// its lifetime: a reader expanding a list beyond bounds fails instead of taking the machine's memory.
 class AddressLimit
 {
 public:
     explicit AddressLimit(rlim_t headroom)
     {
+        QFile file(QStringLiteral("/proc/self/status"));
+        file.open(QIODevice::ReadOnly);
+        const QByteArray status = file.readAll();
+        const int at = status.indexOf("\nVmSize:") + 8;
+        const rlim_t mapped = status.mid(at, status.indexOf(" kB", at) - at).trimmed().toULongLong() * 1024;
         getrlimit(RLIMIT_AS, &m_saved);
         rlimit lowered = m_saved;
-        lowered.rlim_cur = qMin(mapped() + headroom, m_saved.rlim_max);
+        lowered.rlim_cur = qMin(mapped + headroom, m_saved.rlim_max);
         setrlimit(RLIMIT_AS, &lowered);
     }
     ~AddressLimit()
     {
         setrlimit(RLIMIT_AS, &m_saved);
-    }
-    AddressLimit(const AddressLimit &) = delete;
-    AddressLimit &operator=(const AddressLimit &) = delete;
-
-    // The bytes of address space the process has mapped (VmSize).
-    static rlim_t mapped()
-    {
-        QFile status(QStringLiteral("/proc/self/status"));
-        if (status.open(QIODevice::ReadOnly)) {
-            for (const QByteArray &line : status.readAll().split('\n')) {
-                if (line.startsWith("VmSize:")) {
-                    return static_cast<rlim_t>(line.mid(7).trimmed().split(' ').value(0).toULongLong()) * 1024;
-                }
-            }
-        }
-        return 0;
     }
 
 private:

@@ -21,13 +21,7 @@ namespace
 const QString HelpFolder = QStringLiteral(OV_SOURCE_DIR "/resources/help");
 const QString HelpPage = HelpFolder + QStringLiteral("/help.html");
 
-QUrl withoutFragment(const QUrl &url)
-{
-    return url.adjusted(QUrl::RemoveFragment);
-}
-
-// An options sheet's tabs in small, the credits on the last one, loaded:
-// long enough to scroll, in words so that they wrap.
+// An options sheet's tabs in small, the credits on the last one: long enough to scroll, in words that wrap.
 struct Credits {
     QTemporaryDir dir;
     QTabWidget tabView;
@@ -67,15 +61,13 @@ private Q_SLOTS:
         QStandardPaths::setTestModeEnabled(true);
     }
 
-    // The manual as the sheet shows it: every page reached from the help
-    // page loads, every image decodes, every link and anchor lands, and no
-    // page or picture in the folder is left unreachable.
+    // Every page reached from the help page loads, every image decodes, every
+    // link and anchor lands; no page or picture in the folder is unreachable.
     void everyPageLinkAndImageResolves()
     {
         OVHelpSheet sheet(HelpPage);
         QTextBrowser *view = sheet.helpWebView();
-        QSet<QString> pages;
-        QSet<QString> images;
+        QSet<QString> pages, images;
         QHash<QString, QSet<QString>> anchors;
         QList<std::pair<QUrl, QString>> fragments; // (link, page it is on)
         QList<QUrl> queue{QUrl::fromLocalFile(HelpPage)};
@@ -88,9 +80,9 @@ private Q_SLOTS:
             }
             pages.insert(path);
             view->setSource(page);
-            QTextDocument *document = view->document();
-            QVERIFY2(!document->toPlainText().trimmed().isEmpty(), qPrintable(path + QStringLiteral(" shows nothing")));
-            QVERIFY2(!document->metaInformation(QTextDocument::DocumentTitle).isEmpty(), qPrintable(path + QStringLiteral(" has no title")));
+            const QTextDocument *document = view->document();
+            QVERIFY2(!document->toPlainText().trimmed().isEmpty() && !document->metaInformation(QTextDocument::DocumentTitle).isEmpty(),
+                     qPrintable(path + QStringLiteral(" shows nothing, or has no title")));
             for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
                 for (auto it = block.begin(); !it.atEnd(); ++it) {
                     const QTextCharFormat format = it.fragment().charFormat();
@@ -111,7 +103,7 @@ private Q_SLOTS:
                             continue;
                         }
                         QVERIFY2(target.path().endsWith(QLatin1String(".html")), qPrintable(path + QStringLiteral(" links to ") + target.toString()));
-                        queue.append(withoutFragment(target));
+                        queue.append(target.adjusted(QUrl::RemoveFragment));
                         if (target.hasFragment()) {
                             fragments.append({target, path});
                         }
@@ -123,24 +115,19 @@ private Q_SLOTS:
             const QString target = QFileInfo(link.toLocalFile()).canonicalFilePath();
             QVERIFY2(anchors.value(target).contains(link.fragment()), qPrintable(from + QStringLiteral(": no anchor for ") + link.toString()));
         }
-
-        const QDir folder(HelpFolder);
-        for (const QFileInfo &file : folder.entryInfoList({QStringLiteral("*.html")}, QDir::Files)) {
+        for (const QFileInfo &file : QDir(HelpFolder).entryInfoList({QStringLiteral("*.html")}, QDir::Files)) {
             QVERIFY2(pages.contains(file.canonicalFilePath()), qPrintable(file.fileName() + QStringLiteral(" is linked from nowhere")));
         }
         QDirIterator pictures(HelpFolder, {QStringLiteral("*.png")}, QDir::Files, QDirIterator::Subdirectories);
         int pictureCount = 0;
-        while (pictures.hasNext()) {
+        for (; pictures.hasNext(); ++pictureCount) {
             const QString picture = QFileInfo(pictures.next()).canonicalFilePath();
-            ++pictureCount;
             QVERIFY2(images.contains(picture), qPrintable(picture + QStringLiteral(" is shown nowhere")));
         }
-        QVERIFY(pages.size() > 1);
-        QVERIFY(pictureCount > 0);
+        QVERIFY(pages.size() > 1 && pictureCount > 0);
     }
 
-    // A page followed inside the help, then the sheet closed and opened
-    // again: the help page shows, from its top, with no way back.
+    // A page followed inside the help, then the sheet closed and opened again: the help page shows, from its top, with no way back.
     void followedPageIsForgottenOnClose()
     {
         OVHelpSheet sheet(HelpPage);
@@ -149,37 +136,31 @@ private Q_SLOTS:
         sheet.viewHelp();
         QVERIFY(sheet.isVisible());
         QCOMPARE(view->source(), sheet.helpPageUrl());
-
         view->verticalScrollBar()->setValue(view->verticalScrollBar()->maximum());
         QVERIFY(view->verticalScrollBar()->value() > 0);
         // Follow the help page's first link as a reader would: Tab to it, Return.
         view->setFocus();
         QTest::keyClick(view, Qt::Key_Tab);
         QTest::keyClick(view->viewport(), Qt::Key_Return);
-        const QUrl followed = withoutFragment(view->source());
+        const QUrl followed = view->source().adjusted(QUrl::RemoveFragment);
         QVERIFY2(followed.isLocalFile() && followed != sheet.helpPageUrl(), qPrintable(followed.toString()));
         QVERIFY(view->isBackwardAvailable());
-
         sheet.hideHelpSheet();
         QVERIFY(!sheet.isVisible());
         QCOMPARE(view->source(), sheet.helpPageUrl());
         QVERIFY(!view->isBackwardAvailable());
-
         sheet.viewHelp();
         QCOMPARE(view->source(), sheet.helpPageUrl());
         QCOMPARE(view->verticalScrollBar()->value(), 0);
         QVERIFY(!view->isBackwardAvailable());
         sheet.hideHelpSheet();
-
         // Missing, the help says where it was looked for.
         OVHelpSheet missing(QStringLiteral("/nonexistent/help.html"));
         missing.loadHelpPage();
         QVERIFY(missing.helpWebView()->toPlainText().contains(QStringLiteral("/nonexistent/help.html")));
     }
 
-    // The credits scroll only while their tab shows; leaving it, or closing
-    // the sheet, stops them and puts the text back at its top. Missing, they
-    // say where they were looked for.
+    // The credits scroll only while their tab shows; leaving it, or closing the sheet, stops them and puts the text back at its top.
     void creditsScrollOnlyOnTheirTab()
     {
         Credits c;
@@ -188,17 +169,15 @@ private Q_SLOTS:
         QVERIFY(!c.credits.scrollTimer());
         c.tabView.setCurrentIndex(2);
         QTRY_VERIFY_WITH_TIMEOUT(bar->value() > 0, 2000);
-
         c.tabView.setCurrentIndex(0);
         QVERIFY(!c.credits.scrollTimer());
         QCOMPARE(bar->value(), 0);
-
         c.tabView.setCurrentIndex(2);
         QTRY_VERIFY_WITH_TIMEOUT(bar->value() > 0, 2000);
         c.credits.stopScrolling(); // the options sheet closed
         QVERIFY(!c.credits.scrollTimer());
         QCOMPARE(bar->value(), 0);
-
+        // Missing, they say where they were looked for.
         OVCredits missing(c.view, &c.tabView, c.dir.filePath(QStringLiteral("none.html")));
         missing.loadCredits();
         QVERIFY(c.view->toPlainText().contains(c.dir.filePath(QStringLiteral("none.html"))));

@@ -1,10 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The items table as a user meets it, offscreen: folder labels on the
-// desktop's disks, a plain click that only selects, menus on a deliberate
-// act, tick boxes that cannot be used drawn disabled, and a delete that
-// leaves the next row selected with its menus closed; what a screen
-// reader learns of a tick box.
+// The items table as a user meets it, offscreen.
 #include "OVBackupItemModel.h"
 #include "OVExclusionsSheet.h"
 #include "OVFolderLabel.h"
@@ -56,7 +52,6 @@ class TestItemsTable : public QObject
         {
             return view.visualRect(model.index(row, column)).center();
         }
-        // An editor is a pop-up open in the table.
         bool menuOpen() const
         {
             return view.viewport()->findChild<QComboBox *>(QStringLiteral("cellPopUp")) != nullptr;
@@ -66,25 +61,21 @@ class TestItemsTable : public QObject
 private Q_SLOTS:
     void foldersOnDisksAreLabelledWithTheirDisk()
     {
-        const struct {
-            const char *path;
-            const char *label;
-        } rows[] = {
+        // A disk itself, the folders above disks, and look-alikes of them keep their names.
+        const std::pair<const char *, const char *> rows[] = {
             {"/Volumes/Backup/Photos", "Backup: Photos"},
             {"/home/ann/Fotos \"x\"", "Fotos \"x\""},
             {"/media/ann/USB STICK/Photos/2024/", "USB STICK: 2024"},
             {"/run/media/ann/Backup/Work/../Play", "Backup: Play"},
-            // A disk itself, and the folders above disks, keep their names.
             {"/media/ann", "ann"},
             {"/run/media/ann/Backup", "Backup"},
             {"/run/media", "media"},
-            // Look-alikes are plain folders.
             {"/mediafiles/ann/Disk/Folder", "Folder"},
             {"/home/ann/media/x/Disk/Folder", "Folder"},
             {"/run/user/1000/Disk/Folder", "Folder"},
         };
-        for (const auto &row : rows) {
-            QCOMPARE(OVFolderLabel::labelForPath(QString::fromUtf8(row.path)), QString::fromUtf8(row.label));
+        for (const auto &[path, label] : rows) {
+            QCOMPARE(OVFolderLabel::labelForPath(QString::fromUtf8(path)), QString::fromUtf8(label));
         }
         QVERIFY(!OVFolderLabel::startupDiskName().isEmpty());
         QCOMPARE(OVFolderLabel::labelForPath(QStringLiteral("/")), OVFolderLabel::startupDiskName());
@@ -98,7 +89,6 @@ private Q_SLOTS:
         QCOMPARE(t.table.selectedRow(), 2);
         QTest::qWait(QApplication::doubleClickInterval() + 200);
         QVERIFY(!t.menuOpen());
-
         // A click on the selected row's cell opens its menu.
         QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(2, OVBackupItemModel::FrequencyColumn));
         QTRY_VERIFY(t.menuOpen());
@@ -107,14 +97,11 @@ private Q_SLOTS:
         QTest::qWait(100);
         QTest::keyClick(t.view.viewport()->findChild<QComboBox *>(QStringLiteral("cellPopUp")), Qt::Key_Escape);
         QTRY_VERIFY(!t.menuOpen());
-
-        // A double-click on another row selects it and opens its menu.
-        // (A real double-click: press, release, then the double press.)
+        // A double-click on another row selects it and opens its menu (a real one: press, release, then the double press).
         QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(0, OVBackupItemModel::DestColumn));
         QTest::mouseDClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(0, OVBackupItemModel::DestColumn));
         QCOMPARE(t.table.selectedRow(), 0);
         QTRY_VERIFY(t.menuOpen());
-
         // A delete leaves the next row selected, its menus closed.
         QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::SourceColumn));
         t.table.deleteSelected();
@@ -128,10 +115,7 @@ private Q_SLOTS:
         QVERIFY(!t.menuOpen());
     }
 
-    // A row's own menu gets that row's source back. "Exclusions…": an
-    // addition asks about the earlier copies; OK gives the row its list, and
-    // the row shows it has one; locked, it only shows. A row without a
-    // source has nothing to restore or leave out.
+    // A row's own menu restores that row's source, or edits its exclusions; a row without a source has neither.
     void aRowsMenuRestoresAndExcludes()
     {
         Table t(2);
@@ -145,9 +129,8 @@ private Q_SLOTS:
         std::unique_ptr<QMenu> empty(t.table.rowMenu(1, &t.view));
         QVERIFY(!empty->findChild<QAction *>(QStringLiteral("restoreRowAction"))->isEnabled());
         QVERIFY(!empty->findChild<QAction *>(QStringLiteral("exclusionsRowAction"))->isEnabled());
-
+        // An addition asks about the earlier copies; OK gives the row its list, and the row shows it has one.
         QSignalSpy changed(&t.table, &OVItemsTable::changed);
-
         OVExclusionsSheet *sheet = t.table.showExclusions(0);
         QVERIFY(sheet);
         // Outside the source, or empty: refused with the reason.
@@ -172,7 +155,6 @@ private Q_SLOTS:
         QCOMPARE(t.model.item(0).exclusionsRemovedFromBackup(), QStringList({QStringLiteral("*.iso")}));
         QCOMPARE(changed.count(), 1);
         QVERIFY(t.model.index(0, OVBackupItemModel::SourceColumn).data(Qt::AccessibleDescriptionRole).isValid());
-
         // Remove takes an entry away; Cancel keeps the row as it was.
         sheet = t.table.showExclusions(0);
         auto *list = sheet->findChild<QTreeWidget *>(QStringLiteral("exclusionList"));
@@ -182,7 +164,7 @@ private Q_SLOTS:
         QVERIFY(sheet->removedFromBackup().isEmpty());
         sheet->reject();
         QCOMPARE(t.model.item(0).exclusions().size(), 2);
-
+        // Locked, it only shows.
         t.model.setEditable(false);
         sheet = t.table.showExclusions(0);
         QVERIFY(!sheet->findChild<QPushButton *>(QStringLiteral("addPatternButton"))->isEnabled());
@@ -191,9 +173,8 @@ private Q_SLOTS:
         sheet->close();
     }
 
-    // A tick box that cannot be used (no folders yet, or the pane locked)
-    // is drawn disabled, reported disabled to assistive technology and not
-    // toggled by a click; a usable one toggles either way.
+    // A tick box that cannot be used (no folders yet, or the pane locked) is drawn
+    // disabled, reported disabled to a screen reader and not toggled by a click.
     void tickBoxesThatCannotBeUsed()
     {
         Table t(2);
@@ -211,15 +192,13 @@ private Q_SLOTS:
         auto reported = [table](int row) {
             return table->cellAt(row, OVBackupItemModel::CheckColumn);
         };
-        // Row 0 has both folders: its box can be used; row 1 has none. The
-        // other cells of the row stay as they are.
+        // Row 0 has both folders: its box can be used; row 1 has none, its other cells as they are.
         QVERIFY(drawnEnabled(0, OVBackupItemModel::CheckColumn));
         QVERIFY(!drawnEnabled(1, OVBackupItemModel::CheckColumn));
         QVERIFY(drawnEnabled(1, OVBackupItemModel::SourceColumn));
         QVERIFY(reported(0)->state().checkable && !reported(0)->state().disabled);
         QVERIFY(reported(1)->state().checkable && reported(1)->state().disabled);
         QVERIFY(reported(1)->actionInterface()->actionNames().isEmpty());
-
         const bool unusable = t.model.item(1).checkColumn();
         QTest::mouseClick(t.view.viewport(), Qt::LeftButton, {}, t.cell(1, OVBackupItemModel::CheckColumn));
         QCOMPARE(t.model.item(1).checkColumn(), unusable);
@@ -227,7 +206,6 @@ private Q_SLOTS:
         reported(0)->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
         QCOMPARE(t.model.item(0).checkColumn(), !usable);
         QCOMPARE(reported(0)->state().checked, !usable);
-
         // Locked: no box can be used, also in rows added since.
         t.model.setEditable(false);
         QVERIFY(!drawnEnabled(0, OVBackupItemModel::CheckColumn));

@@ -1,9 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The settings, declared once, and the options sheet bound to them by name:
-// each key reaches its own control and comes back from it, the interface
-// file's design is the defaults, and a stored domain is read value by value
-// as the table says. Any user.
+// The settings, declared once, and the options sheet bound to them by name.
 #include "OVOptionsSheet.h"
 #include "OVSafetyNet.h"
 #include "OVScheduleTables.h"
@@ -57,49 +54,42 @@ private Q_SLOTS:
     void everyKeyComesBackFromItsOwnControl()
     {
         Sheet t;
-        auto *sound = t.sheet.soundPopUp();
         int n = 0;
         for (const OVSettings::Item &item : OVSettings::items()) {
             t.settings.setValue(item.key, distinct(item, n++));
         }
-        sound->addItem(t.settings.sound());
+        t.sheet.soundPopUp()->addItem(t.settings.sound());
         const OVSettings held = t.settings;
         t.sheet.load();
-
         // Read back into a fresh object: a key bound to another's control,
         // or not bound at all, comes back as something else.
         OVSettings readBack;
         OVSettingsBinding binding(&t.sheet, &readBack);
         binding.updateSettings();
         QStringList bound = binding.keys();
-        for (const OVSettings::Item &item : OVSettings::items()) {
-            if (bound.contains(item.key)) {
-                QVERIFY2(readBack.value(item.key) == held.value(item.key), qPrintable(item.key));
-            }
-        }
-        // Every key has its control, but the pane's own four.
         QStringList unbound;
         for (const OVSettings::Item &item : OVSettings::items()) {
-            if (!bound.removeAll(item.key)) {
+            if (bound.removeAll(item.key)) {
+                QVERIFY2(readBack.value(item.key) == held.value(item.key), qPrintable(item.key));
+            } else {
                 unbound.append(item.key);
             }
         }
+        // Every key has its control, but the pane's own four.
         QCOMPARE(bound, QStringList());
         QCOMPARE(unbound.join(QLatin1Char(' ')), QStringLiteral("Master SafetyNetFolder ShowOnlyErrors Locked"));
         QVERIFY(!binding.hasChanged());
     }
 
+    // The interface file's states, untouched, read as settings; every menu as long as its range.
     void theDesignIsTheDefaults()
     {
-        // The interface file's states, untouched, read as settings.
         Sheet t;
         OVSettings design;
         OVSettingsBinding(&t.sheet, &design).updateSettings();
         for (const OVSettings::Item &item : OVSettings::items()) {
             QVERIFY2(design.value(item.key) == item.defaultValue, qPrintable(item.key));
         }
-
-        // And every menu has the entries its setting's range counts.
         OVSettingsBinding binding(&t.sheet, &t.settings);
         for (const QString &key : binding.keys()) {
             const OVSettings::Item *item = OVSettings::item(key);
@@ -142,8 +132,7 @@ private Q_SLOTS:
         QCOMPARE(domain.value(key).userType(), settings.value(key).userType());
     }
 
-    // A per-frequency accessor reaches its own frequency's key, "Manually"
-    // for the manual runs.
+    // A per-frequency accessor reaches its own frequency's key, "Manually" for the manual runs.
     void perFrequencyAccessorsReachTheirKeys()
     {
         OVSettings settings;
@@ -204,10 +193,7 @@ private Q_SLOTS:
         row("dismiss on", "kcfg_AutoDismissAlert", true, "kcfg_TimeValue timeValueStepper kcfg_TimeUnit");
         row("sound off", "kcfg_PlaySound", false, "kcfg_Sound");
         row("connect on", "kcfg_AutoConnect", true, "kcfg_RemoteServerAddress kcfg_RemoteUserName passwordField kcfg_RemoteVolumeName connectButton");
-        row("safety net off",
-            "kcfg_SafetyNet",
-            false,
-            "kcfg_ArchiveItems kcfg_MaxArchives maxArchivesStepper chooseArchiveFolderButton openArchiveFolderButton");
+        row("net off", "kcfg_SafetyNet", false, "kcfg_ArchiveItems kcfg_MaxArchives maxArchivesStepper chooseArchiveFolderButton openArchiveFolderButton");
     }
     void governingBoxesEnableTheirControls()
     {
@@ -230,9 +216,7 @@ private Q_SLOTS:
         QVERIFY(!t.sheet.findChild<QPushButton *>(QStringLiteral("openArchiveFolderButton"))->isEnabled());
     }
 
-    // What a screen reader learns through Qt's accessibility: every control
-    // has a name (a field's from its label) and reports the state it is
-    // drawn in.
+    // Through Qt's accessibility every control has a name (a field's from its label) and reports the state it is drawn in.
     void everyControlOfTheOptionsHasItsName()
     {
         Sheet t;
@@ -242,8 +226,7 @@ private Q_SLOTS:
         for (QWidget *widget : widgets) {
             const bool control = qobject_cast<QAbstractButton *>(widget) || qobject_cast<QComboBox *>(widget) || qobject_cast<QLineEdit *>(widget)
                 || qobject_cast<QAbstractSpinBox *>(widget) || qobject_cast<QAbstractSlider *>(widget) || qobject_cast<QTextBrowser *>(widget);
-            // The parts Qt puts inside a control (a spin box's line edit, a
-            // tab bar's scroll buttons) speak through it.
+            // The parts Qt puts inside a control (a spin box's line edit, a tab bar's scroll buttons) speak through it.
             if (!control || widget->objectName().isEmpty() || widget->objectName().startsWith(QLatin1String("qt_"))) {
                 continue;
             }
@@ -258,9 +241,7 @@ private Q_SLOTS:
     void anUnknownSoundSelectsTheBell()
     {
         Sheet t;
-        for (const char *title : {"Basso", "Magic Bell", "Glass"}) {
-            t.sheet.soundPopUp()->addItem(QString::fromLatin1(title));
-        }
+        t.sheet.soundPopUp()->addItems({QStringLiteral("Basso"), QStringLiteral("Magic Bell"), QStringLiteral("Glass")});
         t.settings.setSound(QStringLiteral("Glass"));
         t.sheet.load();
         QCOMPARE(t.sheet.soundPopUp()->currentText(), QStringLiteral("Glass"));

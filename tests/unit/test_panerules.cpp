@@ -1,9 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Small rules the user meets: who counts as an administrator (the unlock is
-// offered to them), the last-backup marker's date (a misread one shows a
-// wrong status), when the module saves as its host's window goes. Any user:
-// the save is counted, no helper runs.
+// Small rules the user meets: who may unlock, the last-backup marker's date (misread, a wrong
+// status), when the module saves as its host's window goes (counted: no helper runs).
 #include "OVLock.h"
 #include "OVMarker.h"
 #include "OVSaveOnClose.h"
@@ -63,8 +61,7 @@ private Q_SLOTS:
         QCOMPARE(OVStatusMonitor::scheduledRun("scheduled 07/04/26\n"), std::optional<QByteArrayList>());
     }
 
-    // Once when the window closes (a close, then a hide), again after it
-    // comes back, never when it is minimised.
+    // Once when the window closes (a close, then a hide), again after it comes back, never when it is minimised.
     void savesOnceEachTimeTheWindowGoes()
     {
         Host host;
@@ -74,7 +71,6 @@ private Q_SLOTS:
         host.show();
         host.window.hide();
         QCOMPARE(host.saves, 2);
-
         // The desktop hides a minimised window.
         host.show();
         host.window.showMinimized();

@@ -1,15 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The script filler: every placeholder and default line, and the escaping of
-// names, checked by Ruby itself (a name that ended its literal would run as
-// root). Any user; ruby must be installed.
+// The script filler, checked by Ruby itself: a name that ended its literal would run as root.
 #include "OVBackupItem.h"
 #include "OVScriptBuilder.h"
 #include "ovfixedpaths.h"
 
 #include <QFile>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace OVScriptBuilder;
@@ -25,18 +22,13 @@ QByteArray sourceTemplate()
 // The variables of a filled script as Ruby sees them, one "name=inspect" a line.
 QByteArray rubyValues(const QByteArray &script)
 {
-    QTemporaryDir dir;
-    QFile file(dir.filePath(QStringLiteral("script.rb")));
-    file.open(QIODevice::WriteOnly);
-    file.write(script);
-    file.close();
+    const QString program = QStringLiteral(
+        "b = binding; eval(STDIN.binmode.read.split(\"\\nclass OrvaneBackup\").first, b); "
+        "b.local_variables.sort.each { |v| puts \"#{v}=#{b.local_variable_get(v).inspect}\" }");
     QProcess ruby;
-    ruby.start(QStringLiteral("ruby"),
-               {QStringLiteral("--disable-gems"),
-                QStringLiteral("-e"),
-                QStringLiteral("b = binding; eval(File.binread(ARGV[0]).split(\"\\nclass OrvaneBackup\").first, b); "
-                               "b.local_variables.sort.each { |v| puts \"#{v}=#{b.local_variable_get(v).inspect}\" }"),
-                file.fileName()});
+    ruby.start(QStringLiteral("ruby"), {QStringLiteral("--disable-gems"), QStringLiteral("-e"), program});
+    ruby.write(script);
+    ruby.closeWriteChannel();
     ruby.waitForFinished();
     return ruby.exitCode() == 0 ? ruby.readAllStandardOutput() : QByteArray("ruby failed: ") + ruby.readAllStandardError();
 }
@@ -65,55 +57,35 @@ private Q_SLOTS:
         script.frequency = "Weekly";
         script.options = {true, true, true, true};
         SharedOptions shared;
-        shared.promptBeforeBackup = true;
-        shared.waitUntilAway = true;
-        shared.autoConnect = true;
+        shared.promptBeforeBackup = shared.waitUntilAway = shared.autoConnect = shared.safetyNet = true;
         shared.server = QStringLiteral("smb://nas");
-        shared.account = QStringLiteral("ann");
-        shared.volume = QString();
-        shared.safetyNet = true;
+        shared.account = shared.username = QStringLiteral("ann");
         shared.maxArchives = QStringLiteral("5");
         shared.archiveIndex = 1;
         shared.safetyNetFolder = QStringLiteral("/home/ann/Documents/Safety Net Archives");
         shared.toastApplication = QStringLiteral("Toast Titanium");
-        shared.username = QStringLiteral("ann");
         const QByteArray filled = fill(templateText, script, shared);
-        // Every placeholder is filled but the exclusions, which the items
-        // fill; unfilled, the template's empty lists stand.
+        // Every placeholder is filled but the exclusions, which the items fill; unfilled, the template's empty lists stand.
         for (const QByteArray &line : filled.split('\n')) {
             QVERIFY2(!line.startsWith("#ov_") || line == "#ov_exclusions" || line == "#ov_removedExclusions", line.constData());
         }
-        // (The lines the stored settings fill, run: test_journeys.)
-        for (const char *line : {"backupCommand = \"/usr/local/bin/psync -drm\"",
-                                 "showProgress = true",
-                                 "repairPermissions = true",
-                                 "promptBeforeBackup = true",
-                                 "shouldWaitUntilAway = true",
-                                 "remoteVolumeName = \"\"",
-                                 "archiveContents = \"Changed\"",
-                                 "toastApplicationName = \"Toast Titanium\"",
-                                 "errorFile = \"/var/log/.orvane_weekly.err\"",
-                                 "progressFile = \"/tmp/ov_Weekly.progress\""}) {
-            QVERIFY2(filled.contains(QByteArray(line) + '\n'), line);
-        }
-
-        // The manual script never takes the prompt nor the wait; with the
-        // Safety Net off its lines keep their defaults but for the folder.
-        shared.scheduled = false;
-        shared.safetyNet = false;
-        shared.autoConnect = false;
+        // Lines split at "|".
+        const auto hasLines = [](const QByteArray &text, const char *lines) {
+            for (const QByteArray &line : QByteArray(lines).split('|')) {
+                QVERIFY2(text.contains(line + '\n'), line.constData());
+            }
+        };
+        hasLines(filled,
+                 "backupCommand = \"/usr/local/bin/psync -drm\"|showProgress = true|repairPermissions = true|promptBeforeBackup = true|"
+                 "shouldWaitUntilAway = true|remoteVolumeName = \"\"|archiveContents = \"Changed\"|toastApplicationName = \"Toast Titanium\"|"
+                 "errorFile = \"/var/log/.orvane_weekly.err\"|progressFile = \"/tmp/ov_Weekly.progress\"");
+        // The manual script never takes the prompt nor the wait; with the Safety Net off its lines keep their defaults but for the folder.
+        shared.scheduled = shared.safetyNet = shared.autoConnect = false;
         shared.toastApplication.clear();
         script.options = {};
-        const QByteArray manual = fill(templateText, script, shared);
-        for (const char *line : {"backupCommand = \"/usr/local/bin/psync\"",
-                                 "promptBeforeBackup = false",
-                                 "shouldWaitUntilAway = false",
-                                 "maxArchives = 0",
-                                 "safetyNetFolder = \"\"",
-                                 "remoteServerName = \"smb://nas\"",
-                                 "toastApplicationName = \"Toast Titanium\""}) {
-            QVERIFY2(manual.contains(QByteArray(line) + '\n'), line);
-        }
+        hasLines(fill(templateText, script, shared),
+                 "backupCommand = \"/usr/local/bin/psync\"|promptBeforeBackup = false|shouldWaitUntilAway = false|maxArchives = 0|"
+                 "safetyNetFolder = \"\"|remoteServerName = \"smb://nas\"|toastApplicationName = \"Toast Titanium\"");
         // Safety Net on with nothing chosen: the contents line stays as it is.
         shared.safetyNet = true;
         shared.archiveIndex = -1;
@@ -140,8 +112,7 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(QStringLiteral("/tmp/pwned")));
     }
 
-    // Each pair's exclusions, in the order of the sources, as Ruby reads
-    // them; the template's lines as the template keeps them.
+    // Each pair's exclusions, in the order of the sources, as Ruby reads them; the template's lines as it keeps them.
     void exclusionsPerPair()
     {
         OVBackupItem withExclusions;
@@ -167,16 +138,13 @@ private Q_SLOTS:
         QVERIFY(fill(templateText, bare, SharedOptions()).startsWith("exclusions = [ ]\nexclusions = [ [ ], [ ] ]\n"));
     }
 
-    // A name holding any line of the template's settings, alone on a line
-    // of its own, is data: each line of the template is filled once and the
-    // filled text is never searched again.
+    // A name holding any line of the template's settings, alone on a line of its own, is data:
+    // each line of the template is filled once and the filled text is never searched again.
     void namesHoldingPlaceholdersStayData()
     {
         QList<QByteArray> searches;
-        for (const QByteArray &line : sourceTemplate().split('\n')) {
-            if (line.startsWith("class OrvaneBackup")) {
-                break;
-            }
+        const QByteArray text = sourceTemplate();
+        for (const QByteArray &line : text.left(text.indexOf("\nclass OrvaneBackup")).split('\n')) {
             if (line.startsWith("#ov_") || line.contains(" = ")) {
                 searches.append(line);
             }
@@ -187,23 +155,20 @@ private Q_SLOTS:
             QByteArray out = "\"";
             for (int i = 0; i < bytes.size(); ++i) {
                 const char c = bytes.at(i);
-                if (c == '\n') {
-                    out += "\\n";
-                } else if (c == '"' || c == '\\' || (c == '#' && i + 1 < bytes.size() && QByteArray("{$@").contains(bytes.at(i + 1)))) {
-                    out += '\\';
-                    out += c;
-                } else {
-                    out += c;
-                }
+                const bool escaped = c == '"' || c == '\\' || (c == '#' && i + 1 < bytes.size() && QByteArray("{$@").contains(bytes.at(i + 1)));
+                out += c == '\n' ? QByteArray("\\n") : escaped ? QByteArray("\\") + c : QByteArray(1, c);
             }
             return out + '"';
         };
         Script script = dailyScript();
-        script.sources.clear();
-        script.destinations.clear();
+        script.sources = script.destinations = {};
+        QByteArrayList sources, destinations, exclusions;
         for (const QByteArray &search : searches) {
             script.sources.append(QByteArray("/srv/a\n" + search + "\nb"));
             script.destinations.append(QByteArray(search + " \"; system(\"id\") #{1}"));
+            sources += inspect(script.sources.last());
+            destinations += inspect(script.destinations.last());
+            exclusions += "[]";
         }
         SharedOptions shared;
         shared.username = QStringLiteral("ann\n#ov_logfile\n");
@@ -212,17 +177,11 @@ private Q_SLOTS:
         shared.safetyNetFolder = QStringLiteral("/home/ann/\nsafetyNetFolder = safetyNetFolder\n#ov_destFolders");
         for (const bool scheduled : {true, false}) {
             shared.scheduled = scheduled;
-            const QByteArray values = rubyValues(fill(sourceTemplate(), script, shared));
-            QByteArray sources, destinations, exclusions;
-            for (int i = 0; i < script.sources.size(); ++i) {
-                sources += QByteArray(i ? ", " : "") + inspect(script.sources.at(i));
-                destinations += QByteArray(i ? ", " : "") + inspect(script.destinations.at(i));
-                exclusions += QByteArray(i ? ", []" : "[]");
-            }
-            for (const QByteArray &line : {QByteArray("sourceFolders=[" + sources + "]"),
-                                           QByteArray("destFolders=[" + destinations + "]"),
+            const QByteArray values = rubyValues(fill(text, script, shared));
+            for (const QByteArray &line : {QByteArray("sourceFolders=[" + sources.join(", ") + "]"),
+                                           QByteArray("destFolders=[" + destinations.join(", ") + "]"),
                                            QByteArray("logfile=\"/var/log/orvane_daily.log\""),
-                                           QByteArray("exclusions=[" + exclusions + "]"),
+                                           QByteArray("exclusions=[" + exclusions.join(", ") + "]"),
                                            QByteArray("username=" + inspect("ann\n#ov_logfile\n")),
                                            QByteArray("safetyNetFolder=" + inspect(QFile::encodeName(shared.safetyNetFolder))),
                                            QByteArray(scheduled ? "runKind=\"scheduled\"" : "runKind=\"manual\"")}) {

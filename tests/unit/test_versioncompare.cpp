@@ -11,12 +11,10 @@ class ErrorOnlyDelegate : public QObject
 {
     Q_OBJECT
 public:
-    int calls = 0;
-    int lastCode = -1;
+    int calls = 0, lastCode = -1;
 public Q_SLOTS:
-    void macPADErrorOccurred(MacPADSocket *socket, const QVariantMap &userInfo)
+    void macPADErrorOccurred(MacPADSocket *, const QVariantMap &userInfo)
     {
-        Q_UNUSED(socket)
         ++calls;
         lastCode = userInfo.value(QStringLiteral("MacPADErrorCode")).toInt();
     }
@@ -25,15 +23,11 @@ public Q_SLOTS:
 class TestVersionCompare : public QObject
 {
     Q_OBJECT
-
 private Q_SLOTS:
     void compareVersion()
     {
         // {a, b, compareVersion(a, b)}: -1 when b is older.
-        const struct {
-            const char *a, *b;
-            int expected;
-        } rows[] = {
+        const std::tuple<const char *, const char *, int> rows[] = {
             {"2.0", "2.0", 0},
             {"", "", 0},
             {"1.2", "1.10", 1},
@@ -57,34 +51,30 @@ private Q_SLOTS:
             {"beta", "", 1},
             {"1.99999999999999999999", "1.2", -1},
         };
-        for (const auto &row : rows) {
-            QVERIFY2(MacPADSocket::compareVersion(QString::fromLatin1(row.a), QString::fromLatin1(row.b)) == row.expected,
-                     qPrintable(QStringLiteral("%1 against %2").arg(QLatin1String(row.a), QLatin1String(row.b))));
+        for (const auto &[a, b, expected] : rows) {
+            QVERIFY2(MacPADSocket::compareVersion(QString::fromLatin1(a), QString::fromLatin1(b)) == expected,
+                     qPrintable(QStringLiteral("%1 against %2").arg(QLatin1String(a), QLatin1String(b))));
         }
     }
 
-    // Answers that need no server still arrive later, from the event loop,
-    // with the fixed message, and only to the operations a delegate has.
+    // Answers that need no server still arrive later, from the event loop, with the fixed message, and only to the operations a delegate has.
     void answersWithoutNetwork_data()
     {
         QTest::addColumn<QUrl>("url");
         QTest::addColumn<QString>("version");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("message");
-
         QTest::newRow("no URL") << QUrl() << "1.0" << 1 << "URL or version was nil";
         QTest::newRow("no version") << QUrl(QStringLiteral("https://localhost/v.plist")) << QString() << 1 << "URL or version was nil";
         QTest::newRow("plain http") << QUrl(QStringLiteral("http://localhost/v.plist")) << "1.0" << 2 << "Remote file or URL was invalid";
         QTest::newRow("a file") << QUrl(QStringLiteral("file:///etc/hostname")) << "1.0" << 2 << "Remote file or URL was invalid";
     }
-
     void answersWithoutNetwork()
     {
         QFETCH(QUrl, url);
         QFETCH(QString, version);
         QFETCH(int, code);
         QFETCH(QString, message);
-
         ErrorOnlyDelegate delegate;
         MacPADSocket socket;
         socket.setDelegate(&delegate);
@@ -101,7 +91,6 @@ private Q_SLOTS:
         QCOMPARE(info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool(), false);
         QCOMPARE(delegate.calls, 1);
         QCOMPARE(delegate.lastCode, code);
-
         // A delegate replaced hears nothing more.
         socket.setDelegate(nullptr);
         socket.performCheck(url, version);

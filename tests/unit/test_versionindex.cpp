@@ -1,9 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
 
-// The version index, the restore operation and the command line on backups
-// laid out by hand in a temporary folder: any user, no root.
-
+// The version index, the restore operation and the command line on backups laid out by hand: any user, no root.
 #include "OVExclusions.h"
 #include "OVRestoreCommand.h"
 #include "OVRestoreJob.h"
@@ -31,8 +29,7 @@ void put(const QString &path, const QByteArray &content, const QDateTime &modifi
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(content);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size());
     file.close();
     if (permissions) {
         file.setPermissions(permissions);
@@ -67,10 +64,8 @@ QString names(const QVector<OVEntry> &entries)
 // The exit status, and what went to standard output.
 std::pair<int, QString> command(const OVRestoreSources::Setup &setup, const QStringList &arguments)
 {
-    QString out;
-    QString err;
-    QTextStream outStream(&out);
-    QTextStream errStream(&err);
+    QString out, err;
+    QTextStream outStream(&out), errStream(&err);
     const int status = OVRestoreCommand::run(QStringList{QStringLiteral("orvane-restore")} + arguments, setup, outStream, errStream);
     outStream.flush();
     return {status, out};
@@ -82,9 +77,7 @@ class TestVersionIndex : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QString m_source;
-    QString m_dest;
-    QString m_safetyNet;
+    QString m_source, m_dest, m_safetyNet;
     OVRestoreSources::Setup m_setup;
 
     QString archive(const char *name)
@@ -93,12 +86,10 @@ class TestVersionIndex : public QObject
     }
 
 private Q_SLOTS:
-    // The item was daily: runs on 01/09 (first) and 01/10 10:00 (a.txt
-    // changed, gone.txt and old/ deleted); then it became weekly, and its
-    // one weekly run on 01/12 10:00 changed a.txt again. The daily marker
-    // is younger than anything this item's runs wrote (other daily items
-    // ran); the weekly one is older than the weekly archive (the clock was
-    // set back).
+    // The item was daily: runs on 01/09 (first) and 01/10 10:00 (a.txt changed, gone.txt and old/
+    // deleted); then weekly, its one run on 01/12 10:00 changed a.txt again. The daily marker is younger
+    // than anything this item's runs wrote (other daily items ran); the weekly one is older than the
+    // weekly archive (the clock was set back).
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
@@ -150,16 +141,13 @@ private Q_SLOTS:
         QCOMPARE(OVRestoreSources::frequencyName(int(OVFrequency::Manual)), QStringLiteral("Daily"));
         QCOMPARE(OVRestoreJob::datedName(QStringLiteral("/a/report.odt"), at("2026-01-10 10:00"), 1), QStringLiteral("/a/report (2026-01-10 10.00.00).odt"));
         QCOMPARE(OVRestoreJob::datedName(QStringLiteral("/a/.hidden"), at("2026-01-10 10:00"), 2), QStringLiteral("/a/.hidden (2026-01-10 10.00.00 2)"));
-
-        // The command line's dates: a day stands for its end. (Its other
-        // forms, and a text that is no date: test_restore.sh.)
+        // The command line's dates: a day stands for its end (its other forms: test_restore.sh).
         QCOMPARE(OVRestoreCommand::parseDate(QStringLiteral("2026-11-25")), QDateTime(QDate(2026, 11, 25), QTime(23, 59, 59)));
         QVERIFY(!OVRestoreCommand::parseDate(QStringLiteral("2026-02-30")).isValid());
         QCOMPARE(OVRestoreCommand::escaped(QStringLiteral("a\tb\\c\nd")), QStringLiteral("a\\tb\\\\c\\nd"));
     }
 
-    // Every version of the source, whatever frequency made it; the copy
-    // dated by what is known of the runs that wrote it.
+    // Every version of the source, whatever frequency made it; the copy dated by what is known of the runs that wrote it.
     void sourcesAcrossFrequencies()
     {
         const OVRestoreSources sources = OVRestoreSources::forPath(m_source + QStringLiteral("/Ünïcødé dir/c.txt"), m_setup);
@@ -179,13 +167,10 @@ private Q_SLOTS:
         }
         archives.sort();
         QCOMPARE(archives, QStringList({QStringLiteral("Daily"), QStringLiteral("Weekly")}));
-        // The weekly archive is younger than the weekly marker: it tells the
-        // copy's day; the daily marker is not this item's any more.
+        // The weekly archive, younger than the weekly marker, tells the copy's day; the daily marker is not this item's any more.
         QCOMPARE(index.snapshot(copy).time, at("2026-01-12 00:00"));
         QCOMPARE(index.snapshot(copy).frequency, QStringLiteral("Weekly"));
-
-        // A destination no run is known to have written: no date, and says
-        // whose run is awaited; as a manual item, the daily marker counts.
+        // A destination no run is known to have written: no date, and whose run is awaited; as a manual item, the daily marker counts.
         OVRestoreSources::Setup fresh = m_setup;
         fresh.items.first().setDestPath(m_dir.filePath(QStringLiteral("Other Disk")));
         put(m_dir.filePath(QStringLiteral("Other Disk/a.txt")), "other", at("2026-01-02 09:00"));
@@ -196,9 +181,7 @@ private Q_SLOTS:
         QCOMPARE(monthly.index.snapshot(0).frequency, QStringLiteral("Monthly"));
         fresh.items.first().setFrequencyColumn(int(OVFrequency::Manual));
         QCOMPARE(OVRestoreSources::forPath(m_source, fresh).index.snapshot(0).time, at("2026-01-13 00:00"));
-
-        // A source inside another item's source: the outer item's backups
-        // count too, below the inner folder.
+        // A source inside another item's source: the outer item's backups count too, below the inner folder.
         OVRestoreSources::Setup nested = m_setup;
         OVBackupItem inner;
         inner.setCheckColumn(true);
@@ -211,9 +194,7 @@ private Q_SLOTS:
         QCOMPARE(both.problems.size(), 1);
         QCOMPARE(both.problems.first().kind, OVRestoreProblem::DiskMissing);
         QCOMPARE(both.problems.first().subject, QStringLiteral("Backup Disk"));
-
-        // The remote volume not mounted. (Outside every source, a disk not
-        // connected: test_restore.)
+        // The remote volume not mounted (outside every source, a disk not connected: test_restore).
         OVRestoreSources::Setup remote = m_setup;
         remote.items.first().setDestPath(QStringLiteral("/Volumes/Share/Documents"));
         remote.settings.insert(QStringLiteral("RemoteVolumeName"), QStringLiteral("Share"));
@@ -224,17 +205,14 @@ private Q_SLOTS:
         QCOMPARE(problem.volume, QStringLiteral("Share"));
     }
 
-    // (Versions newest first, and what each run did to them, on real
-    // backups: test_restore.)
     void folderNowAndOnADate()
     {
         const OVVersionIndex index = OVRestoreSources::forPath(m_source, m_setup).index;
         // A path is the source's only below its folder.
         QCOMPARE(index.relativePathOf(m_source + QStringLiteral("/x/y")), QStringLiteral("x/y"));
         QVERIFY(index.relativePathOf(m_source + QStringLiteral("x")).isNull());
-        // Now: deleted names marked, what the item leaves out marked (a
-        // pattern, a folder tagged as a cache and what it holds), the
-        // engine's own folders hidden.
+        // Now: deleted names marked, what the item leaves out marked (a pattern, a folder tagged
+        // as a cache and what it holds), the engine's own folders hidden.
         QCOMPARE(names(index.listFolder(QString())),
                  QStringLiteral("build (not backed up) (excluded), old (deleted), Ünïcødé dir, a.txt, gone.txt (deleted), "
                                 "never.txt (not backed up), new.txt, scratch.tmp (not backed up) (excluded)"));
@@ -255,10 +233,8 @@ private Q_SLOTS:
         QCOMPARE(names(index.listFolder(QStringLiteral("old"), at("2026-01-09 23:59"))), QStringLiteral("deep (deleted), y.txt (deleted)"));
     }
 
-    // What the restore keeps of a version: its attributes and ACL, a
-    // version of its own when they differ, nothing half-written when it is
-    // cancelled. (Versions from real backups, beside and in place of what
-    // is there, to the nanosecond: test_restore.)
+    // What the restore keeps of a version: its attributes and ACL, a version of its own
+    // when they differ, nothing half-written when cancelled (real backups: test_restore).
     void restoreVersions()
     {
         const QString first = archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/a.txt");
@@ -273,7 +249,6 @@ private Q_SLOTS:
         const QString target = m_dir.filePath(QStringLiteral("restored"));
         const QVector<OVVersion> versions = index.versionsOf(QStringLiteral("a.txt"));
         QCOMPARE(versions[2].path, first);
-
         OVRestoreJob job(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
         QSignalSpy progress(&job, &OVRestoreJob::progress);
         QVERIFY(job.run());
@@ -285,13 +260,11 @@ private Q_SLOTS:
             QCOMPARE(attribute(restored, "system.posix_acl_access"), attribute(first, "system.posix_acl_access"));
         }
         QVERIFY(job.filesMissingAttributes().isEmpty());
-
         // Same content, but the tag taken off since: a version of its own.
         QVERIFY(lremovexattr(QFile::encodeName(restored).constData(), "user.xdg.tags") == 0);
         OVRestoreJob untagged(index, OVRestoreJob::plan(index, {versions[2]}, target), OVRestoreJob::KeepBoth);
         QVERIFY(untagged.run());
         QCOMPARE(attribute(target + QStringLiteral("/a (2026-01-10 10.00.00).txt"), "user.xdg.tags"), QByteArray("Work,Urgent"));
-
         const QString cancelTarget = m_dir.filePath(QStringLiteral("cancelled"));
         OVRestoreJob cancelled(index, OVRestoreJob::plan(index, {versions[0]}, cancelTarget), OVRestoreJob::KeepBoth);
         cancelled.cancel();
@@ -299,9 +272,7 @@ private Q_SLOTS:
         QVERIFY(QDir(cancelTarget).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot).isEmpty());
     }
 
-    // The command line on what real backups do not show: folders listed
-    // before files, and the exit code of every misuse. (Its lines, dates,
-    // restores and reasons on real backups: test_restore.sh.)
+    // The command line on what real backups do not show: folders listed before files, the exit code of every misuse.
     void commandLine()
     {
         const QString a = m_source + QStringLiteral("/a.txt");
@@ -314,7 +285,6 @@ private Q_SLOTS:
         QCOMPARE(tree.join(QLatin1Char(',')),
                  QStringLiteral(" present,/old deleted,/old/deep deleted,/old/deep/x.txt deleted,/old/y.txt deleted,"
                                 "/Ünïcødé dir present,/Ünïcødé dir/c.txt present,/a.txt present,/gone.txt deleted"));
-
         const QString to = m_dir.filePath(QStringLiteral("by-command"));
         QDir().mkpath(to);
         QCOMPARE(command(m_setup, {QStringLiteral("--restore"), a, m_source + QStringLiteral("/never.txt"), QStringLiteral("--to"), to}).first, 1);
