@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // Hostile property lists, and a memory bound to read them under.
 #pragma once
 

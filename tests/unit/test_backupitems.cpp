@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // The item record, its keyed archive and the whole-list queries.
 #include "OVBackupItem.h"
 #include "OVBackupItemModel.h"

@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // What an item leaves out, matched as the copy tool takes it; the preview's records as the tool writes them.
 #include "OVExcludeEdit.h"
 #include "OVExclusions.h"

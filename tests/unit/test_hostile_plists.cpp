@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // Property lists that would crash or stall the module at every start, for the
 // items archive and the settings domain (test_update serves the update check one).
 #include "../hostileplist.h"
@@ -74,9 +73,7 @@ private Q_SLOTS:
         QVERIFY(!OVPropertyList::fromData(data).isValid());
         QVERIFY(!OVItemArchive::unarchive(data));
         QSaveFile file(OVSettingsDomain::path());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(data);
-        QVERIFY(file.commit());
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(data) == data.size() && file.commit());
         QVERIFY(!OVSettingsDomain::read());
         QVERIFY2(timer.elapsed() < 5000, "refusing must not take long");
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Master"), 0}}));

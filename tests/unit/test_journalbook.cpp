@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The journal's bookkeeping: when a destination may copy a list and when
-// it must walk fully; the script reader; turning a cut into rsync's lists.
+// The journal's bookkeeping: when a destination may copy a list and when it must walk fully;
+// the script reader; turning a cut into rsync's lists.
 #include "book.h"
 #include "cutlist.h"
 #include "scripts.h"
@@ -30,13 +29,20 @@ std::set<std::string> paths(const Decision &d)
     return all;
 }
 
-// A book whose destination "A" is up to date after a first full run.
-Book started(std::int64_t t = 1000 * Day)
+// A successful copy to destination A (on disk1) or B (on disk2).
+Decision copied(Book &book, const std::string &destination, std::int64_t t = 1000 * Day)
+{
+    const Decision d = book.cut(S, destination, destination == "A" ? "disk1" : "disk2", "", "", t);
+    book.commit(S, destination, d.number, t);
+    return d;
+}
+
+// A book whose destination A is up to date after a first full run.
+Book started()
 {
     Book book;
-    book.start(0, "restarted", t);
-    const Decision first = book.cut(S, "A", "disk1", "", "", t);
-    book.commit(S, "A", first.number, t);
+    book.start(0, "restarted", 1000 * Day);
+    copied(book, "A");
     return book;
 }
 }
@@ -76,19 +82,13 @@ private Q_SLOTS:
     void twoDestinationsInTurnEachGetWhatTheyLack()
     {
         Book book = started();
-        Decision b = book.cut(S, "B", "disk2", "", "", 1000 * Day);
-        book.commit(S, "B", b.number, 1000 * Day);
+        copied(book, "B");
         book.note(S, "one", false);
-        Decision a = book.cut(S, "A", "disk1", "", "", 1000 * Day);
-        book.commit(S, "A", a.number, 1000 * Day);
+        copied(book, "A");
         book.note(S, "two", false);
-        b = book.cut(S, "B", "disk2", "", "", 1000 * Day);
-        QCOMPARE(paths(b), (std::set<std::string>{"F one", "F two"}));
-        book.commit(S, "B", b.number, 1000 * Day);
-        a = book.cut(S, "A", "disk1", "", "", 1000 * Day);
-        QCOMPARE(paths(a), (std::set<std::string>{"F two"}));
+        QCOMPARE(paths(copied(book, "B")), (std::set<std::string>{"F one", "F two"}));
+        QCOMPARE(paths(copied(book, "A")), (std::set<std::string>{"F two"}));
         // Nothing is kept that no destination still lacks.
-        book.commit(S, "A", a.number, 1000 * Day);
         QCOMPARE(book.records(S), std::size_t(0));
     }
 
@@ -155,8 +155,7 @@ private Q_SLOTS:
         // A week without a full walk: the next cut walks anyway, so nothing is
         // kept, even if the clock later says otherwise.
         book.note(S, "x", false);
-        const Decision d = book.cut(S, "B", "disk2", "", "", 1008 * Day);
-        book.commit(S, "B", d.number, 1008 * Day);
+        copied(book, "B", 1008 * Day);
         QCOMPARE(book.cut(S, "A", "disk1", "", "", 1001 * Day).fullWalk, std::string("a full check once a week"));
         Book fresh;
         fresh.start(0, "restarted", 0);

@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // psync's exclusion patterns: what its own walk leaves out and the rules it gives rsync must agree.
 #include "patterns.h"
 #include "rsync.h"

@@ -1,10 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Orvane's lines in the crontab and the anacron table, the pane's edit that
-// puts them in, and which edits install_crontab lets through: a wrong field
-// or a lost line means cron runs nothing, or runs something else. Any user.
-// (The times the settings stand for: test_optionssheet, against the menus'
-// titles.)
+// Orvane's lines in the crontab and the anacron table, the pane's edit, and which edits install_crontab
+// lets through: a wrong field or a lost line means cron runs nothing, or runs something else.
 #include "OVScheduleTables.h"
 #include "ovtables.h"
 
@@ -24,15 +21,8 @@ const std::string DebianCrontab =
     "25 6\t* * *\troot\ttest -x /usr/sbin/anacron || ( cd / && run-parts --report /etc/cron.daily )\n"
     "#\n";
 
-Times someTimes()
-{
-    Times times;
-    times.at = {{{30, 15}, {5, 0}, {45, 11}}};
-    // cron's bounds: Sunday as 0, the 31st.
-    times.weekday = 0;
-    times.dayOfMonth = 31;
-    return times;
-}
+// cron's bounds: Sunday as 0, the 31st.
+const Times SomeTimes{{{{30, 15}, {5, 0}, {45, 11}}}, 0, 31};
 
 bool allowed(const QByteArray &installed, const QByteArray &proposed, Table table = Table::Cron)
 {
@@ -46,7 +36,7 @@ class TestScheduleLines : public QObject
 private Q_SLOTS:
     void lineFormats()
     {
-        const Times t = someTimes();
+        const Times &t = SomeTimes;
         QCOMPARE(cronLine(OVFrequency::Daily, t), QByteArray("30\t15\t*\t*\t*\troot\t\"/Library/Application Support/Orvane/.daily/orvane_daily.rb\"\n"));
         QCOMPARE(cronLine(OVFrequency::Weekly, t), QByteArray("5\t0\t*\t*\t0\troot\t\"/Library/Application Support/Orvane/.weekly/orvane_weekly.rb\"\n"));
         QCOMPARE(cronLine(OVFrequency::Monthly, t), QByteArray("45\t11\t31\t*\t*\troot\t\"/Library/Application Support/Orvane/.monthly/orvane_monthly.rb\"\n"));
@@ -77,16 +67,13 @@ private Q_SLOTS:
     // The pane's edits, each one the helper lets through.
     void edits()
     {
-        const Times t = someTimes();
+        const Times &t = SomeTimes;
         const QByteArray daily = cronLine(OVFrequency::Daily, t);
         const QByteArray old = "0\t2\t*\t*\t*\troot\t\"" + scriptPath(OVFrequency::Daily) + "\"\n";
         const QByteArray mention = "# runs " + scriptPath(OVFrequency::Daily) + " daily\n";
         const QByteArray debian = QByteArray::fromStdString(DebianCrontab);
-        const struct {
-            QByteArray table;
-            std::array<std::optional<QByteArray>, 3> lines;
-            QByteArray edited;
-        } rows[] = {
+        // {table, the three schedules' lines, the table edited}
+        const std::tuple<QByteArray, std::array<std::optional<QByteArray>, 3>, QByteArray> rows[] = {
             // Replaced where it stands; everything around it kept.
             {"A=1\n" + old + "B=2\n", {daily, {}, {}}, "A=1\n" + daily + "B=2\n"},
             // Appended at the end; with no final line end it joins the last line.
@@ -106,10 +93,10 @@ private Q_SLOTS:
              {daily, cronLine(OVFrequency::Weekly, t), cronLine(OVFrequency::Monthly, t)},
              daily + cronLine(OVFrequency::Weekly, t) + cronLine(OVFrequency::Monthly, t)},
         };
-        for (const auto &row : rows) {
-            const QByteArray edited = edit(row.table, row.lines);
-            QCOMPARE(edited, row.edited);
-            QVERIFY2(allowed(row.table, edited), edited.constData());
+        for (const auto &[table, lines, expected] : rows) {
+            const QByteArray edited = edit(table, lines);
+            QCOMPARE(edited, expected);
+            QVERIFY2(allowed(table, edited), edited.constData());
         }
         const QByteArray anacron = "SHELL=/bin/sh\n1\t5\tcron.daily\trun-parts --report /etc/cron.daily\n";
         QVERIFY(allowed(anacron, anacron + anacronLine(OVFrequency::Weekly), Table::Anacron));
@@ -118,7 +105,7 @@ private Q_SLOTS:
     void refusesAnyOtherChange()
     {
         const QByteArray debian = QByteArray::fromStdString(DebianCrontab);
-        const QByteArray daily = cronLine(OVFrequency::Daily, someTimes());
+        const QByteArray daily = cronLine(OVFrequency::Daily, SomeTimes);
         QVERIFY(!allowed(debian, debian + "* * * * * root /tmp/evil\n"));
         QVERIFY(!allowed(debian, "* * * * * root /tmp/evil\n" + debian));
         // Lines of the user's removed, changed or reordered.

@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // The texts the user reads: the strings table (a missing key shows as an empty text), the notices' texts.
 #include "OVLocalizedStrings.h"
 #include "OVNoticeText.h"

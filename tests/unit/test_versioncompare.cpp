@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // The MacPAD version rules, and the answers a check gives without the network.
 #include "MacPADSocket.h"
 

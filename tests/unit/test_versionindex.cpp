@@ -1,6 +1,5 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
 // The version index, the restore operation and the command line on backups laid out by hand: any user, no root.
 #include "OVExclusions.h"
 #include "OVRestoreCommand.h"
@@ -29,13 +28,8 @@ void put(const QString &path, const QByteArray &content, const QDateTime &modifi
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size());
-    file.close();
-    if (permissions) {
-        file.setPermissions(permissions);
-    }
-    QVERIFY(file.open(QIODevice::ReadWrite));
-    QVERIFY(file.setFileTime(modified, QFileDevice::FileModificationTime));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush());
+    QVERIFY(file.setFileTime(modified, QFileDevice::FileModificationTime) && (!permissions || file.setPermissions(permissions)));
 }
 
 QByteArray read(const QString &path)
@@ -96,16 +90,15 @@ private Q_SLOTS:
         m_source = m_dir.filePath(QStringLiteral("Documents"));
         m_dest = m_dir.filePath(QStringLiteral("Backup Disk/Documents"));
         m_safetyNet = m_dir.filePath(QStringLiteral("Safety Net Archives"));
-        put(m_source + QStringLiteral("/a.txt"), "version 3", at("2026-01-11 09:00"));
-        put(m_source + QStringLiteral("/new.txt"), "new", at("2026-01-12 08:00"));
-        put(m_source + QStringLiteral("/Ünïcødé dir/c.txt"), "c", at("2026-01-08 09:00"));
+        for (const QString &root : {m_source, m_dest}) {
+            put(root + QStringLiteral("/a.txt"), "version 3", at("2026-01-11 09:00"));
+            put(root + QStringLiteral("/new.txt"), "new", at("2026-01-12 08:00"));
+            put(root + QStringLiteral("/Ünïcødé dir/c.txt"), "c", at("2026-01-08 09:00"));
+        }
         put(m_source + QStringLiteral("/never.txt"), "never", at("2026-01-13 12:00"));
         put(m_source + QStringLiteral("/scratch.tmp"), "scratch", at("2026-01-13 12:00"));
         put(m_source + QStringLiteral("/build/CACHEDIR.TAG"), "Signature: 8a477f597d28d172789f06886806bc55\n", at("2026-01-08 09:00"));
         put(m_source + QStringLiteral("/build/out/o.bin"), "o", at("2026-01-08 09:00"));
-        put(m_dest + QStringLiteral("/a.txt"), "version 3", at("2026-01-11 09:00"));
-        put(m_dest + QStringLiteral("/new.txt"), "new", at("2026-01-12 08:00"));
-        put(m_dest + QStringLiteral("/Ünïcødé dir/c.txt"), "c", at("2026-01-08 09:00"));
         put(m_dest + QStringLiteral("/.psync-work/junk"), "engine", at("2026-01-08 09:00"));
         put(m_dest + QStringLiteral("/.orvane-kept-4242/kept/a.txt"), "staged", at("2026-01-08 09:00"));
         put(archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/a.txt"), "version 1", at("2026-01-08 09:00"), QFile::ReadOwner | QFile::WriteOwner);
