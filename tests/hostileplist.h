@@ -35,8 +35,7 @@ inline QByteArray binaryList(const QVector<QByteArray> &objects, int offsetBytes
     return data + offsets + trailer;
 }
 
-// "Billion laughs": levels arrays, each holding the next one twice, the last a
-// string of leafBytes; 2^levels - 1 arrays and 2^(levels - 1) strings expanded.
+// "Billion laughs": levels arrays, each holding the next one twice, the last a string of leafBytes; 2^levels - 1 arrays and 2^(levels - 1) strings expanded.
 inline QByteArray laughs(int levels, int leafBytes = 0)
 {
     QVector<QByteArray> objects;
@@ -49,8 +48,7 @@ inline QByteArray laughs(int levels, int leafBytes = 0)
     return binaryList(objects, 2, 1);
 }
 
-// Lowers the soft address-space limit to what is mapped now plus headroom, for
-// its lifetime: a reader expanding a list beyond bounds fails instead of taking the machine's memory.
+// Caps the address space at what is mapped now plus headroom: a reader expanding a list fails instead of taking the machine.
 class AddressLimit
 {
 public:

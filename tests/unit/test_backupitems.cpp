@@ -5,7 +5,6 @@
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVPropertyList.h"
-
 #include <QDir>
 #include <QFile>
 #include <QTest>
@@ -53,8 +52,7 @@ private Q_SLOTS:
         a.setBackupDestination(QString(QLatin1String("")));
         a.setDestColumn(2);
         OVBackupItem b = item(OVBackupItem::NoSchedule, false, nullptr, nullptr, true, false);
-        // Equal strings are stored once and shared. What an item leaves out
-        // travels with it, the entries removed from the backup a part of it.
+        // Equal strings are stored once and shared. What an item leaves out travels with it, the entries removed from the backup a part of it.
         OVBackupItem c = a;
         c.setFrequencyColumn(int(OVFrequency::Manual));
         c.setExclusions({QStringLiteral("/home/ann/.cache"), QStringLiteral("*.tmp"), QStringLiteral("Fotos \"2024\"/**/Roh ✓/")},
@@ -70,8 +68,7 @@ private Q_SLOTS:
         QVERIFY(!back->at(0).backupDestination().isNull());
         QVERIFY(back->at(1).backupSource().isNull());
         QCOMPARE(OVItemArchive::unarchive(OVItemArchive::archive({})), std::optional(QVector<OVBackupItem>()));
-        // The keyed archiver's layout, which a Mac reads back; an item
-        // without exclusions is archived as before them.
+        // The keyed archiver's layout, which a Mac reads back; an item without exclusions is archived as before them.
         QVariantMap root = OVPropertyList::fromData(data).toMap();
         QCOMPARE(root.value(QStringLiteral("$archiver")).toString(), QStringLiteral("NSKeyedArchiver"));
         QCOMPARE(root.value(QStringLiteral("$version")).toInt(), 100000);
@@ -100,8 +97,7 @@ private Q_SLOTS:
         QVERIFY(!OVItemArchive::unarchive(OVPropertyList::toBinary(root)));
     }
 
-    // A new item leaves out the user's Trash and cache where its source
-    // holds them; an item loaded from the archive keeps what it had.
+    // A new item leaves out the user's Trash and cache where its source holds them; an item loaded from the archive keeps what it had.
     void newItemsLeaveOutTrashAndCache()
     {
         const QString home = QDir::homePath();

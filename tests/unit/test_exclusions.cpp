@@ -4,7 +4,6 @@
 #include "OVExcludeEdit.h"
 #include "OVExclusions.h"
 #include "OVPreview.h"
-
 #include <QTemporaryDir>
 #include <QTest>
 

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "OVCredits.h"
 #include "OVHelpSheet.h"
-
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>

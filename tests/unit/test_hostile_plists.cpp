@@ -1,15 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Property lists that would crash or stall the module at every start, for the
-// items archive and the settings domain (test_update serves the update check one).
+// Property lists that would crash or stall the module at every start, for the items archive and the settings domain (test_update serves the update check one).
 #include "../hostileplist.h"
 #include "OVItemArchive.h"
 #include "OVPropertyList.h"
 #include "OVSettingsDomain.h"
-
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
@@ -17,8 +14,7 @@
 
 namespace
 {
-// A binary list of depth arrays, each holding the next: one-byte objects
-// with 4-byte references, the way a hostile file packs a deep list small.
+// A binary list of depth arrays, each holding the next: one-byte objects with 4-byte references, the way a hostile file packs a deep list small.
 QByteArray deepBinary(quint32 depth, bool cycle = false)
 {
     QVector<QByteArray> objects;
@@ -49,8 +45,7 @@ private Q_SLOTS:
         QStandardPaths::setTestModeEnabled(true);
     }
 
-    // Refused from the bytes alone, quickly, under a memory bound libplist's
-    // expansion would break (26 laughs: 180 bytes for six gigabytes); a save replaces it.
+    // Refused quickly, under a memory bound libplist's expansion would break (26 laughs: 180 bytes for 6 GB); a save replaces it.
     void hostileListsAreRefused_data()
     {
         QTest::addColumn<QByteArray>("data");

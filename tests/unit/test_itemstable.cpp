@@ -7,11 +7,9 @@
 #include "OVItemDelegate.h"
 #include "OVItemsTable.h"
 #include "OVTableView.h"
-
 #include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
-#include <QHeaderView>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
@@ -19,7 +17,6 @@
 #include <QStyleOptionViewItem>
 #include <QTest>
 #include <QTreeWidget>
-
 #include <memory>
 
 class TestItemsTable : public QObject
@@ -173,8 +170,7 @@ private Q_SLOTS:
         sheet->close();
     }
 
-    // A tick box that cannot be used (no folders yet, or the pane locked) is drawn
-    // disabled, reported disabled to a screen reader and not toggled by a click.
+    // A tick box that cannot be used (no folders yet, or the pane locked) is drawn disabled, reported disabled to a screen reader and not toggled by a click.
     void tickBoxesThatCannotBeUsed()
     {
         Table t(2);

@@ -1,14 +1,11 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The journal's bookkeeping: when a destination may copy a list and when it must walk fully;
-// the script reader; turning a cut into rsync's lists.
+// The journal's bookkeeping: when a destination may copy a list and when it must walk fully; the script reader; turning a cut into rsync's lists.
 #include "book.h"
 #include "cutlist.h"
 #include "scripts.h"
-
 #include <QTemporaryDir>
 #include <QTest>
-
 #include <fcntl.h>
 #include <set>
 #include <unistd.h>
@@ -152,8 +149,7 @@ private Q_SLOTS:
     void unwantedChangesAreNotKept()
     {
         Book book = started();
-        // A week without a full walk: the next cut walks anyway, so nothing is
-        // kept, even if the clock later says otherwise.
+        // A week without a full walk: the next cut walks anyway, so nothing is kept, even if the clock later says otherwise.
         book.note(S, "x", false);
         copied(book, "B", 1008 * Day);
         QCOMPARE(book.cut(S, "A", "disk1", "", "", 1001 * Day).fullWalk, std::string("a full check once a week"));

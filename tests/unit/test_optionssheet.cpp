@@ -6,7 +6,6 @@
 #include "OVScheduleTables.h"
 #include "OVSettings.h"
 #include "OVSettingsBinding.h"
-
 #include <QAbstractButton>
 #include <QAbstractSlider>
 #include <QAccessible>
@@ -61,8 +60,7 @@ private Q_SLOTS:
         t.sheet.soundPopUp()->addItem(t.settings.sound());
         const OVSettings held = t.settings;
         t.sheet.load();
-        // Read back into a fresh object: a key bound to another's control,
-        // or not bound at all, comes back as something else.
+        // Read back into a fresh object: a key bound to another's control, or not bound at all, comes back as something else.
         OVSettings readBack;
         OVSettingsBinding binding(&t.sheet, &readBack);
         binding.updateSettings();

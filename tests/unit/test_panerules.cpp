@@ -1,12 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Small rules the user meets: who may unlock, the last-backup marker's date (misread, a wrong
-// status), when the module saves as its host's window goes (counted: no helper runs).
+// Small rules the user meets: who may unlock, the last-backup marker's date, when the module saves as its window goes.
 #include "OVLock.h"
 #include "OVMarker.h"
 #include "OVSaveOnClose.h"
 #include "OVStatusMonitor.h"
-
 #include <QLocale>
 #include <QTest>
 #include <QVBoxLayout>

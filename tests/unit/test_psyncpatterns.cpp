@@ -3,7 +3,6 @@
 // psync's exclusion patterns: what its own walk leaves out and the rules it gives rsync must agree.
 #include "patterns.h"
 #include "rsync.h"
-
 #include <QTest>
 
 using namespace psync;
@@ -12,46 +11,40 @@ class TestPsyncPatterns : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void matching_data()
-    {
-        QTest::addColumn<QByteArray>("pattern");
-        QTest::addColumn<QByteArray>("path");
-        QTest::addColumn<bool>("folder");
-        QTest::addColumn<bool>("left");
-        // A name at any depth.
-        QTest::newRow("name top") << QByteArray("*.tmp") << QByteArray("a.tmp") << false << true;
-        QTest::newRow("name deep") << QByteArray("*.tmp") << QByteArray("x/y/a.tmp") << false << true;
-        QTest::newRow("name is the last part") << QByteArray("*.tmp") << QByteArray("a.tmp/b") << false << false;
-        QTest::newRow("** in a name is *") << QByteArray("**.tmp") << QByteArray("x/a.tmp") << false << true;
-        QTest::newRow("? one character") << QByteArray("?.log") << QByteArray("d/a.log") << false << true;
-        QTest::newRow("? not two") << QByteArray("?.log") << QByteArray("ab.log") << false << false;
-        // Folders only.
-        QTest::newRow("folder only, folder") << QByteArray("node_modules/") << QByteArray("p/node_modules") << true << true;
-        QTest::newRow("folder only, file") << QByteArray("node_modules/") << QByteArray("p/node_modules") << false << false;
-        // A path from the top.
-        QTest::newRow("path") << QByteArray("docs/*.pdf") << QByteArray("docs/a.pdf") << false << true;
-        QTest::newRow("path is anchored") << QByteArray("docs/*.pdf") << QByteArray("x/docs/a.pdf") << false << false;
-        QTest::newRow("* stops at /") << QByteArray("docs/*.pdf") << QByteArray("docs/x/a.pdf") << false << false;
-        QTest::newRow("** crosses /") << QByteArray("docs/**.pdf") << QByteArray("docs/x/a.pdf") << false << true;
-        QTest::newRow("**/ any folders") << QByteArray("**/build/") << QByteArray("a/b/build") << true << true;
-        QTest::newRow("**/ no folder") << QByteArray("**/build/") << QByteArray("build") << true << true;
-        QTest::newRow("middle **/") << QByteArray("src/**/gen") << QByteArray("src/gen") << false << true;
-        QTest::newRow("leading / anchors") << QByteArray("/cache") << QByteArray("x/cache") << false << false;
-        // Bytes, not text; "[" and "\" are plain characters.
-        QTest::newRow("invalid UTF-8") << QByteArray("caf\xe9*") << QByteArray("d/caf\xe9 cr\xe8me") << false << true;
-        QTest::newRow("bracket literal") << QByteArray("[draft]*") << QByteArray("[draft] v2") << false << true;
-        QTest::newRow("bracket no class") << QByteArray("[draft]*") << QByteArray("d v2") << false << false;
-    }
     void matching()
     {
-        QFETCH(QByteArray, pattern);
-        QFETCH(QByteArray, path);
-        QFETCH(bool, folder);
-        QFETCH(bool, left);
-        bool any = false;
-        for (const Rule &rule : patternRules(pattern.toStdString(), false))
-            any = any || matches(rule, path.toStdString(), folder);
-        QCOMPARE(any, left);
+        // {pattern, path, a folder, left out}
+        const std::tuple<std::string, std::string, bool, bool> rows[] = {
+            // A name at any depth, as the last part only; "**" in a name is "*", "?" one character.
+            {"*.tmp", "a.tmp", false, true},
+            {"*.tmp", "x/y/a.tmp", false, true},
+            {"*.tmp", "a.tmp/b", false, false},
+            {"**.tmp", "x/a.tmp", false, true},
+            {"?.log", "d/a.log", false, true},
+            {"?.log", "ab.log", false, false},
+            // Folders only.
+            {"node_modules/", "p/node_modules", true, true},
+            {"node_modules/", "p/node_modules", false, false},
+            // A path from the top, anchored: "*" stops at "/", "**" crosses it, "**/" is any folders or none.
+            {"docs/*.pdf", "docs/a.pdf", false, true},
+            {"docs/*.pdf", "x/docs/a.pdf", false, false},
+            {"docs/*.pdf", "docs/x/a.pdf", false, false},
+            {"docs/**.pdf", "docs/x/a.pdf", false, true},
+            {"**/build/", "a/b/build", true, true},
+            {"**/build/", "build", true, true},
+            {"src/**/gen", "src/gen", false, true},
+            {"/cache", "x/cache", false, false},
+            // Bytes, not text (invalid UTF-8); "[" and "\" are plain characters.
+            {"caf\xe9*", "d/caf\xe9 cr\xe8me", false, true},
+            {"[draft]*", "[draft] v2", false, true},
+            {"[draft]*", "d v2", false, false},
+        };
+        for (const auto &[pattern, path, folder, left] : rows) {
+            bool any = false;
+            for (const Rule &rule : patternRules(pattern, false))
+                any = any || matches(rule, path, folder);
+            QVERIFY2(any == left, (pattern + " on " + path).c_str());
+        }
     }
 
     void rsyncRules()
@@ -67,8 +60,7 @@ private Q_SLOTS:
         QCOMPARE(rules("node_modules/"), QStringList{QStringLiteral("node_modules/")});
         QCOMPARE(rules("**/build/"), (QStringList{QStringLiteral("/**/build/"), QStringLiteral("build/")}));
         QCOMPARE(rules("[a]*\\"), QStringList{QStringLiteral("\\[a]*\\\\")});
-        // A literal path: its wildcard characters are escaped when rsync
-        // would read them as wildcards.
+        // A literal path: its wildcard characters are escaped when rsync would read them as wildcards.
         QCOMPARE(QString::fromStdString(rsyncPattern(pathRule("/Photos/*2024*/", false))), QStringLiteral("/Photos/\\*2024\\*"));
         QCOMPARE(QString::fromStdString(rsyncPattern(pathRule("plain\\name", false))), QStringLiteral("/plain\\name"));
     }

@@ -1,10 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Orvane's lines in the crontab and the anacron table, the pane's edit, and which edits install_crontab
-// lets through: a wrong field or a lost line means cron runs nothing, or runs something else.
+// Orvane's cron and anacron lines, the pane's edit, which edits install_crontab lets through: a wrong line runs nothing.
 #include "OVScheduleTables.h"
 #include "ovtables.h"
-
 #include <QTest>
 
 using namespace OVScheduleTables;

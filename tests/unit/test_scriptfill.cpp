@@ -4,7 +4,6 @@
 #include "OVBackupItem.h"
 #include "OVScriptBuilder.h"
 #include "ovfixedpaths.h"
-
 #include <QFile>
 #include <QProcess>
 #include <QTest>
@@ -138,8 +137,7 @@ private Q_SLOTS:
         QVERIFY(fill(templateText, bare, SharedOptions()).startsWith("exclusions = [ ]\nexclusions = [ [ ], [ ] ]\n"));
     }
 
-    // A name holding any line of the template's settings, alone on a line of its own, is data:
-    // each line of the template is filled once and the filled text is never searched again.
+    // A name holding any line of the template's settings is data: each line is filled once, never searched again.
     void namesHoldingPlaceholdersStayData()
     {
         QList<QByteArray> searches;

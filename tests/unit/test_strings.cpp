@@ -3,7 +3,6 @@
 // The texts the user reads: the strings table (a missing key shows as an empty text), the notices' texts.
 #include "OVLocalizedStrings.h"
 #include "OVNoticeText.h"
-
 #include <QDirIterator>
 #include <QFile>
 #include <QRegularExpression>
@@ -71,8 +70,7 @@ private Q_SLOTS:
         QCOMPARE(delay(true), ms(120000));
         QCOMPARE(delay(true, 7, 0), ms(7000));
         QCOMPARE(delay(true, 3, 2), ms(3 * 3600 * 1000));
-        // Out of range: at least a second, at most a day; a unit beyond the
-        // menu is the menu's default, minutes, as the options show it.
+        // Out of range: at least a second, at most a day; a unit beyond the menu is the menu's default, minutes, as the options show it.
         QCOMPARE(delay(true, 0, 0), ms(1000));
         QCOMPARE(delay(true, 999, 2), ms(24 * 3600 * 1000));
         QCOMPARE(delay(true, 3, 9), ms(3 * 60 * 1000));

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The MacPAD version rules, and the answers a check gives without the network.
 #include "MacPADSocket.h"
-
 #include <QSignalSpy>
 #include <QTest>
 

@@ -5,7 +5,6 @@
 #include "OVRestoreCommand.h"
 #include "OVRestoreJob.h"
 #include "OVRestoreSources.h"
-
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -14,7 +13,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextStream>
-
 #include <sys/xattr.h>
 
 namespace
@@ -80,10 +78,8 @@ class TestVersionIndex : public QObject
     }
 
 private Q_SLOTS:
-    // The item was daily: runs on 01/09 (first) and 01/10 10:00 (a.txt changed, gone.txt and old/
-    // deleted); then weekly, its one run on 01/12 10:00 changed a.txt again. The daily marker is younger
-    // than anything this item's runs wrote (other daily items ran); the weekly one is older than the
-    // weekly archive (the clock was set back).
+    // Daily runs on 01/09 (first) and 01/10 10:00 (a.txt changed, gone.txt and old/ deleted); then weekly, its run on 01/12 10:00
+    // changed a.txt. The daily marker is younger than this item's runs (other items ran); the weekly one older than its archive.
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
@@ -204,8 +200,7 @@ private Q_SLOTS:
         // A path is the source's only below its folder.
         QCOMPARE(index.relativePathOf(m_source + QStringLiteral("/x/y")), QStringLiteral("x/y"));
         QVERIFY(index.relativePathOf(m_source + QStringLiteral("x")).isNull());
-        // Now: deleted names marked, what the item leaves out marked (a pattern, a folder tagged
-        // as a cache and what it holds), the engine's own folders hidden.
+        // Deleted names marked, what the item leaves out marked (a pattern, a cache-tagged folder), the engine's own folders hidden.
         QCOMPARE(names(index.listFolder(QString())),
                  QStringLiteral("build (not backed up) (excluded), old (deleted), Ünïcødé dir, a.txt, gone.txt (deleted), "
                                 "never.txt (not backed up), new.txt, scratch.tmp (not backed up) (excluded)"));
@@ -226,8 +221,7 @@ private Q_SLOTS:
         QCOMPARE(names(index.listFolder(QStringLiteral("old"), at("2026-01-09 23:59"))), QStringLiteral("deep (deleted), y.txt (deleted)"));
     }
 
-    // What the restore keeps of a version: its attributes and ACL, a version of its own
-    // when they differ, nothing half-written when cancelled (real backups: test_restore).
+    // A restored version keeps its attributes and ACL, is a version of its own when they differ, leaves nothing when cancelled.
     void restoreVersions()
     {
         const QString first = archive("2026-01-10 10.00.00 Daily") + QStringLiteral("/a.txt");
