@@ -60,8 +60,7 @@ public:
         const int at = status.indexOf("\nVmSize:") + 8;
         const rlim_t mapped = status.mid(at, status.indexOf(" kB", at) - at).trimmed().toULongLong() * 1024;
         getrlimit(RLIMIT_AS, &m_saved);
-        rlimit lowered = m_saved;
-        lowered.rlim_cur = qMin(mapped + headroom, m_saved.rlim_max);
+        const rlimit lowered{qMin(mapped + headroom, m_saved.rlim_max), m_saved.rlim_max};
         setrlimit(RLIMIT_AS, &lowered);
     }
     ~AddressLimit()

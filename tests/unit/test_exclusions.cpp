@@ -88,15 +88,14 @@ private Q_SLOTS:
     void cacheDirTags()
     {
         QTemporaryDir dir;
-        const auto tag = [&dir](const char *folder, const QByteArray &content) {
+        const std::pair<const char *, QByteArray> tags[] = {{"real", "Signature: 8a477f597d28d172789f06886806bc55\n# made by a program\n"},
+                                                            {"short", "Signature: 8a477f597d28d172789f06886806bc5"},
+                                                            {"other", "Signature: 00000000000000000000000000000000\n"}};
+        for (const auto &[folder, content] : tags) {
             QDir().mkpath(dir.filePath(QLatin1String(folder)));
             QFile file(dir.filePath(QLatin1String(folder) + QStringLiteral("/CACHEDIR.TAG")));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(content);
-        };
-        tag("real", "Signature: 8a477f597d28d172789f06886806bc55\n# made by a program\n");
-        tag("short", "Signature: 8a477f597d28d172789f06886806bc5");
-        tag("other", "Signature: 00000000000000000000000000000000\n");
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+        }
         for (const char *folder : {"real", "short", "other", "none"}) {
             QVERIFY2(OVExclusions::hasCacheDirTag(dir.filePath(QLatin1String(folder))) == !qstrcmp(folder, "real"), folder);
         }

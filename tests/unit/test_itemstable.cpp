@@ -131,8 +131,7 @@ private Q_SLOTS:
         OVExclusionsSheet *sheet = t.table.showExclusions(0);
         QVERIFY(sheet);
         // Outside the source, or empty: refused with the reason.
-        QVERIFY(!sheet->problemWith(QStringLiteral("/etc/passwd")).isNull());
-        QVERIFY(!sheet->problemWith(QStringLiteral(" ")).isNull());
+        QVERIFY(!sheet->problemWith(QStringLiteral("/etc/passwd")).isNull() && !sheet->problemWith(QStringLiteral(" ")).isNull());
         const auto answer = [sheet](const char *button) {
             QMessageBox *question = nullptr;
             for (QMessageBox *box : sheet->findChildren<QMessageBox *>(QStringLiteral("removeFromBackupQuestion"))) {
@@ -189,8 +188,7 @@ private Q_SLOTS:
             return table->cellAt(row, OVBackupItemModel::CheckColumn);
         };
         // Row 0 has both folders: its box can be used; row 1 has none, its other cells as they are.
-        QVERIFY(drawnEnabled(0, OVBackupItemModel::CheckColumn));
-        QVERIFY(!drawnEnabled(1, OVBackupItemModel::CheckColumn));
+        QVERIFY(drawnEnabled(0, OVBackupItemModel::CheckColumn) && !drawnEnabled(1, OVBackupItemModel::CheckColumn));
         QVERIFY(drawnEnabled(1, OVBackupItemModel::SourceColumn));
         QVERIFY(reported(0)->state().checkable && !reported(0)->state().disabled);
         QVERIFY(reported(1)->state().checkable && reported(1)->state().disabled);

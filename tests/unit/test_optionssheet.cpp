@@ -36,17 +36,11 @@ class TestOptionsSheet : public QObject
     // A value of each setting's type that no other setting holds.
     static QVariant distinct(const OVSettings::Item &item, int n)
     {
-        switch (item.kind) {
-        case OVSettings::Kind::Flag:
-            return !item.defaultValue.toBool();
-        case OVSettings::Kind::Index:
-        case OVSettings::Kind::Count:
-            // Off the default, inside the range.
-            return item.minimum + (item.defaultValue.toInt() - item.minimum + 1 + n % qMax(1, item.maximum - item.minimum)) % (item.maximum - item.minimum + 1);
-        case OVSettings::Kind::Text:
-            return QStringLiteral("text %1").arg(n);
-        }
-        return QVariant();
+        const int span = item.maximum - item.minimum;
+        // A number off the default, inside the range.
+        return item.kind == OVSettings::Kind::Flag ? QVariant(!item.defaultValue.toBool())
+            : item.kind == OVSettings::Kind::Text  ? QVariant(QStringLiteral("text %1").arg(n))
+                                                   : QVariant(item.minimum + (item.defaultValue.toInt() - item.minimum + 1 + n % qMax(1, span)) % (span + 1));
     }
 
 private Q_SLOTS:
@@ -149,9 +143,8 @@ private Q_SLOTS:
             return qobject_cast<QComboBox *>(binding->widget(key));
         };
         for (const OVFixedPaths::FrequencyFiles &schedule : OVFixedPaths::Scheduled) {
-            const QString name = QString::fromLatin1(schedule.name);
-            QComboBox *hours = menu(name + QStringLiteral("Hour"));
-            QComboBox *minutes = menu(name + QStringLiteral("Minute"));
+            QComboBox *hours = menu(QString::fromLatin1(schedule.name) + QStringLiteral("Hour"));
+            QComboBox *minutes = menu(QString::fromLatin1(schedule.name) + QStringLiteral("Minute"));
             QVERIFY(hours && minutes);
             for (int h = 0; h < hours->count(); ++h) {
                 for (int m = 0; m < minutes->count(); ++m) {
@@ -220,8 +213,7 @@ private Q_SLOTS:
         Sheet t;
         t.sheet.load();
         int controls = 0;
-        const auto widgets = t.sheet.findChildren<QWidget *>();
-        for (QWidget *widget : widgets) {
+        for (QWidget *widget : t.sheet.findChildren<QWidget *>()) {
             const bool control = qobject_cast<QAbstractButton *>(widget) || qobject_cast<QComboBox *>(widget) || qobject_cast<QLineEdit *>(widget)
                 || qobject_cast<QAbstractSpinBox *>(widget) || qobject_cast<QAbstractSlider *>(widget) || qobject_cast<QTextBrowser *>(widget);
             // The parts Qt puts inside a control (a spin box's line edit, a tab bar's scroll buttons) speak through it.

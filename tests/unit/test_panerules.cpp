@@ -34,12 +34,10 @@ class TestPaneRules : public QObject
 private Q_SLOTS:
     void adminGroups()
     {
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann lpadmin\n")));
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann admin")));
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("ann cdrom sudo\n")));
-        QVERIFY(OVLock::isAdminGroupList(QStringLiteral("wheel")));
-        QVERIFY(!OVLock::isAdminGroupList(QStringLiteral("ann sudoers wheelchair\n")));
-        QVERIFY(!OVLock::isAdminGroupList(QString()));
+        for (const char *groups : {"ann lpadmin\n", "ann admin", "ann cdrom sudo\n", "wheel"}) {
+            QVERIFY2(OVLock::isAdminGroupList(QString::fromLatin1(groups)), groups);
+        }
+        QVERIFY(!OVLock::isAdminGroupList(QStringLiteral("ann sudoers wheelchair\n")) && !OVLock::isAdminGroupList(QString()));
     }
 
     void markerDates()

@@ -104,11 +104,9 @@ private Q_SLOTS:
     {
         const QByteArray debian = QByteArray::fromStdString(DebianCrontab);
         const QByteArray daily = cronLine(OVFrequency::Daily, SomeTimes);
-        QVERIFY(!allowed(debian, debian + "* * * * * root /tmp/evil\n"));
-        QVERIFY(!allowed(debian, "* * * * * root /tmp/evil\n" + debian));
+        QVERIFY(!allowed(debian, debian + "* * * * * root /tmp/evil\n") && !allowed(debian, "* * * * * root /tmp/evil\n" + debian));
         // Lines of the user's removed, changed or reordered.
-        QVERIFY(!allowed(debian, QByteArray(debian).replace("SHELL=/bin/sh\n", "")));
-        QVERIFY(!allowed(debian, QByteArray(debian).replace("17 *", "18 *")));
+        QVERIFY(!allowed(debian, QByteArray(debian).replace("SHELL=/bin/sh\n", "")) && !allowed(debian, QByteArray(debian).replace("17 *", "18 *")));
         QVERIFY(!allowed("A=1\nB=2\n", "B=2\nA=1\n"));
         // A crontab line in the anacron table is no own line there.
         QVERIFY(!allowed("SHELL=/bin/sh\n", "SHELL=/bin/sh\n" + daily, Table::Anacron));

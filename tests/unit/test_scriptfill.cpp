@@ -32,6 +32,14 @@ QByteArray rubyValues(const QByteArray &script)
     return ruby.exitCode() == 0 ? ruby.readAllStandardOutput() : QByteArray("ruby failed: ") + ruby.readAllStandardError();
 }
 
+// Each line, split at "|", is in the text.
+void hasLines(const QByteArray &text, const char *lines)
+{
+    for (const QByteArray &line : QByteArray(lines).split('|')) {
+        QVERIFY2(text.contains(line + '\n'), QByteArray(line + "\nnot in\n" + text).constData());
+    }
+}
+
 Script dailyScript()
 {
     Script script;
@@ -68,12 +76,6 @@ private Q_SLOTS:
         for (const QByteArray &line : filled.split('\n')) {
             QVERIFY2(!line.startsWith("#ov_") || line == "#ov_exclusions" || line == "#ov_removedExclusions", line.constData());
         }
-        // Lines split at "|".
-        const auto hasLines = [](const QByteArray &text, const char *lines) {
-            for (const QByteArray &line : QByteArray(lines).split('|')) {
-                QVERIFY2(text.contains(line + '\n'), line.constData());
-            }
-        };
         hasLines(filled,
                  "backupCommand = \"/usr/local/bin/psync -drm\"|showProgress = true|repairPermissions = true|promptBeforeBackup = true|"
                  "shouldWaitUntilAway = true|remoteVolumeName = \"\"|archiveContents = \"Changed\"|toastApplicationName = \"Toast Titanium\"|"
@@ -103,11 +105,10 @@ private Q_SLOTS:
         shared.maxArchives = QStringLiteral("3");
         shared.safetyNetFolder = QStringLiteral("/home/#{ann}/Safety Net Archives");
         const QByteArray values = rubyValues(fill(sourceTemplate(), script, shared));
-        QVERIFY2(values.contains("sourceFolders=[\"/srv/\\\"quoted\\\" \\#{`touch /tmp/pwned`} back\\\\slash\\nnew line \\xC3\\xA9 \\xFF\", \"/srv/plain\"]\n"),
-                 values.constData());
-        QVERIFY(values.contains("destFolders=[\"Toast\", \"/media/b\\#{x}\"]\n"));
-        QVERIFY(values.contains("username=\"ann\\\"; system(\\\"id\\\") #\"\n"));
-        QVERIFY(values.contains("safetyNetFolder=\"/home/\\#{ann}/Safety Net Archives\"\n"));
+        hasLines(values,
+                 "sourceFolders=[\"/srv/\\\"quoted\\\" \\#{`touch /tmp/pwned`} back\\\\slash\\nnew line \\xC3\\xA9 \\xFF\", \"/srv/plain\"]|"
+                 "destFolders=[\"Toast\", \"/media/b\\#{x}\"]|username=\"ann\\\"; system(\\\"id\\\") #\"|"
+                 "safetyNetFolder=\"/home/\\#{ann}/Safety Net Archives\"");
         QVERIFY(!QFile::exists(QStringLiteral("/tmp/pwned")));
     }
 
@@ -127,9 +128,7 @@ private Q_SLOTS:
         const QByteArray templateText = "exclusions = [ ]\n#ov_exclusions\nremovedExclusions = [ ]\n#ov_removedExclusions\n";
         const QByteArray filled = fill(templateText, script, SharedOptions());
         QVERIFY(filled.contains("\nremovedExclusions = [ [ \"*.tmp\" ], [ ] ]\n"));
-        const QByteArray values = rubyValues(filled);
-        QVERIFY2(values.contains("exclusions=[[\"/home/ann/\\\"x\\\" \\#{`id`}\\\\\", \"*.tmp\"], []]\n"), values.constData());
-        QVERIFY(values.contains("removedExclusions=[[\"*.tmp\"], []]\n"));
+        hasLines(rubyValues(filled), "exclusions=[[\"/home/ann/\\\"x\\\" \\#{`id`}\\\\\", \"*.tmp\"], []]|removedExclusions=[[\"*.tmp\"], []]");
         // A script made without them still has one list per pair.
         Script bare = dailyScript();
         bare.sources.append("/srv/b");
