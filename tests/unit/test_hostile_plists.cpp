@@ -23,9 +23,7 @@ QByteArray deepBinary(quint32 depth, bool cycle = false)
         OVHostile::appendBigEndian(array, i + 1 < depth ? i + 1 : 0, 4);
         objects.append(array);
     }
-    if (!cycle) {
-        objects.last() = QByteArray("\xa0");
-    }
+    objects.last() = cycle ? objects.last() : QByteArray("\xa0"); // the deepest one empty, or back to the top
     return OVHostile::binaryList(objects, 4, 4);
 }
 

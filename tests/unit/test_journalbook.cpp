@@ -97,11 +97,9 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("blocked");
         QTest::addColumn<int>("later");
         QTest::addColumn<QString>("reason");
-        const auto row =
-            [](const char *name, const char *lost, const char *identity, const char *settings, const char *blocked, int later, const char *reason) {
-                QTest::newRow(name) << QByteArray(lost) << QByteArray(identity) << QByteArray(settings) << QByteArray(blocked) << later
-                                    << QString::fromUtf8(reason);
-            };
+        const auto row = [](const char *name, const char *lost, const char *id, const char *settings, const char *blocked, int later, const char *why) {
+            QTest::newRow(name) << QByteArray(lost) << QByteArray(id) << QByteArray(settings) << QByteArray(blocked) << later << QString::fromUtf8(why);
+        };
         row("lost track of everything", "overflow", "disk1", "", "", 0, "overflow");
         row("lost track of this source", "moved", "disk1", "", "", 0, "moved");
         row("another disk at the same path", "", "disk2", "", "", 0, "the destination is not the folder the last backup went to (another disk?)");

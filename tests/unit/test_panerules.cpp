@@ -57,7 +57,7 @@ private Q_SLOTS:
         QCOMPARE(OVStatusMonitor::scheduledRun("scheduled 07/04/26\n"), std::optional<QByteArrayList>());
     }
 
-    // Once when the window closes (a close, then a hide), again after it comes back, never when it is minimised.
+    // Once when the host window closes (a close, then a hide), again after it comes back, never when it is minimised.
     void savesOnceEachTimeTheWindowGoes()
     {
         Host host;
@@ -72,10 +72,7 @@ private Q_SLOTS:
         host.window.showMinimized();
         host.window.hide();
         QCOMPARE(host.saves, 2);
-    }
-
-    void aModuleThatIsItsOwnWindowHasNoHost()
-    {
+        // A module that is its own window has no host to leave.
         QWidget alone;
         int saves = 0;
         new OVSaveOnClose(&alone, [&saves] {

@@ -63,10 +63,7 @@ private Q_SLOTS:
         // A literal path: its wildcard characters are escaped when rsync would read them as wildcards.
         QCOMPARE(QString::fromStdString(rsyncPattern(pathRule("/Photos/*2024*/", false))), QStringLiteral("/Photos/\\*2024\\*"));
         QCOMPARE(QString::fromStdString(rsyncPattern(pathRule("plain\\name", false))), QStringLiteral("/plain\\name"));
-    }
-
-    void versions()
-    {
+        // rsync's version, compared by number.
         QVERIFY(compareVersions("3.2.7", "3.5.0") < 0 && compareVersions("3.5.0", "3.5.0") == 0);
         QVERIFY(compareVersions("3.10.1", "3.5.0") > 0 && compareVersions("4.0", "3.5.0") > 0);
     }

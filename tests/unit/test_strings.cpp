@@ -76,18 +76,14 @@ private Q_SLOTS:
         QCOMPARE(delay(true, 3, 9), ms(3 * 60 * 1000));
     }
 
-    void kindOfRunNamesManualRuns()
+    // Names are data, not markup; the report is cut to a few lines.
+    void noticeTexts()
     {
         QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("Weekly"), false), std::optional<QString>(QStringLiteral("weekly")));
         QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("Daily"), true), std::optional<QString>(QStringLiteral("manual")));
         QCOMPARE(OVNoticeText::kindOfRun(QStringLiteral("daily"), false), std::optional<QString>());
         QCOMPARE(OVNoticeText::jobTitle(QStringLiteral("manual")), QStringLiteral("Manual backup"));
         QCOMPARE(OVNoticeText::logFile(QStringLiteral("Monthly")), QStringLiteral("/var/log/orvane_monthly.log"));
-    }
-
-    // Names are data, not markup; the report is cut to a few lines.
-    void questionAndReport()
-    {
         QCOMPARE(OVNoticeText::askDeletionsText(1500, QStringLiteral("/media/b<1>"), QStringLiteral("/home/a & b")),
                  QStringLiteral("1500 files in /media/b&lt;1&gt; are no longer in /home/a &amp; b. Delete them from the backup?"));
         QCOMPARE(OVNoticeText::askDeletionsText(1, QStringLiteral("/b"), QStringLiteral("/a")),

@@ -56,45 +56,39 @@ private Q_SLOTS:
     }
 
     // Answers that need no server still arrive later, from the event loop, with the fixed message, and only to the operations a delegate has.
-    void answersWithoutNetwork_data()
-    {
-        QTest::addColumn<QUrl>("url");
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("no URL") << QUrl() << "1.0" << 1 << "URL or version was nil";
-        QTest::newRow("no version") << QUrl(QStringLiteral("https://localhost/v.plist")) << QString() << 1 << "URL or version was nil";
-        QTest::newRow("plain http") << QUrl(QStringLiteral("http://localhost/v.plist")) << "1.0" << 2 << "Remote file or URL was invalid";
-        QTest::newRow("a file") << QUrl(QStringLiteral("file:///etc/hostname")) << "1.0" << 2 << "Remote file or URL was invalid";
-    }
     void answersWithoutNetwork()
     {
-        QFETCH(QUrl, url);
-        QFETCH(QString, version);
-        QFETCH(int, code);
-        QFETCH(QString, message);
-        ErrorOnlyDelegate delegate;
-        MacPADSocket socket;
-        socket.setDelegate(&delegate);
-        QSignalSpy errors(&socket, &MacPADSocket::MacPADErrorOccurredNotification);
-        QSignalSpy finished(&socket, &MacPADSocket::MacPADCheckFinishedNotification);
-        socket.performCheck(url, version);
-        QCOMPARE(errors.count(), 0);
-        QTRY_COMPARE(errors.count(), 1);
-        QCOMPARE(finished.count(), 0);
-        QCOMPARE(errors.at(0).at(0).value<MacPADSocket *>(), &socket);
-        const QVariantMap info = errors.at(0).at(1).toMap();
-        QCOMPARE(info.value(QStringLiteral("MacPADErrorCode")).toInt(), code);
-        QCOMPARE(info.value(QStringLiteral("MacPADErrorMessage")).toString(), message);
-        QCOMPARE(info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool(), false);
-        QCOMPARE(delegate.calls, 1);
-        QCOMPARE(delegate.lastCode, code);
-        // A delegate replaced hears nothing more.
-        socket.setDelegate(nullptr);
-        socket.performCheck(url, version);
-        QTRY_COMPARE(errors.count(), 2);
-        QCOMPARE(delegate.calls, 1);
-        QVERIFY(socket.newVersion().isEmpty() && socket.productDownloadURL().isEmpty() && socket.productDownloadURLs().isEmpty());
+        const QString nil = QStringLiteral("URL or version was nil"), invalid = QStringLiteral("Remote file or URL was invalid");
+        const std::tuple<const char *, const char *, int, QString> rows[] = {{nullptr, "1.0", 1, nil},
+                                                                             {"https://localhost/v.plist", nullptr, 1, nil},
+                                                                             {"http://localhost/v.plist", "1.0", 2, invalid},
+                                                                             {"file:///etc/hostname", "1.0", 2, invalid}};
+        for (const auto &[address, versionText, code, message] : rows) {
+            const QUrl url = address ? QUrl(QString::fromLatin1(address)) : QUrl();
+            const QString version = QString::fromLatin1(versionText);
+            ErrorOnlyDelegate delegate;
+            MacPADSocket socket;
+            socket.setDelegate(&delegate);
+            QSignalSpy errors(&socket, &MacPADSocket::MacPADErrorOccurredNotification);
+            QSignalSpy finished(&socket, &MacPADSocket::MacPADCheckFinishedNotification);
+            socket.performCheck(url, version);
+            QCOMPARE(errors.count(), 0);
+            QTRY_COMPARE(errors.count(), 1);
+            QCOMPARE(finished.count(), 0);
+            QCOMPARE(errors.at(0).at(0).value<MacPADSocket *>(), &socket);
+            const QVariantMap info = errors.at(0).at(1).toMap();
+            QCOMPARE(info.value(QStringLiteral("MacPADErrorCode")).toInt(), code);
+            QCOMPARE(info.value(QStringLiteral("MacPADErrorMessage")).toString(), message);
+            QCOMPARE(info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool(), false);
+            QCOMPARE(delegate.calls, 1);
+            QCOMPARE(delegate.lastCode, code);
+            // A delegate replaced hears nothing more.
+            socket.setDelegate(nullptr);
+            socket.performCheck(url, version);
+            QTRY_COMPARE(errors.count(), 2);
+            QCOMPARE(delegate.calls, 1);
+            QVERIFY(socket.newVersion().isEmpty() && socket.productDownloadURL().isEmpty() && socket.productDownloadURLs().isEmpty());
+        }
     }
 };
 
