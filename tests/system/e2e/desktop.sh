@@ -1,32 +1,37 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-# Sourced by the end-to-end tests: a desktop session inside the sandbox.
-# Starts Xvfb and a session bus; defines helpers to drive windows.
+# Sourced by the end-to-end tests: Xvfb and a session bus inside the sandbox,
+# and helpers to drive System Settings.
 . "$(dirname "${BASH_SOURCE[0]}")/../checks.sh"
-
 export DISPLAY=:77 XDG_RUNTIME_DIR=/run/user/0 QT_QPA_PLATFORM=xcb
 mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
 Xvfb "$DISPLAY" -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
-for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+wait_for 50 xdpyinfo >/dev/null 2>&1
 eval "$(dbus-launch --sh-syntax)"
 
-screenshot() { # screenshot FILE
-    import-im6.q16 -window root "$1"
-}
-# wait_for_title WINDOW TEXT SECONDS
-wait_for_title() {
-    local end=$((SECONDS + $3))
-    while [ $SECONDS -lt $end ]; do
-        xdotool getwindowname "$1" 2>/dev/null | grep -q -- "$2" && return 0
-        sleep 0.25
-    done
-    return 1
-}
-# With polkit.sh: ovadmin's own session bus; "user COMMAND..." runs in it.
-admin_session() {
-    runtime=/tmp/ovadmin-runtime
-    mkdir -p "$runtime" && chown ovadmin: "$runtime" && chmod 700 "$runtime"
+screenshot() { import-im6.q16 -window root "$1"; } # screenshot FILE
+titled() { xdotool getwindowname "$1" 2>/dev/null | grep -q -- "$2"; } # titled WINDOW TEXT
+wait_for_title() { wait_for $(($3 * 10)) titled "$@"; } # wait_for_title WINDOW TEXT SECONDS
+shown() { timeout "${2:-10}" xdotool search --sync --onlyvisible --name "$1" | head -1; } # shown TITLE [SECONDS]: its window, once it shows
+not_shown() { ! xdotool search --onlyvisible --name "$1" >/dev/null 2>&1; } # not_shown TITLE
+# admin_desktop OUTPUT: with polkit.sh, ovadmin's own session bus, in which
+# "user COMMAND..." runs; screenshots go to $out.
+admin_desktop() {
+    out=${1:?output folder} runtime=/tmp/ovadmin-runtime support="/Library/Application Support/Orvane"
+    archive="$support/BackupItems.plist"
+    mkdir -p "$out"
+    . "$(dirname "${BASH_SOURCE[0]}")/polkit.sh"
+    install -d -o ovadmin -g ovadmin -m 700 "$runtime"
     bus=$(as_admin env XDG_RUNTIME_DIR=$runtime dbus-daemon --session --fork --print-address=1 --address="unix:path=$runtime/bus")
 }
 user() { as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"; }
-left_orvane() { ! xdotool getwindowname "$window" | grep -q '^Orvane'; } # System Settings' $window shows another module
+open_settings() { # open_settings TITLE [MODULE]: the administrator's System Settings, its window in $window
+    user systemsettings "${@:2}" >>/tmp/systemsettings.log 2>&1 &
+    window=$(timeout 30 xdotool search --sync --name "$1" | head -1)
+    [ -n "$window" ]
+}
+click() { xdotool mousemove --window "$window" "$1" "$2" click 1; } # click X Y in $window
+leave_orvane() { click 77 126; ask=$(shown 'Apply Settings'); [ -n "$ask" ]; } # another module from the sidebar: asked in $ask
+back_to_orvane() { click 61 252; wait_for_title "$window" '^Orvane' 20; }
+left_orvane() { ! titled "$window" '^Orvane'; } # $window shows another module
+settings_gone() { ! pgrep -u ovadmin -x systemsettings >/dev/null; }

@@ -1,8 +1,7 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-# Runs a test binary as root with a system D-Bus and polkitd in the sandbox,
-# so the pane's lock can really open.
+# A test binary as root with a system D-Bus and polkitd, so the pane's lock can really open.
 set -u
 . "$(dirname "$0")/polkit.sh"
 QT_QPA_PLATFORM=offscreen "$@"
