@@ -1,25 +1,15 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-# The backup script on real files with the real psync and rsync: the
-# template loaded into this process (or a child, where a fake clock must
-# reach it), and scripts filled by the pane's builder run by path as cron
-# runs them. Root inside the test sandbox: fixed status paths, users, mounts.
-# encoding: ASCII-8BIT
-require "test/unit"
-require "tmpdir"
-require "fileutils"
-require "etc"
-
-TEMPLATE = ENV.fetch("OV_TEMPLATE")
-PSYNC = ENV.fetch("OV_PSYNC")
-FILL = ENV.fetch("OV_FILL_SCRIPT")
+# The backup script on real files with the real psync and rsync: the template
+# loaded here (or in a child, where a fake clock must reach it), and scripts
+# filled by the pane's builder run by path as cron runs them. Root in the sandbox.
+%w[test/unit tmpdir fileutils etc].each { require _1 }
+TEMPLATE, PSYNC, FILL = %w[OV_TEMPLATE OV_PSYNC OV_FILL_SCRIPT].map { ENV.fetch(_1) }
 load TEMPLATE
 
 class TestBackupScript < Test::Unit::TestCase
-  FLAG = "/tmp/ov_Daily.run"
-  PROGRESS = "/tmp/ov_Daily.progress"
-  ERRORS = "/var/log/.orvane_daily.err"
-  DAILY = "/Library/Application Support/Orvane/.daily"
+  FLAG, PROGRESS = "/tmp/ov_Daily.run", "/tmp/ov_Daily.progress"
+  ERRORS, DAILY = "/var/log/.orvane_daily.err", "/Library/Application Support/Orvane/.daily"
   # What a user must never read: the implementation's own words.
   IMPLEMENTATION_WORDS = /rb_sysopen|Errno|#<|NoMethodError|NilClass|\.rb:\d+/
 
@@ -34,24 +24,21 @@ class TestBackupScript < Test::Unit::TestCase
     File.chmod(0o755, @dir)
     @mounts = []
     FileUtils.rm_rf([FLAG, PROGRESS, ERRORS])
-    @source = File.join(@dir, "source")
-    @dest = File.join(@dir, "dest")
-    @net = File.join(@dir, "Safety Net Archives")
+    @source, @dest, @net = ["source", "dest", "Safety Net Archives"].map { File.join(@dir, _1) }
     FileUtils.mkdir_p([@source, @dest, @net, DAILY])
   end
 
   def teardown
-    [log_file, ERRORS, "/var/log/orvane_daily.log"].each do |file|
-      text = File.exist?(file) ? File.binread(file) : ""
-      assert_no_match(IMPLEMENTATION_WORDS, text, "#{file} shows the implementation's words")
-    end
+    [log_file, ERRORS, "/var/log/orvane_daily.log"].each { |f| assert_no_match(IMPLEMENTATION_WORDS, read(f), "#{f} shows the implementation's words") }
     @mounts.reverse_each { |m| system("umount", "-q", m) }
     FileUtils.rm_rf(@dir)
   end
 
   def log_file = File.join(@dir, "daily.log")
-  def errors = File.exist?(ERRORS) ? File.binread(ERRORS) : ""
-  def log_text = File.exist?(log_file) ? File.binread(log_file) : ""
+  def read(file) = File.exist?(file) ? File.binread(file) : ""
+  def errors = read(ERRORS)
+  def log_text = read(log_file)
+  def last_run = File.read(File.join(@dir, ".lastrun"))
   def today = Time.now.strftime("%m/%d/%y")
   def files(folder) = Dir.glob("**/*", File::FNM_DOTMATCH, base: folder).reject { |p| p.end_with?(".") || File.directory?(File.join(folder, p)) }.sort
 
@@ -82,7 +69,6 @@ class TestBackupScript < Test::Unit::TestCase
 
   def run_backup(**changes) = OrvaneBackup.new(settings(**changes)).run
 
-  # The same in a process of its own, started through PREFIX (faketime).
   def run_child(*prefix, **changes)
     File.binwrite(File.join(@dir, "settings"), Marshal.dump(settings(**changes)))
     runner = "load #{TEMPLATE.dump}; exit OrvaneBackup.new(Marshal.load(File.binread(ARGV[0]))).run"
@@ -90,8 +76,7 @@ class TestBackupScript < Test::Unit::TestCase
     $?.exitstatus
   end
 
-  # A script the pane's builder fills, run by its path as cron runs it.
-  def cron_run(*fill_arguments)
+  def cron_run(*fill_arguments) # a script the pane's builder fills, run by its path as cron runs it
     script = File.join(@dir, "orvane_daily.rb")
     File.binwrite(script, IO.popen([FILL, *fill_arguments], "rb", &:read))
     File.chmod(0o700, script)
@@ -101,27 +86,20 @@ class TestBackupScript < Test::Unit::TestCase
 
   def net(**changes) = { shouldArchive: true, maxArchives: 3, safetyNetFolder: @net, archiveContents: "Everything" }.merge(changes)
 
-  def write(path, data, mode: 0o644)
+  def write(path, data, mode: 0o644, age: 0) # age: an earlier version, older than the source's, so a run replaces it
     FileUtils.mkdir_p(File.dirname(path))
     File.binwrite(path, data)
     File.chmod(mode, path)
+    File.utime(Time.now - age, Time.now - age, path)
   end
 
-  # An earlier version: older, so a rerun replaces it.
-  def write_old(path, data)
-    write(path, data)
-    File.utime(Time.now - 3600, Time.now - 3600, path)
-  end
-
-  # The log and the error file are for administrators only, whatever modes
-  # they had; no file name runs code.
+  # The log and the error file are for administrators only, whatever modes they had; no file name runs code.
   def test_the_status_is_private
     write(File.join(@source, "evil \#{`touch /tmp/pwned`}"), "x")
     nobody = Etc.getpwnam("nobody")
     write(log_file, "an old log line\n", mode: 0o666)
     File.chown(nobody.uid, nobody.gid, log_file)
     admin = self.class.user("ovadmin", "sudo")
-
     assert_equal(0, run_backup)
     assert_false(File.exist?("/tmp/pwned"))
     assert_match(/an old log line\n.*Daily: backup started \(1 folder\).*Daily: backup complete\n\z/m, log_text)
@@ -131,15 +109,11 @@ class TestBackupScript < Test::Unit::TestCase
     write(ERRORS, "old\n", mode: 0o666)
     assert_equal(1, run_backup(destFolders: [File.join(@dir, "unplugged")]))
     assert_no_match(/^old$/, errors)
-    assert_equal("scheduled #{today} errors\n", File.read(File.join(@dir, ".lastrun")))
-    [log_file, ERRORS].each do |file|
-      stat = File.stat(file)
-      assert_equal([0, Etc.getgrnam("sudo").gid, 0o640], [stat.uid, stat.gid, stat.mode & 0o7777], file)
-    end
+    assert_equal("scheduled #{today} errors\n", last_run)
+    [log_file, ERRORS].each { |f| assert_equal([0, Etc.getgrnam("sudo").gid, 0o640], File.stat(f).then { [_1.uid, _1.gid, _1.mode & 0o7777] }, f) }
   end
 
-  # Each pair that cannot be backed up says why in a user's words, changes
-  # nothing at its destination, and keeps the other pairs going.
+  # Each pair that cannot be backed up says why in words, changes nothing there, and the other pairs go on.
   def test_pairs_that_are_refused_say_why
     write(File.join(@source, "a"), "a" * 100_000)
     full = File.join(@dir, "full")
@@ -180,31 +154,26 @@ class TestBackupScript < Test::Unit::TestCase
     assert_match(/auto-connect: /, errors)
   end
 
-  # The run record keeps each kind's last run; a marker from before the
-  # record counts as a scheduled run's.
+  # The run record keeps each kind's last run; a marker from before the record counts as a scheduled run's.
   def test_a_manual_run_is_recorded_beside_the_scheduled_one
     write(File.join(@source, "a"), "a")
     File.write(File.join(@dir, ".lastbackup"), "01/02/26")
     write(ERRORS, "an earlier error\n")
     assert_equal(0, run_backup(runKind: "manual"))
-    assert_equal("scheduled 01/02/26 errors\nmanual #{today} complete\n", File.read(File.join(@dir, ".lastrun")))
+    assert_equal("scheduled 01/02/26 errors\nmanual #{today} complete\n", last_run)
     assert_match(/Daily: manual backup started/, log_text)
     assert_equal(0, run_backup)
-    assert_equal("scheduled #{today} complete\nmanual #{today} complete\n", File.read(File.join(@dir, ".lastrun")))
+    assert_equal("scheduled #{today} complete\nmanual #{today} complete\n", last_run)
   end
 
-  # Whatever another user left at the flag's or the progress file's path is
-  # put aside without a walk, however deep: the run makes its flag, holding
-  # its PID, and reports no error.
+  # Whatever another user left at the flag's or the progress file's path is put
+  # aside without a walk, however deep: the run makes its flag, holding its PID.
   def test_planted_flags_do_not_stop_a_run
     write(File.join(@source, "a"), "a")
-    victim = File.join(@dir, "victim")
+    victim, probe, seen = %w[victim probe-psync seen].map { File.join(@dir, _1) }
     write(victim, "untouched")
     # The flag as the pane sees it while the copy runs.
-    probe = File.join(@dir, "probe-psync")
-    seen = File.join(@dir, "seen")
-    File.write(probe, "#!/bin/sh\nstat -c '%U %F' #{FLAG} > '#{seen}'; cat #{FLAG} >> '#{seen}'\nexec #{PSYNC} \"$@\"\n")
-    File.chmod(0o755, probe)
+    write(probe, "#!/bin/sh\nstat -c '%U %F' #{FLAG} > '#{seen}'; cat #{FLAG} >> '#{seen}'\nexec #{PSYNC} \"$@\"\n", mode: 0o755)
     plants = {
       file: "echo junk > \"$1\"", link: "ln -s '#{victim}' \"$1\"", fifo: "mkfifo \"$1\"",
       deep: "python3 -c 'import os,sys; os.mkdir(sys.argv[1]); os.chdir(sys.argv[1])\nfor i in range(30000): os.mkdir(\"d\"); os.chdir(\"d\")' \"$1\""
@@ -234,8 +203,7 @@ class TestBackupScript < Test::Unit::TestCase
     assert_empty(Dir.glob("#{PROGRESS}.*"), "no temporary file stays")
   end
 
-  # Exclusions as psync takes them: left out and kept, or dropped from the
-  # backup too; one outside the source is said to be ignored.
+  # Exclusions left out and kept, or dropped from the backup too; one outside the source is said to be ignored.
   def test_exclusions
     %w[keep.txt x.tmp Cache/c old\ notes build/b].each { |name| write(File.join(@source, name), "s") }
     %w[Cache/earlier old\ notes build/b].each { |name| write(File.join(@dest, name), "d") }
@@ -245,9 +213,8 @@ class TestBackupScript < Test::Unit::TestCase
     assert_match(%r{the exclusion /elsewhere/x does not lie inside this source; it is ignored}, log_text)
   end
 
-  # A mirror that would delete much holds the deletions and asks; with no
-  # session, nobody answers at once: nothing is deleted, and the run ends
-  # with a caution that says what and where.
+  # A mirror that would delete much asks first; with no session nobody answers at
+  # once: nothing is deleted, and the run ends with a caution saying what and where.
   def test_held_deletions_without_anyone_to_ask
     8.times { |i| write(File.join(@dest, "old #{i}"), "o") }
     %w[kept new].each { |name| write(File.join(@source, name), name) }
@@ -257,18 +224,15 @@ class TestBackupScript < Test::Unit::TestCase
     assert_equal(10, files(@dest).size, "new files copied, nothing deleted")
     assert_match(/8 files in #{@dest} are no longer in #{@source}; they were kept in the backup, since nobody answered/, errors)
     assert_match(/Daily: backup finished with 1 warning\n/, log_text)
-    assert_equal("scheduled #{today} caution\n", File.read(File.join(@dir, ".lastrun")))
+    assert_equal("scheduled #{today} caution\n", last_run)
   end
 
-  # Where the Safety Net folder cannot be made or used, the run says why in
-  # words and overwrites nothing; nothing is ever made as root.
+  # Where the Safety Net folder cannot be made or used, the run says why and overwrites nothing; nothing is made as root.
   def test_safety_net_folder_refused_in_words
-    ann = self.class.user("ovann")
-    other = self.class.user("ovother")
+    ann, other = self.class.user("ovann"), self.class.user("ovother")
     write(File.join(@source, "letter"), "new letter")
-    root_only = File.join(@dir, "root only")
+    root_only, not_a_folder = File.join(@dir, "root only"), File.join(@dir, "file")
     FileUtils.mkdir_p(root_only)
-    not_a_folder = File.join(@dir, "file")
     write(not_a_folder, "x")
     linked = File.join(ann.dir, "link")
     system("runuser", "-u", ann.name, "--", "ln", "-sfn", root_only, linked)
@@ -284,7 +248,7 @@ class TestBackupScript < Test::Unit::TestCase
       others => /belongs to #{other.name}, not to #{ann.name}, whose backups these are/,
     }
     refusals.each do |folder, expected|
-      write_old(File.join(@dest, "letter"), "old letter")
+      write(File.join(@dest, "letter"), "old letter", age: 3600)
       assert_equal(1, run_backup(**net(safetyNetFolder: folder, username: ann.name)), folder)
       assert_match(/#{@source}: not backed up, so that no earlier version at #{@dest} is lost: /, errors)
       assert_match(expected, errors)
@@ -294,10 +258,10 @@ class TestBackupScript < Test::Unit::TestCase
     assert_false(File.exist?(File.join(@dir, "no such parent")))
   end
 
-  # Archives go by the order runs happened, never by their dates: a run
-  # under a clock set to 2000 keeps its own archive, removes the oldest, and
-  # says the dates look wrong. Archives the record does not know count as
-  # the oldest; another frequency's are not this run's to count.
+  # Archives go by the order runs happened, never by their dates: a run under a
+  # clock set to 2000 keeps its own archive, removes the oldest, and says the
+  # dates look wrong. Unknown archives count as the oldest; another frequency's
+  # are not this run's to count.
   def test_pruning_follows_the_order_of_runs
     nobody = Etc.getpwnam("nobody")
     File.chown(nobody.uid, nobody.gid, @net)
@@ -306,10 +270,7 @@ class TestBackupScript < Test::Unit::TestCase
     [unknown, weekly].each { |a| write(File.join(a, "x"), "x") }
     FileUtils.chown_R(nobody.uid, nobody.gid, [unknown, weekly])
     archives = -> { Dir.children(@net).grep(/Daily\z/).sort }
-    change = lambda do |text|
-      write_old(File.join(@dest, "a"), "old #{text}")
-      write(File.join(@source, "a"), "new #{text}")
-    end
+    change = ->(text) { write(File.join(@dest, "a"), "old #{text}", age: 3600); write(File.join(@source, "a"), "new #{text}") }
     options = net(maxArchives: 2, username: "nobody")
     change["1"]
     assert_equal(0, run_child(**options), errors)
@@ -321,7 +282,6 @@ class TestBackupScript < Test::Unit::TestCase
     assert_equal(2, archives[].size)
     assert_false(File.exist?(unknown), "an archive the record does not know goes first")
     assert_equal(0o600, File.stat(File.join(@dir, ".archives")).mode & 0o777)
-
     change["3"]
     assert_equal(1, run_child("faketime", "2000-01-01 12:00:00", **options))
     now = archives[]
@@ -332,8 +292,7 @@ class TestBackupScript < Test::Unit::TestCase
     assert_match(/this run's archive 2000-01-01 12\.00\.00 Daily is dated before .* the computer's clock may be wrong/, errors)
     assert(File.directory?(weekly), "a daily run leaves the weekly archives alone")
 
-    # The clock is right again: the archive dated 2000 stays, being the
-    # newer of the earlier two by the order of runs.
+    # The clock is right again: the archive dated 2000 stays, the newer of the earlier two by the order of runs.
     second = now - ["2000-01-01 12.00.00 Daily"]
     sleep 1.1
     change["4"]
@@ -346,22 +305,12 @@ class TestBackupScript < Test::Unit::TestCase
     stuck = File.join(@net, "2020-01-03 00.00.00 Daily")
     write(File.join(stuck, "file"), "archived")
     omit("no chattr here") unless system("chattr", "+i", stuck, err: File::NULL)
-    begin
-      write_old(File.join(@dest, "a"), "old")
-      write(File.join(@source, "a"), "new")
-      assert_equal(1, run_backup(**net(maxArchives: 1)))
-      assert_match(/Safety Net: old archives in #{@net} could not be removed: /, errors)
-    ensure
-      system("chattr", "-i", stuck)
-    end
-  end
-
-  def test_safety_net_folder_inside_the_source_is_not_backed_up
-    inside = File.join(@source, "Documents", "Safety Net Archives")
-    write(File.join(inside, "2026-01-01 00.00.00 Daily", "old"), "archived")
-    write(File.join(@source, "Documents", "letter"), "letter")
-    assert_equal(0, run_backup(**net(safetyNetFolder: inside)), errors)
-    assert_equal(["Documents/letter"], files(@dest))
+    write(File.join(@dest, "a"), "old", age: 3600)
+    write(File.join(@source, "a"), "new")
+    assert_equal(1, run_backup(**net(maxArchives: 1)))
+    assert_match(/Safety Net: old archives in #{@net} could not be removed: /, errors)
+  ensure
+    system("chattr", "-i", stuck)
   end
 
   # Non-ASCII and invalid UTF-8 names everywhere, under cron's UTF-8 locale.
@@ -372,8 +321,7 @@ class TestBackupScript < Test::Unit::TestCase
     name = File.join("dossier ✓".b, "é\xe9.txt".b)
     FileUtils.mkdir_p(net)
     write(File.join(source, name), "nouveau")
-    write_old(File.join(destination, name), "ancien")
-
+    write(File.join(destination, name), "ancien", age: 3600)
     assert_equal(0, cron_run("--safetynet", net, "3", "Everything", source, destination), errors)
     assert_equal("nouveau", File.binread(File.join(destination, name)))
     kept = Dir.glob(File.join(net, "*", destination.delete_prefix("/"), name))
@@ -383,8 +331,7 @@ class TestBackupScript < Test::Unit::TestCase
 
   # A disk that is not there: its bare mount point is never taken for it.
   def test_a_mount_point_without_its_disk
-    source = File.join(@dir, "media", "photos")
-    destination = File.join(@dir, "media", "backup")
+    source, destination = File.join(@dir, "media", "photos"), File.join(@dir, "media", "backup")
     mount_tmpfs(source, name: "ov-photos")
     mount_tmpfs(destination, name: "ov-backup")
     200.times { |i| File.binwrite(File.join(source, "photo #{i}"), "photo #{i}") }
