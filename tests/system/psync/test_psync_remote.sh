@@ -1,39 +1,27 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-#
 # psync -r with the Safety Net onto an SMB share through rclone's FUSE mount
 # (a real smbd; this kernel has no CIFS): it keeps replaced and deleted files
-# as on a local disk, and leaves on the share only the backup and its side
-# store.
-[ -n "${OV_IN_NETNS:-}" ] || exec env OV_IN_NETNS=1 unshare --net "$0" "$@"
+# as on a local disk, and leaves on the share only the backup and its side store.
 set -u
-here=$(dirname "$(realpath "$0")")
-. "$here/../remote/remote-env.sh"
+. "$(dirname "$(realpath "$0")")/../remote/remote-env.sh"
 PSYNC=${OV_PSYNC:-/usr/local/bin/psync}
-POINT=/Volumes/$VOLUME
 start_smbd || exit 1
 id ovadmin >/dev/null 2>&1 || useradd -m ovadmin
-
 config=$(mktemp)
 printf '[orvane]\ntype = smb\nhost = fileserver\nuser = %s\npass = %s\n' "$SMB_ACCOUNT" "$(rclone obscure "$SMB_PASSWORD")" > "$config"
 mkdir -p "$POINT"
 rclone mount orvane:$VOLUME "$POINT" --config "$config" --vfs-cache-mode off --allow-other --default-permissions \
     --uid 0 --gid 0 --umask 077 --dir-cache-time 5s --log-level ERROR --daemon
-for _ in $(seq 50); do is_mounted "$POINT" && break; sleep 0.2; done
-check "rclone mounts the share" is_mounted "$POINT"
-
+check "rclone mounts the share" wait_for 100 is_mounted "$POINT"
 src=/root/src net=/root/net target=${OV_TARGET:-$POINT/Backup}
-mkdir -p "$src/docs" "$net" "$target"
-chown ovadmin: "$net"
-echo "first" > "$src/docs/letter.txt"
-echo "to go" > "$src/docs/old.txt"
-chmod 640 "$src/docs/letter.txt"
+mkdir -p "$src/docs" "$net" "$target" && chown ovadmin: "$net"
+echo "first" > "$src/docs/letter.txt" && echo "to go" > "$src/docs/old.txt" && chmod 640 "$src/docs/letter.txt"
 args=(-r -d --safety-net="$net" --safety-net-owner=ovadmin --keep=everything)
 out=$("$PSYNC" "${args[@]}" --archive="2026-11-25 10.00.00 Daily" "$src" "$target" 2>&1)
 check "a first copy onto the share" test $? -eq 0
-echo "second!" > "$src/docs/letter.txt"
-rm "$src/docs/old.txt"
+echo "second!" > "$src/docs/letter.txt" && rm "$src/docs/old.txt"
 out=$("$PSYNC" "${args[@]}" --archive="2026-11-25 11.00.00 Daily" "$src" "$target" 2>&1)
 check "a rerun with the Safety Net on the share's copy" test $? -eq 0
 echo "$out"
@@ -61,7 +49,5 @@ echo "third!!" > "$src/docs/letter.txt" && touch -d "$second.100000000" "$src/do
 echo "fourth!" > "$src/docs/letter.txt" && touch -d "$second.900000000" "$src/docs/letter.txt"
 "$PSYNC" -r "$src" "$target" >/dev/null 2>&1
 check "a same-size rewrite within the copy's second is copied" grep -qx "fourth!" "$SHARE_DIR/Backup/docs/letter.txt"
-fusermount3 -u "$POINT"
-rm -f "$config"
-stop_smbd
+fusermount3 -u "$POINT"; rm -f "$config"; stop_smbd
 finish

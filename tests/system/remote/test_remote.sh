@@ -1,61 +1,43 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-#
-# test_remote.sh TEST_REMOTE_PANE_BINARY
-#
-# Remote volumes end to end, in the sandbox with the product installed: a
-# real smbd, the administrator's real gnome-keyring and a real polkitd, the
-# installed automount and connect_volume, rclone through FUSE (this machine's
-# kernel has no CIFS), the pane's scripts run as cron runs them; and an
-# ordinary user who tries to make root back up into a place of his.
-[ -n "${OV_IN_NETNS:-}" ] || exec env OV_IN_NETNS=1 unshare --net "$0" "$@"
+# test_remote.sh TEST_REMOTE_PANE_BINARY: remote volumes end to end, in the
+# sandbox with the product installed: a real smbd, the administrator's real
+# gnome-keyring and a real polkitd, the installed automount and
+# connect_volume, rclone through FUSE (this machine's kernel has no CIFS), the
+# pane's scripts run as cron runs them; and an ordinary user who tries to
+# make root back up into a place of his.
 set -u
 here=$(dirname "$(realpath "$0")")
 pane_binary=$1
 . "$here/remote-env.sh"
 . "$here/../e2e/polkit.sh"
 RESOURCES=/Library/PreferencePanes/Orvane.prefPane/Contents/Resources
-AUTOMOUNT=$RESOURCES/automount
-POINT=/Volumes/$VOLUME
-LOG=/var/log/orvane_daily.log
-ERRORS=/var/log/.orvane_daily.err
-SCRIPT=/root/daily.rb
-# What the last run said, under a failed check.
-SHOW_ON_FAILURE='sed "s/^/   error file: /" $ERRORS 2>/dev/null; tail -n 8 $LOG 2>/dev/null | sed "s/^/   log: /"'
-
+LOG=/var/log/orvane_daily.log ERRORS=/var/log/.orvane_daily.err SCRIPT=/root/daily.rb
 # The password, for the scans and for the pane's test, in files only their
 # owner reads and outside the folders that are scanned.
-printf '%s' "$SMB_PASSWORD" > /root/pattern
-chmod 600 /root/pattern
-
+printf '%s' "$SMB_PASSWORD" > /root/pattern && chmod 600 /root/pattern
 start_smbd || exit 1
 start_session
-password_file=/home/$TEST_USER/.ov-test-password
+password_file=/home/$TEST_USER/.ov-test-password docs=/home/$TEST_USER/Docs pics=/home/$TEST_USER/Pictures
 install -m 600 -o "$TEST_USER" /root/pattern "$password_file"
-store_password() { printf '%s' "$1" | as_user secret-tool store --label="Orvane Auto-Connect" \
-    xdg:schema org.gnome.keyring.NetworkPassword user "$SMB_ACCOUNT" server fileserver protocol smb object "$VOLUME"; }
 # No trace of the password where others could see it, nor in the system log.
 no_leaks() {
     local hits="" f
-    for f in /proc/[0-9]*/cmdline /proc/[0-9]*/environ; do
-        grep -qaFf /root/pattern "$f" 2>/dev/null && hits="$hits $f"
-    done
-    # -xdev: the source tree and the build, kept into the sandbox, hold the
-    # test's own password.
+    for f in /proc/[0-9]*/cmdline /proc/[0-9]*/environ; do grep -qaFf /root/pattern "$f" 2>/dev/null && hits="$hits $f"; done
+    # -xdev: the source tree and the build, kept into the sandbox, hold the test's own password.
     hits="$hits $(find /tmp /dev/shm /run /var/log -xdev -type f -print0 2>/dev/null | xargs -0r grep -laFf /root/pattern 2>/dev/null)"
     [ -z "${hits// /}" ] || { echo "   the password is in:$hits"; return 1; }
 }
 contains() { grep -qF -- "$2" <<<"$1" || { echo "   got: $1"; return 1; }; }
 mounted_as() { findmnt -n -o FSTYPE,SOURCE,OPTIONS --mountpoint "$POINT" | grep -q "$1"; }
 polkit_rule grant "$TEST_USER"
-run_script() { env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin "$SCRIPT" >/dev/null 2>&1; }
+run_script() { cron_run "$SCRIPT"; }
 fill() { "$OV_FILL_SCRIPT" --user "$TEST_USER" "$@" > "$SCRIPT" && chmod 700 "$SCRIPT"; }
 sums() { (cd "$1" && find . -type f ! -name .psync-attributes -exec sha256sum {} + | sort); }
 mount_args=(--user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME")
 unmount_all() { while is_mounted "$POINT"; do umount "$POINT" || umount -l "$POINT"; done; rmdir "$POINT"; }
 
-# --- the install -------------------------------------------------------------
 echo "# the install"
 check "/Volumes is root's and only root may change it (the sandbox made it 1777)" \
     test "$(stat -c '%U %G %a' /Volumes)" = "root root 755"
@@ -68,7 +50,6 @@ check "... and connect_volume is root's, set-user-ID" test "$(stat -c '%U %a' "$
 check "$OTHER_USER can make nothing in /Volumes" \
     bash -c "! runuser -u $OTHER_USER -- mkdir $POINT 2>/dev/null && ! runuser -u $OTHER_USER -- ln -s /etc $POINT 2>/dev/null"
 
-# --- Connect and the keyring, in the pane -------------------------------------
 echo "# the options' OK and Connect in the pane, as $TEST_USER"
 user_env=(QT_QPA_PLATFORM=offscreen OV_REMOTE_SERVER="$SERVER" OV_REMOTE_ACCOUNT="$SMB_ACCOUNT"
           OV_REMOTE_VOLUME="$VOLUME" OV_REMOTE_PASSWORD_FILE="$password_file")
@@ -89,11 +70,9 @@ check "$OTHER_USER's own Connect is refused" contains "$out" "does not hold Orva
 rm -f "$password_file"
 store_password "$SMB_PASSWORD"
 echo "# backups onto the volume Connect mounted"
-rm -rf /home/$TEST_USER/Docs && mkdir -p "/home/$TEST_USER/Docs/Lettres été"
-echo "chère madame" > "/home/$TEST_USER/Docs/Lettres été/à la banque.txt"
-head -c 2000000 /dev/urandom > "/home/$TEST_USER/Docs/photo.bin"
-chown -R "$TEST_USER:" "/home/$TEST_USER/Docs"
-fill --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Docs" "$POINT/Backups/Documents"
+rm -rf "$docs" && mkdir -p "$docs/Lettres été" && echo "chère madame" > "$docs/Lettres été/à la banque.txt"
+head -c 2000000 /dev/urandom > "$docs/photo.bin" && chown -R "$TEST_USER:" "$docs"
+fill --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "$docs" "$POINT/Backups/Documents"
 run_script; status=$?
 check "auto-connect on: the run uses the mount, and leaves it mounted for the user" \
     bash -c "[ $status -eq 0 ] && grep -q 'stays mounted: it was connected from Orvane' $LOG && findmnt -n --mountpoint $POINT >/dev/null"
@@ -103,68 +82,61 @@ unmount_all
 check "Connect says why it failed, with nothing mounted" \
     as_user env "${user_env[@]}" OV_CONNECT_FAILS=1 OV_REMOTE_PASSWORD_FILE=/dev/null "$pane_binary" connectTellsWhyItFailed
 store_password "$SMB_PASSWORD"
-fill --remote --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Docs" "$POINT/Backups/Documents"
+fill --remote --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "$docs" "$POINT/Backups/Documents"
 run_script
 check "auto-connect off and nothing mounted: one clear error, nothing written" \
     grep -q "the remote volume $VOLUME of $SERVER cannot be used: the volume $VOLUME of $SERVER is not connected" "$ERRORS"
 
-# --- root's own mount, Safety Net off ------------------------------------------
 echo "# scheduled backups with auto-connect: onto the share's top and into a folder"
 rm -rf "${SHARE_DIR:?}"/* "$SHARE_DIR"/.[!.]*
-rm -rf "/home/$TEST_USER/Pictures" && mkdir -p "/home/$TEST_USER/Pictures/2026" && echo "sun" > "/home/$TEST_USER/Pictures/2026/beach.txt"
+rm -rf "$pics" && mkdir -p "$pics/2026" && echo "sun" > "$pics/2026/beach.txt"
 # Names SMB forbids or rclone encodes, "．" among them.
-printf 'x\n' > "/home/$TEST_USER/Docs/Lettres été/odd \"name\" #{x}?.txt"
-printf 'y\n' > "/home/$TEST_USER/Docs/Lettres été/．"
-printf 'z\n' > "/home/$TEST_USER/Docs/Lettres été/ends with a period."
-chown -R "$TEST_USER:" "/home/$TEST_USER/Docs" "/home/$TEST_USER/Pictures"
+for name in 'odd "name" #{x}?.txt' ． 'ends with a period.'; do echo "$name" > "$docs/Lettres été/$name"; done
+chown -R "$TEST_USER:" "$docs" "$pics"
 mkdir -p "$SHARE_DIR/Pictures" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Pictures"
 # (No mirror: the first backup's destination holds the second's.)
 fill --remote --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" \
-    "/home/$TEST_USER/Docs" "$POINT" "/home/$TEST_USER/Pictures" "$POINT/Pictures"
+    "$docs" "$POINT" "$pics" "$POINT/Pictures"
 run_script; status=$?
 check "the run mounts, copies and ends without errors" \
     bash -c "[ $status -eq 0 ] && [ ! -e $ERRORS ] && grep -q 'automount: mounted $VOLUME from fileserver at $POINT (rclone)' $LOG"
 check "... mounted by root for $TEST_USER, as the system log says" grep -q "automount.*mounted //fileserver/$VOLUME at $POINT for $TEST_USER (a backup)" "$SYSLOG"
 check "... and unmounts it, removing the mount point it made" bash -c "! findmnt -n --mountpoint $POINT >/dev/null && [ ! -e $POINT ]"
-echo "new" > "/home/$TEST_USER/Docs/new.txt" && chown "$TEST_USER:" "/home/$TEST_USER/Docs/new.txt"
-echo "changed" > "/home/$TEST_USER/Pictures/2026/beach.txt"
+echo "new" > "$docs/new.txt" && chown "$TEST_USER:" "$docs/new.txt"
+echo "changed" > "$pics/2026/beach.txt"
 run_script; status=$?
 check "a second run after a change and a new file ends without errors" test "$status" -eq 0 -a ! -e "$ERRORS"
 same_through_mount() { # same_through_mount FOLDER_ON_VOLUME SOURCE: the same files, Pictures aside
     "$AUTOMOUNT" "${mount_args[@]}" >/dev/null || return 1
     diff <(cd "$POINT/$1" && find . -path ./Pictures -prune -o -type f ! -name .psync-attributes -exec sha256sum {} + | sort) <(sums "$2")
-    local status=$?
-    "$AUTOMOUNT" --unmount "$VOLUME" >/dev/null
-    return $status
+    local status=$?; "$AUTOMOUNT" --unmount "$VOLUME" >/dev/null; return $status
 }
-check "the share's top holds exactly the first source's files, odd names as they were" same_through_mount . "/home/$TEST_USER/Docs"
-check "... Pictures exactly the second's" same_through_mount Pictures "/home/$TEST_USER/Pictures"
+check "the share's top holds exactly the first source's files, odd names as they were" same_through_mount . "$docs"
+check "... Pictures exactly the second's" same_through_mount Pictures "$pics"
 expected_share() {
-    (cd "/home/$TEST_USER/Docs" && find . -mindepth 1 -maxdepth 1; echo ./.psync-attributes; echo ./Pictures; echo ./Pictures/.psync-attributes
-     cd "/home/$TEST_USER/Pictures" && find . -mindepth 1 | sed 's|^\./|./Pictures/|') | sort
+    (cd "$docs" && find . -mindepth 1 -maxdepth 1; echo ./.psync-attributes; echo ./Pictures; echo ./Pictures/.psync-attributes
+     cd "$pics" && find . -mindepth 1 | sed 's|^\./|./Pictures/|') | sort
 }
 check "nothing else is on the share: no \"．\" folder, no work folder, only psync's side stores" \
     diff <(cd "$SHARE_DIR" && find . -mindepth 1 \( -path "./Lettres*/*" -prune -o -print \) | sort) <(expected_share)
 
 # A run with Remote on but no server (a volume that keeps no owners): no
 # automount, the disk check alone guards it. Its first run, on root's mount.
-"$AUTOMOUNT" --user "$TEST_USER" "$SERVER" "$SMB_ACCOUNT" "$VOLUME" >/dev/null
-mkdir -p "$POINT/Plain"
-fill --remote "/home/$TEST_USER/Pictures" "$POINT/Plain"
+"$AUTOMOUNT" "${mount_args[@]}" >/dev/null && mkdir -p "$POINT/Plain"
+fill --remote "$pics" "$POINT/Plain"
 run_script; status=$?
 check "a run without a server backs up onto what is mounted" test "$status" -eq 0 -a -e "$SHARE_DIR/Plain/2026/beach.txt"
 "$AUTOMOUNT" --unmount "$VOLUME" >/dev/null
 check "no trace of the password after root's mounts" no_leaks
 
-# --- the ordinary user's attacks -----------------------------------------------
 echo "# attacks by $OTHER_USER"
 mkdir -p "$SHARE_DIR/Pictures" && chown "$SMB_ACCOUNT" "$SHARE_DIR/Pictures"
 mkdir -p "/home/$OTHER_USER/trap" && chown "$OTHER_USER:" "/home/$OTHER_USER/trap"
 untouched() { # untouched FOLDER ENTRY...: FOLDER holds just these, the trap nothing
     [ -z "$(ls -A "/home/$OTHER_USER/trap")" ] && diff <(cd "$1" && find . | sort) <(printf '%s\n' "${@:2}" | sort)
 }
-autoconnect_pictures() { fill --remote --mirror --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Pictures" "$POINT/Pictures"; }
-verify_pictures() { fill --remote --mirror --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "/home/$TEST_USER/Pictures" "$POINT/Pictures"; }
+autoconnect_pictures() { fill --remote --mirror --autoconnect "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "$pics" "$POINT/Pictures"; }
+verify_pictures() { fill --remote --mirror --server "$SERVER" "$SMB_ACCOUNT" "$VOLUME" "$pics" "$POINT/Pictures"; }
 
 # His folder, left from the time any user could make one in /Volumes, holding
 # the destination: root neither mounts over it nor writes into it.
@@ -190,10 +162,7 @@ swapper=$!
 log_from=$(($(stat -c %s "$LOG") + 1))
 runs=0
 autoconnect_pictures
-while kill -0 "$swapper" 2>/dev/null; do
-    run_script
-    runs=$((runs + 1))
-done
+while kill -0 "$swapper" 2>/dev/null; do run_script; runs=$((runs + 1)); done
 check "his link swapped in during $runs runs: refused in words, nothing written through it" \
     bash -c "tail -c +$log_from $LOG | grep -q 'Pictures -> $POINT/Pictures: it lies on the remote volume $VOLUME' &&
              ! tail -c +$log_from $LOG | grep -q 'Pictures -> $POINT/Pictures: done' && [ -z \"\$(ls -A /root/victim)\" ]"
@@ -211,7 +180,7 @@ mkdir -p "$POINT" && chown "$OTHER_USER:" "$POINT"
 mkdir -p "/home/$OTHER_USER/fake/Pictures" "/home/$OTHER_USER/fake/Plain" && chown -R "$OTHER_USER:" "/home/$OTHER_USER/fake"
 as_other setsid rclone mount "/home/$OTHER_USER/fake" "$POINT" --devname "//fileserver/$VOLUME" --allow-other \
     --default-permissions --config /dev/null </dev/null >/dev/null 2>&1 &
-for _ in $(seq 100); do is_mounted "$POINT" && break; sleep 0.1; done
+wait_for 100 is_mounted "$POINT"
 check "(his look-alike is mounted, of the same type and source)" \
     mounted_as "^fuse.rclone *//fileserver/$VOLUME .*user_id=$(id -u "$OTHER_USER"),"
 autoconnect_pictures && run_script
@@ -219,12 +188,11 @@ check "his look-alike mount: the run refuses it, in words" \
     grep -q "$POINT is not the volume $VOLUME of $SERVER for $TEST_USER: it was mounted by $OTHER_USER, not by root or $TEST_USER; nothing was written there" "$ERRORS"
 verify_pictures && run_script
 check "... with auto-connect off too" grep -q "cannot be used: $POINT is not the volume $VOLUME of $SERVER for $TEST_USER: it was mounted by $OTHER_USER" "$ERRORS"
-fill --remote "/home/$TEST_USER/Pictures" "$POINT/Plain" && run_script
+fill --remote "$pics" "$POINT/Plain" && run_script
 check "... and a run without a server tells it from the disk it remembers" \
     grep -q "$POINT/Plain: the disk that held this backup is not there" "$ERRORS"
 check "... nothing was written into it" untouched "/home/$OTHER_USER/fake" . ./Pictures ./Plain
-as_other fusermount3 -u "$POINT"
-rmdir "$POINT"
+as_other fusermount3 -u "$POINT"; rmdir "$POINT"
 sed -i '/^user_allow_other$/d' /etc/fuse.conf
 
 # Races: all through runs, he tries to put a link or a folder of his at
@@ -239,16 +207,13 @@ as_other bash -c 'for i in $(seq 1000); do
 racer=$!
 runs=0 failed_runs=0
 while kill -0 "$racer" 2>/dev/null; do
-    date +%N > "/home/$TEST_USER/Pictures/2026/now.txt"
-    run_script || failed_runs=$((failed_runs + 1))
-    runs=$((runs + 1))
+    date +%N > "$pics/2026/now.txt"; run_script || failed_runs=$((failed_runs + 1)); runs=$((runs + 1))
 done
 check "1000 rounds of his links, folders and moves during $runs runs: not one landed" test ! -s /root/race.out
 check "... every run backed up, and root wrote nothing into his trap" \
     bash -c "[ $failed_runs -eq 0 ] && [ -z \"\$(ls -A /home/$OTHER_USER/trap)\" ] && cmp /home/$TEST_USER/Pictures/2026/now.txt $SHARE_DIR/Pictures/2026/now.txt"
 
-# --- failures: each a clear line, quick, nothing mounted, nothing lost ---------
-echo "# failures"
+echo "# failures: each a clear line, quick, nothing mounted, nothing lost"
 before=$(cd "$SHARE_DIR" && find . -type f -exec sha256sum {} + | sort)
 fails_with() { # fails_with DESCRIPTION EXPECTED COMMAND...
     local start=$SECONDS out status
@@ -269,19 +234,14 @@ fails_with "an ordinary user" "only root mounts the remote volume" runuser -u "$
 chmod 1777 /Volumes
 fails_with "/Volumes open to all" "/Volumes can be changed by users other than root (owner root, mode 1777)" "$AUTOMOUNT" "${mount_args[@]}"
 chmod 755 /Volumes
-
 stop_smbd
 fails_with "server down" "the server fileserver cannot be reached" "$AUTOMOUNT" "${mount_args[@]}"
-
 as_user secret-tool lock --collection=login >/dev/null 2>&1
 fails_with "locked keyring" "the keyring of $TEST_USER is locked, so the password for $SMB_ACCOUNT@fileserver cannot be read" "$AUTOMOUNT" "${mount_args[@]}"
-
 stop_session
 fails_with "logged-out user" "the keyring of $TEST_USER is locked, so the password for $SMB_ACCOUNT@fileserver cannot be read" "$AUTOMOUNT" "${mount_args[@]}"
-
 after=$(cd "$SHARE_DIR" && find . -type f -exec sha256sum {} + | sort)
 check "the failures changed nothing on the server" test "$before" = "$after"
 check "... and left no mount point behind" test -z "$(ls -A /Volumes)"
 check "no trace of the password anywhere others look" no_leaks
-
 finish

@@ -1,56 +1,37 @@
 #!/bin/bash
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
-#
 # make-backups.sh USER daily|weekly: backups of ~USER/Documents onto
-# "/Volumes/Backup Disk/Documents" made by the installed backup script
-# itself (filled by the pane's builder, OV_FILL_SCRIPT, and run by its path
-# as cron runs it, with the clock set to each run's date by faketime), with
-# the Safety Net on ("Everything") in its default folder inside Documents,
-# and files changed, deleted and re-created between the runs: "daily" makes
-# four daily runs, "weekly" then one weekly run of the same folders (the
-# item moved to another frequency). Pristine copies of what each run saw go
-# to /tmp/restore-fixture/<day>. Sandbox only: it writes /Volumes, /Library
-# and /home.
+# "/Volumes/Backup Disk/Documents" by the installed backup script (filled by
+# OV_FILL_SCRIPT, run as cron runs it under faketime at each run's date), the
+# Safety Net on ("Everything") in its default folder inside Documents, files
+# changed, deleted and re-created between the runs: "daily" makes four daily
+# runs, "weekly" then one weekly run of the same folders (the item moved).
+# What each run saw goes to /tmp/restore-fixture/<day>. Sandbox only.
 set -euo pipefail
 user=$1 phase=$2
-home=/home/$user
-src=$home/Documents
-dest="/Volumes/Backup Disk/Documents"
+src=/home/$user/Documents dest="/Volumes/Backup Disk/Documents" fixture=/tmp/restore-fixture script=/tmp/restore-$phase.rb
 sn="$src/Safety Net Archives"
-fixture=/tmp/restore-fixture
-script=/tmp/restore-$phase.rb
-: "${OV_FILL_SCRIPT:?must name the script builder}"
-
-mkdir -p "$src" "$dest" "$sn" "$fixture"
-chown "$user:" "$src" "$sn"
-frequency=Daily
-[ "$phase" = weekly ] && frequency=Weekly
-"$OV_FILL_SCRIPT" --frequency "$frequency" --mirror --user "$user" --safetynet "$sn" 30 Everything "$src" "$dest" > "$script"
+mkdir -p "$src" "$dest" "$sn" "$fixture" && chown "$user:" "$src" "$sn"
+frequency=Daily; [ "$phase" = weekly ] && frequency=Weekly
+"${OV_FILL_SCRIPT:?}" --frequency "$frequency" --mirror --user "$user" --safetynet "$sn" 30 Everything "$src" "$dest" > "$script"
 chmod 700 "$script"
 
-# run STAMP: one daily run at that moment ("2026-01-06 20.00.00").
-run() {
-    local stamp=$1 day=${1%% *}
-    local clock="$day ${stamp#* }"
+run() { # run STAMP: one run at that moment ("2026-01-06 20.00.00")
+    local day=${1%% *}
     # Only the script's own clock, stopped at the run's moment (a busy machine
     # must not let the archive's second slip): stat and rsync see real times.
     if ! env -i LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin FAKETIME_DONT_FAKE_MONOTONIC=1 NO_FAKE_STAT=1 FAKETIME_ONLY_CMDS=ruby \
-        faketime -f "${clock//./:}" "$script"; then
-        echo "the backup at $stamp failed:" >&2
+        faketime -f "${1//./:}" "$script"; then
+        echo "the backup at $1 failed:" >&2
         cat /var/log/.orvane_"$phase".err /var/log/orvane_"$phase".log >&2 || true
         exit 1
     fi
-    cp -a "$src" "$fixture/$day"
-    rm -rf "$fixture/$day/Safety Net Archives"
+    cp -a "$src" "$fixture/$day" && rm -rf "$fixture/$day/Safety Net Archives"
 }
-
-# as USER: the user's own files, with their times.
-put() { # put PATH TIME CONTENT
+put() { # put PATH TIME CONTENT: the user's own file, with its time
     install -d -o "$user" -g "$user" "$(dirname "$1")"
-    printf '%s' "$3" > "$1"
-    chown "$user:" "$1"
-    touch -d "$2" "$1"
+    printf '%s' "$3" > "$1" && chown "$user:" "$1" && touch -d "$2" "$1"
 }
 
 if [ "$phase" = weekly ]; then
@@ -70,13 +51,11 @@ put "$src/Ünïcødé/naïve café.md" "2026-01-05 09:10" "crème brûlée"
 put "$src/Ünïcødé/löschen.txt" "2026-01-05 09:20" "wird gelöscht"
 put "$src/Projekt/plan.txt" "2026-01-05 09:30" "plan"
 put "$src/Projekt/Daten/zahlen.csv" "2026-01-05 09:40" "1,2,3"
-head -c 3000000 /dev/urandom > "$src/Projekt/Daten/gross.bin"
-chown "$user:" "$src/Projekt/Daten/gross.bin"; touch -d "2026-01-05 09:50" "$src/Projekt/Daten/gross.bin"
+head -c 3000000 /dev/urandom > "$src/Projekt/Daten/gross.bin" && chown "$user:" "$src/Projekt/Daten/gross.bin" && touch -d "2026-01-05 09:50" "$src/Projekt/Daten/gross.bin"
 # Enough other files that no run deletes a quarter of the backup (such a
 # run keeps the files until the user answers).
 for i in $(seq 16); do put "$src/Archiv/alt-$i.txt" "2026-01-04 12:00" "alt $i"; done
-chmod 0640 "$src/Projekt/plan.txt"
-chmod 0750 "$src/Projekt/Daten"
+chmod 0640 "$src/Projekt/plan.txt" && chmod 0750 "$src/Projekt/Daten"
 run "2026-01-05 20.00.00"
 
 put "$src/report.txt" "2026-01-06 10:00" "Bericht, zweite Fassung, länger"
