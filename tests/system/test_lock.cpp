@@ -1,9 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The lock against a real polkitd, and the enabled state of every control
-// the lock and the master switch govern. Run by lock/run_lock_test.sh as an
-// administrator who is not root.
+// The lock against a real polkitd, and the enabled state of every control the lock and the master switch govern.
+// Run by lock/run_lock_test.sh as an administrator who is not root.
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
@@ -11,21 +9,16 @@
 #include "OVOrvanePref.h"
 #include "OVSaveJob.h"
 #include "OVSettingsDomain.h"
-#include "OVToolLauncher.h"
 #include "ovfixedpaths.h"
 #include "ovtestfiles.h"
-
 #include <KMessageWidget>
 #include <PolkitQt1/Authority>
-
 #include <QAction>
 #include <QComboBox>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QToolButton>
-
-#include <unistd.h>
 
 class TestLock : public QObject
 {
@@ -37,9 +30,7 @@ class TestLock : public QObject
         return pane.findChild<T *>(QString::fromLatin1(name));
     }
 
-    // Which of the controls the lock and the master switch govern are
-    // enabled, one letter each, "-" where not: the master switch, Add,
-    // Delete, Options, Backup, the three status buttons and the table.
+    // One letter per control the lock and the master switch govern, "-" where disabled; "t" for the table.
     static QString enabledStates(OVOrvanePref &pane)
     {
         QString states;
@@ -56,20 +47,23 @@ class TestLock : public QObject
         return states + (pane.backupItems()->isEditable() ? QLatin1Char('t') : QLatin1Char('-'));
     }
 
-    // Clicks the lock and waits for the alert that says why it stays shut.
+    static bool locked(OVOrvanePref &pane)
+    {
+        return !pane.isAuthorized() && control<QToolButton>(pane, "lockButton")->isChecked();
+    }
+
+    // Nobody can ask for the password (run_lock_unavailable.sh): the click says why, and the lock stays shut.
     static void clickLockExpecting(const char *explanationKey)
     {
         OVOrvanePref pane(nullptr, {});
-        auto *lock = control<QToolButton>(pane, "lockButton");
         QVERIFY(!pane.isAuthorized());
-        lock->click();
-        QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert")), 30000);
-        auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert"));
+        control<QToolButton>(pane, "lockButton")->click();
+        QTRY_VERIFY_WITH_TIMEOUT(control<QMessageBox>(pane, "lockUnavailableAlert"), 30000);
+        auto *alert = control<QMessageBox>(pane, "lockUnavailableAlert");
         QCOMPARE(alert->text(), OVLocalized(explanationKey));
         QCOMPARE(alert->windowTitle(), OVLocalized("LockUnavailable"));
         QVERIFY(!alert->text().isEmpty());
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
+        QVERIFY(locked(pane));
     }
 
 private Q_SLOTS:
@@ -85,32 +79,25 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         auto *lock = control<QToolButton>(pane, "lockButton");
         auto *label = control<QLabel>(pane, "lockLabel");
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
-        QCOMPARE(label->text(), QStringLiteral("Click the lock to make changes."));
-
+        const QString shut = QStringLiteral("Click the lock to make changes.");
+        QVERIFY(locked(pane));
+        QCOMPARE(label->text(), shut);
         lock->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
         QVERIFY(!lock->isChecked());
         QCOMPARE(label->text(), QStringLiteral("Click the lock to prevent further changes."));
-        QVERIFY(control<QComboBox>(pane, "masterPopUp")->isEnabled());
-        QVERIFY(control<QPushButton>(pane, "optionsButton")->isEnabled());
-
-        // Closing the lock saves first, changed or not.
+        QVERIFY(control<QComboBox>(pane, "masterPopUp")->isEnabled() && control<QPushButton>(pane, "optionsButton")->isEnabled());
+        // Closing the lock saves first, changed or not; the items go into place through archive_table, as root's.
         lock->click();
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
-        QCOMPARE(label->text(), QStringLiteral("Click the lock to make changes."));
-        QVERIFY(OVSettingsDomain::read());
-        QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("Locked")).toBool());
-        // The save's items went into place through archive_table, as root's.
+        QVERIFY(locked(pane));
+        QCOMPARE(label->text(), shut);
+        QVERIFY(OVSettingsDomain::read().value_or(QVariantMap()).value(QStringLiteral("Locked")).toBool());
         QTRY_COMPARE_WITH_TIMEOUT(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"), 10000);
         QVERIFY(OVItemArchive::load(path(OVFixedPaths::ItemsArchive)));
         QVERIFY(!control<QPushButton>(pane, "optionsButton")->isEnabled());
         // Opening and closing the lock is no edit: nothing waits to be applied.
         QVERIFY(OVSaveJob::finishAll(10000));
         QVERIFY(!pane.hasUnappliedChanges() && !OVSaveJob::unapplied());
-
         // A second unlock goes to polkit again.
         lock->click();
         QVERIFY(pane.lock()->isRequestPending());
@@ -120,12 +107,10 @@ private Q_SLOTS:
     void deniedUnlockStaysLocked()
     {
         OVOrvanePref pane(nullptr, {});
-        auto *lock = control<QToolButton>(pane, "lockButton");
-        lock->click();
+        control<QToolButton>(pane, "lockButton")->click();
         QVERIFY(pane.lock()->isRequestPending());
         QTRY_VERIFY_WITH_TIMEOUT(!pane.lock()->isRequestPending(), 10000);
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
+        QVERIFY(locked(pane));
         QVERIFY(!control<QComboBox>(pane, "masterPopUp")->isEnabled());
     }
 
@@ -133,36 +118,27 @@ private Q_SLOTS:
     void startsUnlockedOnlyForAdminWhoLeftItOpen()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), true}}));
-        {
-            OVOrvanePref pane(nullptr, {});
-            QVERIFY(!pane.isAuthorized());
-        }
+        QVERIFY(!OVOrvanePref(nullptr, {}).isAuthorized());
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
         OVOrvanePref pane(nullptr, {});
-        QVERIFY(pane.isAuthorized());
-        QVERIFY(!pane.hasUnappliedChanges());
-        QVERIFY(!pane.lock()->isRequestPending());
+        QVERIFY(pane.isAuthorized() && !pane.hasUnappliedChanges() && !pane.lock()->isRequestPending());
         QVERIFY(!control<QToolButton>(pane, "lockButton")->isChecked());
     }
 
     void enablingFollowsLockAndMaster()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}, {QStringLiteral("Master"), 0}}));
-        // Every frequency has finished a backup (run_lock_test.sh wrote the
-        // markers as root), so its button may be used.
+        // run_lock_test.sh wrote every frequency's marker as root, so its button may be used.
         OVOrvanePref pane(nullptr, {});
-
         // One item: it cannot be deleted. Nothing is complete to back up now.
         QCOMPARE(enabledStates(pane), QStringLiteral("ma-o-lllt"));
         pane.addBackupItem(&pane);
         QCOMPARE(enabledStates(pane), QStringLiteral("mado-lllt"));
-
         auto *master = control<QComboBox>(pane, "masterPopUp");
         master->setCurrentIndex(1);
         pane.masterToggle(master);
         QCOMPARE(enabledStates(pane), QStringLiteral("m--o-lll-"));
         QVERIFY(!(pane.backupItems()->flags(pane.backupItems()->index(0, 0)) & Qt::ItemIsSelectable));
-
         master->setCurrentIndex(0);
         pane.masterToggle(master);
         pane.removePrivilege();
@@ -170,8 +146,7 @@ private Q_SLOTS:
         QVERIFY(control<QPushButton>(pane, "lastDailyBackup")->toolTip().isEmpty());
     }
 
-    // What root runs or reads stays root's alone through an administrator's
-    // start-up: the pane, not being root, can neither make nor loosen them.
+    // Through an administrator's start-up and save what root runs or reads stays root's alone.
     void foldersStayRootsAlone()
     {
         auto check = [] {
@@ -191,16 +166,12 @@ private Q_SLOTS:
         }
         check();
         for (const char *script : {OVFixedPaths::DailyScript, OVFixedPaths::WeeklyScript, OVFixedPaths::MonthlyScript}) {
-            if (QFile::exists(QString::fromUtf8(script))) {
-                QCOMPARE(ownerAndMode(script), QStringLiteral("0:0 700"));
-            }
+            QVERIFY2(!QFile::exists(path(script)) || ownerAndMode(script) == QStringLiteral("0:0 700"), script);
         }
     }
 
-    // polkit says no when a save asks (what it kept from the unlock has run
-    // out, and the rules deny): nothing reaches root, the pane shows the lock
-    // closed, and the edit is kept and offered again, here and at the next
-    // opening, until it is applied or discarded.
+    // polkit refuses the save (what it kept from the unlock ran out): nothing reaches root, the lock shows
+    // closed, and the edit is offered again, here and at the next opening, until applied or discarded.
     void refusedSaveKeepsTheEdit()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
@@ -215,8 +186,7 @@ private Q_SLOTS:
             QVERIFY(pane.hasUnappliedChanges());
             pane.save();
             QVERIFY(OVSaveJob::finishAll(10000));
-            QVERIFY(!pane.isAuthorized());
-            QVERIFY(control<QToolButton>(pane, "lockButton")->isChecked());
+            QVERIFY(locked(pane));
             auto *message = control<KMessageWidget>(pane, "unappliedMessage");
             QVERIFY(message->isVisibleTo(&pane));
             QVERIFY2(message->text().contains(OVLocalized("PasswordNotGiven")), qPrintable(message->text()));
@@ -228,15 +198,10 @@ private Q_SLOTS:
         auto *message = control<KMessageWidget>(pane, "unappliedMessage");
         QVERIFY(message->isVisibleTo(&pane));
         message->findChild<QAction *>(QStringLiteral("discardUnappliedAction"))->trigger();
-        QVERIFY(!OVSaveJob::unapplied());
-        QVERIFY(!message->isVisibleTo(&pane));
+        QVERIFY(!OVSaveJob::unapplied() && !message->isVisibleTo(&pane));
         QCOMPARE(pane.backupItems()->rowCount(), rows - 1);
     }
 
-    // Run by lock/run_lock_unavailable.sh, when nobody can ask for the
-    // password: no polkit authority on the system bus, or polkitd with no
-    // agent in the session. Either way the click says why, and the lock
-    // stays closed.
     void answersThatAreNoRefusal()
     {
         using PolkitQt1::Authority;

@@ -1,9 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The update check against a real HTTPS server on the vendor's host name,
-// run by tests/system/with-update-server.sh inside the sandbox: the client's
-// answers for each kind of version file, then the pane's notice.
+// The update check against a real HTTPS server on the vendor's host name (with-update-server.sh, in the sandbox):
+// the client's answer for each kind of version file, then the pane's notice.
 #include "../hostileplist.h"
 #include "MacPADSocket.h"
 #include "OVBundle.h"
@@ -13,7 +11,6 @@
 #include "OVSettingsDomain.h"
 #include "OVUpdateNotice.h"
 #include "ovtestfiles.h"
-
 #include <QDesktopServices>
 #include <QDialog>
 #include <QElapsedTimer>
@@ -79,12 +76,10 @@ class TestUpdate : public QObject
         const QList<QVariant> args = errors.isEmpty() ? finished.first() : errors.first();
         const QVariantMap info = args.at(1).toMap();
         answer.finished = errors.isEmpty();
-        answer.code = info.value(QStringLiteral("MacPADErrorCode")).toInt();
+        // -2: the answer named another socket.
+        answer.code = args.at(0).value<MacPADSocket *>() != &socket ? -2 : info.value(QStringLiteral("MacPADErrorCode")).toInt();
         answer.message = info.value(QStringLiteral("MacPADErrorMessage")).toString();
         answer.newVersionAvailable = info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool();
-        if (args.at(0).value<MacPADSocket *>() != &socket) {
-            answer.code = -2;
-        }
         return answer;
     }
 
@@ -94,12 +89,12 @@ class TestUpdate : public QObject
         return sheet && sheet->isVisible() ? sheet : nullptr;
     }
 
-    // Opens the pane with the given settings (none at all for nullopt).
-    std::unique_ptr<OVOrvanePref> openPane(const std::optional<QVariantMap> &settings)
+    // Opens the pane with the given settings (none at all for an invalid QVariant).
+    std::unique_ptr<OVOrvanePref> openPane(const QVariant &settings)
     {
         OVSettingsDomain::remove();
-        if (settings) {
-            OVSettingsDomain::replace(*settings);
+        if (settings.isValid()) {
+            OVSettingsDomain::replace(settings.toMap());
         }
         auto pane = std::make_unique<OVOrvanePref>(nullptr, QVariantList{});
         pane->show();
@@ -126,8 +121,7 @@ private Q_SLOTS:
     void init()
     {
         QFile::resize(m_log, 0);
-        QDir(m_root).removeRecursively();
-        QDir().mkpath(m_root);
+        QVERIFY(QDir(m_root).removeRecursively() && QDir().mkpath(m_root));
     }
 
     // What the client answers for each kind of file at the vendor's host.
@@ -136,7 +130,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("url");
         QTest::addColumn<QString>("version");
         QTest::addColumn<int>("code");
-
         const QString vendor = QStringLiteral("https://") + OVUpdateNotice::versionFileURL().host();
         QTest::newRow("newer, XML") << vendor + QStringLiteral("/newer.plist") << "1.0" << 5;
         QTest::newRow("newer, binary") << vendor + QStringLiteral("/newer.bplist") << "1.0" << 5;
@@ -158,7 +151,6 @@ private Q_SLOTS:
         QFETCH(QString, url);
         QFETCH(QString, version);
         QFETCH(int, code);
-
         const QVariantMap newer = versionFile(QStringLiteral("9.0b2"), QStringLiteral("Faster."));
         serve(QStringLiteral("newer.plist"), OVPropertyList::toXml(newer));
         serve(QStringLiteral("newer.bplist"), OVPropertyList::toBinary(newer));
@@ -171,7 +163,6 @@ private Q_SLOTS:
         const QByteArray xml = OVPropertyList::toXml(newer);
         serve(QStringLiteral("truncated.plist"), xml.left(xml.size() / 2));
         serve(QStringLiteral("laughs.bplist"), OVHostile::laughs(26));
-
         // What the expansion of the laughs would break.
         const OVHostile::AddressLimit limit(1024 << 20);
         MacPADSocket socket;
@@ -197,7 +188,6 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("message");
-
         QTest::newRow("as installed") << QByteArray() << 5 << "New version available";
         QTest::newRow("bare address") << QByteArray("  " OV_TEST_UPDATE_URL "\n\n") << 5 << "New version available";
         QTest::newRow("missing") << QByteArray("-") << 1 << "MacPAD.url file was not found";
@@ -210,7 +200,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         QFETCH(int, code);
         QFETCH(QString, message);
-
         serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.0"))));
         const QString urlFile = OVBundle::pathForResource(QStringLiteral("MacPAD"), QStringLiteral("url"));
         static const QByteArray installed = readFile(urlFile);
@@ -219,7 +208,6 @@ private Q_SLOTS:
         if (contents != "-") {
             writeFile(urlFile, contents.isEmpty() ? installed : contents);
         }
-
         MacPADSocket socket;
         socket.performCheckWithVersion(QStringLiteral("1.0"));
         const Answer answer = waitForAnswer(socket);
@@ -229,13 +217,11 @@ private Q_SLOTS:
         QCOMPARE(requests().size(), code == 5 ? 1 : 0);
     }
 
-    // A newer version: the bell's sheet with the notes and the download
-    // address, whose edited text is what gets opened.
+    // A newer version: the bell's sheet with the notes and the download address, whose edited text is what gets opened.
     void newerVersionShowsTheSheet_data()
     {
         QTest::addColumn<QString>("notes");
         QTest::addColumn<QString>("text");
-
         QTest::newRow("with notes") << "Faster copies.\nFewer surprises."
                                     << "Orvane 99.1\n\nFaster copies.\nFewer surprises.";
         QTest::newRow("without notes") << QString() << "Orvane 99.1\n\n";
@@ -245,11 +231,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, notes);
         QFETCH(QString, text);
-
         serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.1"), notes)));
         m_opened.clear();
         QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "openUrl");
-
         auto pane = openPane(QVariantMap{{QStringLiteral("CheckForUpdates"), true}});
         // Not before the pane has had its moment on screen.
         QTest::qWait(1000);
@@ -262,7 +246,6 @@ private Q_SLOTS:
         auto *download = sheet->findChild<QLineEdit *>(QStringLiteral("downloadURLTextField"));
         QCOMPARE(download->text(), QStringLiteral("https://www.orvane.org/download/Orvane-99.1.tar.gz"));
         QVERIFY(!pane->findChild<OVUpdateNotice *>()->macPAD());
-
         download->setText(QStringLiteral("https://mirror.example/orvane-99.1.tar.gz"));
         sheet->findChild<QPushButton *>(QStringLiteral("downloadButton"))->click();
         QCOMPARE(m_opened, QList<QUrl>{QUrl(QStringLiteral("https://mirror.example/orvane-99.1.tar.gz"))});
@@ -270,17 +253,14 @@ private Q_SLOTS:
         QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
     }
 
-    // Every other outcome is silent: the check runs, and nothing appears.
-    // With the setting off, or no settings at all, nothing goes out. A newer
-    // version found while the options are open is not announced, then or
-    // later while the pane stays open.
+    // Every other outcome is silent. With the setting off, or no settings, nothing goes out. A newer version found
+    // while the options are open is not announced, then or later while the pane stays open.
     void otherOutcomesAreSilent_data()
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QVariant>("settings");
         QTest::addColumn<int>("requestCount");
         QTest::addColumn<bool>("underOptions");
-
         const QVariantMap on{{QStringLiteral("CheckForUpdates"), true}};
         const QVariantMap off{{QStringLiteral("CheckForUpdates"), false}, {QStringLiteral("Master"), 0}};
         const QByteArray newer = OVPropertyList::toXml(versionFile(QStringLiteral("99.1")));
@@ -300,7 +280,7 @@ private Q_SLOTS:
         if (!file.isEmpty()) {
             serve(QStringLiteral("software/orvane.plist"), file);
         }
-        auto pane = openPane(settings.isValid() ? std::optional<QVariantMap>(settings.toMap()) : std::nullopt);
+        auto pane = openPane(settings);
         if (underOptions) {
             pane->showOptions(pane.get());
             QVERIFY(pane->optionsSheet()->isVisible());
