@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // "Preview…" on a real tree with the installed psync, as an ordinary user: what the next run would copy, replace and
 // delete, with the item's exclusions and its frequency's mirror option, changing nothing at the destination.
-#include "../ovtestfiles.h"
 #include "OVPreviewWindow.h"
+#include "ovtestfiles.h"
 #include <QAbstractItemView>
 #include <QProcess>
 #include <QSignalSpy>

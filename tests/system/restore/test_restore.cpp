@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Restoring from real backups (make-backups.sh) by the window's code path, as the user the test drops to for good.
 // test_restore.sh runs beforeTheWeeklyRun after the daily runs, then the rest after the weekly one.
-#include "../ovtestfiles.h"
 #include "OVRestoreJob.h"
 #include "OVRestoreSources.h"
 #include "OVRestoreWindow.h"
 #include "OVSettingsDomain.h"
 #include "ovfixedpaths.h"
+#include "ovtestfiles.h"
 #include <QHelpEvent>
 #include <QStandardItemModel>
 #include <QToolTip>
