@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "ovfixedpaths.h"
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>

@@ -9,7 +9,6 @@
 #include "OVOrvanePref.h"
 #include "OVSaveJob.h"
 #include "OVSettingsDomain.h"
-#include "ovfixedpaths.h"
 #include "ovtestfiles.h"
 #include <KMessageWidget>
 #include <PolkitQt1/Authority>

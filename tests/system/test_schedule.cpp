@@ -11,7 +11,6 @@
 #include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
-#include "ovfixedpaths.h"
 #include "ovsheetchild.h"
 #include "ovtestfiles.h"
 #include <QMessageBox>
@@ -131,7 +130,6 @@ private Q_SLOTS:
     {
         QVERIFY(installed(std::nullopt, anacrontabWith({true, true, true})));
         QCOMPARE(QProcess::execute(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)}), 0);
-        // A real daily script, installed by install_scripts, backs up one folder.
         QFile::remove(path(OVFixedPaths::DailyLastBackup));
         writeFile(QStringLiteral("/root/source/file"), "daily");
         QDir().mkpath(QStringLiteral("/root/destination"));

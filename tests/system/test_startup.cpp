@@ -8,7 +8,6 @@
 #include "OVOrvanePref.h"
 #include "OVSafetyNet.h"
 #include "OVSettingsDomain.h"
-#include "ovfixedpaths.h"
 #include "ovsheetchild.h"
 #include "ovtestfiles.h"
 #include <QComboBox>
@@ -159,7 +158,6 @@ private Q_SLOTS:
         QCOMPARE(UI(ui, kcfg_MaxArchives)->value(), 9);
         QVERIFY(!UI(ui, kcfg_WaitUntilAway)->isChecked());
         QVERIFY(UI(ui, kcfg_RemoteServerAddress)->text().isEmpty());
-        // Escape counts as Cancel.
         pane.showOptions(nullptr);
         UI(ui, kcfg_MaxArchives)->setValue(30);
         QTest::keyClick(pane.optionsSheet(), Qt::Key_Escape);

@@ -6,7 +6,6 @@
 #include "OVOrvanePref.h"
 #include "OVSettingsDomain.h"
 #include "OVStatusMonitor.h"
-#include "ovfixedpaths.h"
 #include "ovtestfiles.h"
 #include "ui_logsheet.h"
 #include <QLabel>
@@ -201,7 +200,6 @@ private Q_SLOTS:
         writeFile(path(OVFixedPaths::WeeklyLog), QByteArray("caf\xe9\n"));
         sheet->loadLog();
         QCOMPARE(ui->logTextView->toPlainText(), QString());
-        // Closing stores the filter with the other settings.
         ui->showOnlyErrorsCheck->setChecked(true);
         ui->closeButton->click();
         QVERIFY(!sheet->isVisible());

@@ -140,7 +140,6 @@ private Q_SLOTS:
         auto *table = pane.findChild<QTableView *>(QStringLiteral("tableView"));
         auto *backup = pane.findChild<QPushButton *>(QStringLiteral("backupButton"));
         QVERIFY(!backup->isEnabled());
-        // No row selected: a choice changes nothing.
         table->clearSelection();
         pane.openPanelDidEnd(1, QStringLiteral("/srv"));
         QVERIFY(pane.backupItems()->item(0).sourcePath().isNull());
@@ -160,15 +159,12 @@ private Q_SLOTS:
         QCOMPARE(item.destPath(), QStringLiteral("/root/Backups"));
         // A complete, ticked, manual item: the backup can be started.
         QVERIFY(backup->isEnabled());
-        // Cancelling leaves the item as it was.
         pane.chooseFolder(1);
         pane.findChild<QFileDialog *>(QStringLiteral("folderPanel"))->reject();
         QTRY_VERIFY(!pane.findChild<QFileDialog *>(QStringLiteral("folderPanel")));
         QCOMPARE(pane.backupItems()->item(0).sourcePath(), QStringLiteral("/root/Documents"));
-        // Unticked: nothing left to back up now.
         QVERIFY(pane.backupItems()->setData(pane.backupItems()->index(0, 0), Qt::Unchecked, Qt::CheckStateRole));
         QVERIFY(!backup->isEnabled());
-        // Deleting with no selection does nothing.
         pane.addBackupItem(&pane);
         table->clearSelection();
         pane.deleteBackupItem(&pane);

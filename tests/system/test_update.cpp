@@ -51,7 +51,6 @@ class TestUpdate : public QObject
         return QString::fromUtf8(readFile(m_log)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     }
 
-    // The one answer a check gives: which signal, its code and message.
     struct Answer {
         bool finished = false;
         int code = -1;
@@ -124,7 +123,6 @@ private Q_SLOTS:
         QVERIFY(QDir(m_root).removeRecursively() && QDir().mkpath(m_root));
     }
 
-    // What the client answers for each kind of file at the vendor's host.
     void clientAnswers_data()
     {
         QTest::addColumn<QString>("url");
@@ -182,7 +180,6 @@ private Q_SLOTS:
         }
     }
 
-    // performCheckWithVersion reads the address from the bundle's MacPAD.url.
     void addressFromMacPADUrl_data()
     {
         QTest::addColumn<QByteArray>("contents");

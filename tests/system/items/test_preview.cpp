@@ -43,7 +43,6 @@ class TestPreview : public QObject
     }
 
 private Q_SLOTS:
-    // As root: the user, a source and a backup of it from earlier.
     void initTestCase()
     {
         QCOMPARE(geteuid(), uid_t(0));
@@ -98,11 +97,7 @@ private Q_SLOTS:
             QVERIFY2(window.note().isEmpty(), qPrintable(window.note()));
         }
         QCOMPARE(tree(Destination), before);
-    }
-
-    // A folder the user may not read: said, not hidden.
-    void unreadablePartsAreNamed()
-    {
+        // A folder the user may not read: said, not hidden.
         QVERIFY(QDir().mkpath(Source + QStringLiteral("/Geheim")));
         QVERIFY(QFile::setPermissions(Source + QStringLiteral("/Geheim"), {}));
         OVPreviewWindow window(m_item, OVPreview::Options());

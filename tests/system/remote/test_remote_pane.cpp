@@ -12,8 +12,7 @@
 #include <QMessageBox>
 #include <QProcess>
 
-using OVRemoteServer::Server;
-using OVRemoteServer::StoreResult;
+using namespace OVRemoteServer;
 
 class TestRemotePane : public QObject
 {
@@ -41,11 +40,6 @@ class TestRemotePane : public QObject
     {
         return readFile("/proc/self/mountinfo").contains(QByteArray(' ' + point.toUtf8() + ' '));
     }
-    static StoreResult store(const Server &server, const char *password)
-    {
-        QString error;
-        return OVRemoteServer::addAutoConnectPassword(server, QString::fromUtf8(password), &error);
-    }
 
 private Q_SLOTS:
     void init()
@@ -57,32 +51,32 @@ private Q_SLOTS:
     void storeReadBackAndReplace()
     {
         const Server first{QStringLiteral("smb://fileserver"), QStringLiteral("alice"), QStringLiteral("share")};
-        QCOMPARE(store(first, "pässwörd 1"), StoreResult::Stored);
-        QCOMPARE(OVRemoteServer::autoConnectPassword(first), QStringLiteral("pässwörd 1"));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
+        QCOMPARE(addAutoConnectPassword(first, QStringLiteral("pässwörd 1")), StoreResult::Stored);
+        QCOMPARE(autoConnectPassword(first), QStringLiteral("pässwörd 1"));
+        QCOMPARE(countAutoConnectItems(), 1);
         const Server second{QStringLiteral("smb://fileserver"), QStringLiteral("bob"), QStringLiteral("share")};
-        QCOMPARE(store(second, "two"), StoreResult::Stored);
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
-        QCOMPARE(OVRemoteServer::autoConnectPassword(second), QStringLiteral("two"));
-        QCOMPARE(OVRemoteServer::autoConnectPassword(first), QString());
-        for (const char *bad : {"fileserver", "ftp://fileserver"}) {
-            QCOMPARE(store({QString::fromLatin1(bad), QStringLiteral("carol"), QStringLiteral("share")}, "x"), StoreResult::InvalidAddress);
+        QCOMPARE(addAutoConnectPassword(second, QStringLiteral("two")), StoreResult::Stored);
+        QCOMPARE(countAutoConnectItems(), 1);
+        QCOMPARE(autoConnectPassword(second), QStringLiteral("two"));
+        QCOMPARE(autoConnectPassword(first), QString());
+        for (const QString &bad : {QStringLiteral("fileserver"), QStringLiteral("ftp://fileserver")}) {
+            QCOMPARE(addAutoConnectPassword({bad, QStringLiteral("carol"), QStringLiteral("share")}, QStringLiteral("x")), StoreResult::InvalidAddress);
         }
-        QCOMPARE(OVRemoteServer::autoConnectPassword(second), QStringLiteral("two"));
+        QCOMPARE(autoConnectPassword(second), QStringLiteral("two"));
         // The server is everything after the scheme, and the protocol is afp.
         const Server afp{QStringLiteral("afp://nas/"), QStringLiteral("bob"), QStringLiteral("share")};
-        QCOMPARE(store(afp, "three"), StoreResult::Stored);
-        QCOMPARE(OVRemoteServer::autoConnectPassword(afp), QStringLiteral("three"));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
+        QCOMPARE(addAutoConnectPassword(afp, QStringLiteral("three")), StoreResult::Stored);
+        QCOMPARE(autoConnectPassword(afp), QStringLiteral("three"));
+        QCOMPARE(countAutoConnectItems(), 1);
         // An empty volume reads as no password.
-        QCOMPARE(OVRemoteServer::autoConnectPassword({afp.address, afp.account, QString()}), QString());
-        QVERIFY(OVRemoteServer::deleteExistingKeys());
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 0);
+        QCOMPARE(autoConnectPassword({afp.address, afp.account, QString()}), QString());
+        QVERIFY(deleteExistingKeys());
+        QCOMPARE(countAutoConnectItems(), 0);
     }
 
     void okStoresThePasswordOnlyInTheKeyring()
     {
-        OVRemoteServer::deleteExistingKeys();
+        deleteExistingKeys();
         {
             OVOrvanePref pane(nullptr, {});
             pane.hideOptions(UI(fill(pane, qEnvironmentVariable("OV_REMOTE_SERVER"), password()), okButton));
@@ -90,7 +84,7 @@ private Q_SLOTS:
         }
         const QByteArray domain = readFile(OVSettingsDomain::path());
         QVERIFY(!domain.isEmpty() && !domain.contains(password().toUtf8()));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
+        QCOMPARE(countAutoConnectItems(), 1);
         // Opening the options again shows it.
         OVOrvanePref pane(nullptr, {});
         pane.showOptions(nullptr);
@@ -109,7 +103,7 @@ private Q_SLOTS:
         QCOMPARE(alert->windowTitle(), QStringLiteral("Invalid server address"));
         // The other settings are stored all the same; the keyring keeps its item.
         QCOMPARE(OVSettingsDomain::read()->value(QStringLiteral("RemoteServerAddress")).toString(), QStringLiteral("fileserver"));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
+        QCOMPARE(countAutoConnectItems(), 1);
         // Connect with an empty password does nothing at all.
         UI(ui, passwordField)->clear();
         delete alert;

@@ -6,7 +6,6 @@
 #include "OVRestoreSources.h"
 #include "OVRestoreWindow.h"
 #include "OVSettingsDomain.h"
-#include "ovfixedpaths.h"
 #include "ovtestfiles.h"
 #include <QHelpEvent>
 #include <QStandardItemModel>
@@ -191,7 +190,6 @@ private Q_SLOTS:
         const QModelIndex folder = treeView->currentIndex();
         QVERIFY(treeView->isExpanded(folder));
         QVERIFY(treeView->model()->rowCount(folder) >= 2);
-        // What the item leaves out: said so.
         const auto stateOf = [model = treeView->model()](const QString &name) {
             const QModelIndexList found = model->match(model->index(0, 0, model->index(0, 0)), Qt::DisplayRole, name, 1, Qt::MatchExactly);
             return found.isEmpty() ? QStringLiteral("<absent>") : found.first().siblingAtColumn(1).data().toString();
@@ -202,7 +200,6 @@ private Q_SLOTS:
         window.openAt(Source + QStringLiteral("/Projekt/Daten"));
         QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("Projekt/Daten")}));
         QVERIFY(shot("restore-window-as-of.png"));
-        // Never backed up.
         writeFile(Source + QStringLiteral("/fresh.txt"), QByteArray());
         window.setAsOf(QDate());
         window.openAt(Source + QStringLiteral("/fresh.txt"));
