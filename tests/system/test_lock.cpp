@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The lock against a real polkitd, and the enabled state of every control the lock and the master switch govern.
-// Run by lock/run_lock_test.sh as an administrator who is not root.
+// The lock against a real polkitd and the controls it governs, as an administrator who is not root (lock/run_lock_test.sh).
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
@@ -22,13 +21,6 @@
 class TestLock : public QObject
 {
     Q_OBJECT
-
-    template<typename T>
-    static T *control(OVOrvanePref &pane, const char *name)
-    {
-        return pane.findChild<T *>(QString::fromLatin1(name));
-    }
-
     // One letter per control the lock and the master switch govern, "-" where disabled; "t" for the table.
     static QString enabledStates(OVOrvanePref &pane)
     {
@@ -41,14 +33,14 @@ class TestLock : public QObject
                                  "lastDailyBackup",
                                  "lastWeeklyBackup",
                                  "lastMonthlyBackup"}) {
-            states += control<QWidget>(pane, name)->isEnabled() ? QLatin1Char(name[0]) : QLatin1Char('-');
+            states += pane.findChild<QWidget *>(QLatin1String(name))->isEnabled() ? QLatin1Char(name[0]) : QLatin1Char('-');
         }
         return states + (pane.backupItems()->isEditable() ? QLatin1Char('t') : QLatin1Char('-'));
     }
 
     static bool locked(OVOrvanePref &pane)
     {
-        return !pane.isAuthorized() && control<QToolButton>(pane, "lockButton")->isChecked();
+        return !pane.isAuthorized() && pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked();
     }
 
     // Nobody can ask for the password (run_lock_unavailable.sh): the click says why, and the lock stays shut.
@@ -56,9 +48,9 @@ class TestLock : public QObject
     {
         OVOrvanePref pane(nullptr, {});
         QVERIFY(!pane.isAuthorized());
-        control<QToolButton>(pane, "lockButton")->click();
-        QTRY_VERIFY_WITH_TIMEOUT(control<QMessageBox>(pane, "lockUnavailableAlert"), 30000);
-        auto *alert = control<QMessageBox>(pane, "lockUnavailableAlert");
+        pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
+        QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert")), 30000);
+        auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert"));
         QCOMPARE(alert->text(), OVLocalized(explanationKey));
         QCOMPARE(alert->windowTitle(), OVLocalized("LockUnavailable"));
         QVERIFY(!alert->text().isEmpty());
@@ -76,8 +68,8 @@ private Q_SLOTS:
     void grantedUnlockThenLock()
     {
         OVOrvanePref pane(nullptr, {});
-        auto *lock = control<QToolButton>(pane, "lockButton");
-        auto *label = control<QLabel>(pane, "lockLabel");
+        auto *lock = pane.findChild<QToolButton *>(QStringLiteral("lockButton"));
+        auto *label = pane.findChild<QLabel *>(QStringLiteral("lockLabel"));
         const QString shut = QStringLiteral("Click the lock to make changes.");
         QVERIFY(locked(pane));
         QCOMPARE(label->text(), shut);
@@ -85,7 +77,8 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
         QVERIFY(!lock->isChecked());
         QCOMPARE(label->text(), QStringLiteral("Click the lock to prevent further changes."));
-        QVERIFY(control<QComboBox>(pane, "masterPopUp")->isEnabled() && control<QPushButton>(pane, "optionsButton")->isEnabled());
+        QVERIFY(pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->isEnabled()
+                && pane.findChild<QPushButton *>(QStringLiteral("optionsButton"))->isEnabled());
         // Closing the lock saves first, changed or not; the items go into place through archive_table, as root's.
         lock->click();
         QVERIFY(locked(pane));
@@ -93,7 +86,7 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::read().value_or(QVariantMap()).value(QStringLiteral("Locked")).toBool());
         QTRY_COMPARE_WITH_TIMEOUT(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"), 10000);
         QVERIFY(OVItemArchive::load(path(OVFixedPaths::ItemsArchive)));
-        QVERIFY(!control<QPushButton>(pane, "optionsButton")->isEnabled());
+        QVERIFY(!pane.findChild<QPushButton *>(QStringLiteral("optionsButton"))->isEnabled());
         // Opening and closing the lock is no edit: nothing waits to be applied.
         QVERIFY(OVSaveJob::finishAll(10000));
         QVERIFY(!pane.hasUnappliedChanges() && !OVSaveJob::unapplied());
@@ -106,11 +99,11 @@ private Q_SLOTS:
     void deniedUnlockStaysLocked()
     {
         OVOrvanePref pane(nullptr, {});
-        control<QToolButton>(pane, "lockButton")->click();
+        pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QVERIFY(pane.lock()->isRequestPending());
         QTRY_VERIFY_WITH_TIMEOUT(!pane.lock()->isRequestPending(), 10000);
         QVERIFY(locked(pane));
-        QVERIFY(!control<QComboBox>(pane, "masterPopUp")->isEnabled());
+        QVERIFY(!pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->isEnabled());
     }
 
     // No settings (test_startup) or locked when it was left: the pane starts locked.
@@ -121,7 +114,7 @@ private Q_SLOTS:
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
         OVOrvanePref pane(nullptr, {});
         QVERIFY(pane.isAuthorized() && !pane.hasUnappliedChanges() && !pane.lock()->isRequestPending());
-        QVERIFY(!control<QToolButton>(pane, "lockButton")->isChecked());
+        QVERIFY(!pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked());
     }
 
     void enablingFollowsLockAndMaster()
@@ -133,7 +126,7 @@ private Q_SLOTS:
         QCOMPARE(enabledStates(pane), QStringLiteral("ma-o-lllt"));
         pane.addBackupItem(&pane);
         QCOMPARE(enabledStates(pane), QStringLiteral("mado-lllt"));
-        auto *master = control<QComboBox>(pane, "masterPopUp");
+        auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
         master->setCurrentIndex(1);
         pane.masterToggle(master);
         QCOMPARE(enabledStates(pane), QStringLiteral("m--o-lll-"));
@@ -142,7 +135,7 @@ private Q_SLOTS:
         pane.masterToggle(master);
         pane.removePrivilege();
         QCOMPARE(enabledStates(pane), QStringLiteral("---------"));
-        QVERIFY(control<QPushButton>(pane, "lastDailyBackup")->toolTip().isEmpty());
+        QVERIFY(pane.findChild<QPushButton *>(QStringLiteral("lastDailyBackup"))->toolTip().isEmpty());
     }
 
     // Through an administrator's start-up and save what root runs or reads stays root's alone.
@@ -169,8 +162,7 @@ private Q_SLOTS:
         }
     }
 
-    // polkit refuses the save (what it kept from the unlock ran out): nothing reaches root, the lock shows
-    // closed, and the edit is offered again, here and at the next opening, until applied or discarded.
+    // polkit refuses the save: nothing reaches root, the lock shows shut, the edit is offered again until applied or discarded.
     void refusedSaveKeepsTheEdit()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
@@ -186,7 +178,7 @@ private Q_SLOTS:
             pane.save();
             QVERIFY(OVSaveJob::finishAll(10000));
             QVERIFY(locked(pane));
-            auto *message = control<KMessageWidget>(pane, "unappliedMessage");
+            auto *message = pane.findChild<KMessageWidget *>(QStringLiteral("unappliedMessage"));
             QVERIFY(message->isVisibleTo(&pane));
             QVERIFY2(message->text().contains(OVLocalized("PasswordNotGiven")), qPrintable(message->text()));
             QVERIFY(pane.hasUnappliedChanges());
@@ -194,7 +186,7 @@ private Q_SLOTS:
         }
         OVOrvanePref pane(nullptr, {});
         QCOMPARE(pane.backupItems()->rowCount(), rows);
-        auto *message = control<KMessageWidget>(pane, "unappliedMessage");
+        auto *message = pane.findChild<KMessageWidget *>(QStringLiteral("unappliedMessage"));
         QVERIFY(message->isVisibleTo(&pane));
         message->findChild<QAction *>(QStringLiteral("discardUnappliedAction"))->trigger();
         QVERIFY(!OVSaveJob::unapplied() && !message->isVisibleTo(&pane));

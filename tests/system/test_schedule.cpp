@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Orvane's lines in /etc/crontab and /etc/anacrontab as the real helper installs them, a real anacron run, the pane's save,
-// backup button and master switch, and the launcher's queue the pane hands them to. As root in the sandbox with polkitd.
+// The cron and anacron tables the real helper installs, a real anacron run, the pane's save, backup button and master switch.
 #include "OVBackupItemModel.h"
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
@@ -24,8 +23,7 @@ using namespace OVScheduleTables;
 namespace
 {
 // The tables as Debian's cron and anacron install them, read before any test writes the sandbox's copies.
-QByteArray DebianCrontab;
-QByteArray DebianAnacrontab;
+QByteArray DebianCrontab, DebianAnacrontab;
 
 // Hands the parts to a helper as the pane does (root needs no unlock) and waits for its answer.
 bool launched(const char *tool, const OVToolLauncher::Parts &parts)
@@ -42,11 +40,10 @@ bool launched(const char *tool, const OVToolLauncher::Parts &parts)
 bool installed(const std::optional<QByteArray> &crontab, const std::optional<QByteArray> &anacrontab = std::nullopt)
 {
     OVToolLauncher::Parts parts;
-    if (crontab) {
-        parts.append({"crontab", *crontab});
-    }
-    if (anacrontab) {
-        parts.append({"anacrontab", *anacrontab});
+    for (const auto &[name, table] : {std::pair{"crontab", crontab}, {"anacrontab", anacrontab}}) {
+        if (table) {
+            parts.append({name, *table});
+        }
     }
     return launched(OVFixedPaths::InstallCrontabTool, parts);
 }
@@ -67,7 +64,6 @@ OVBackupItem item(int frequency, const char *destination = "/root/destination")
 class TestSchedule : public QObject
 {
     Q_OBJECT
-
     const Times m_times{{{{30, 15}, {5, 0}, {45, 11}}}, 6, 28};
 
 private Q_SLOTS:
@@ -122,8 +118,7 @@ private Q_SLOTS:
         bool useAnacron = true;
         const auto parts = tables(useAnacron, m_times, {true, false, false});
         QVERIFY(!useAnacron);
-        QCOMPARE(parts.size(), 1);
-        QCOMPARE(parts.first().second, DebianCrontab + cronLine(OVFrequency::Daily, m_times));
+        QCOMPARE(parts, (OVToolLauncher::Parts{{"crontab", DebianCrontab + cronLine(OVFrequency::Daily, m_times)}}));
     }
 
     void anacronAcceptsAndRunsTheTable()
@@ -236,8 +231,7 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
     }
 
-    // Each tool's result and refusal line come back in launch order, also of a tool that cannot start;
-    // waitForAll holds until the queue is done.
+    // Each tool's result and refusal come back in launch order, also of a tool that cannot start; waitForAll waits for all.
     void launcherReportsEachToolInOrder()
     {
         OVToolLauncher *launcher = OVToolLauncher::instance();

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The pane's start-up, the options' Cancel, anacron's hold on the times and the Safety Net folder, against the installed
-// bundle in the sandbox. (Its save on close: test_panerules, test_leave_module; every setting's control: test_optionssheet.)
+// The pane's start-up, Cancel, anacron's hold on the times, the Safety Net folder. (Every setting's control: test_optionssheet.)
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVOptionsSheet.h"
@@ -18,7 +17,6 @@
 class TestStartup : public QObject
 {
     Q_OBJECT
-
     QList<QUrl> m_opened;
 
 public Q_SLOTS:
@@ -75,7 +73,6 @@ private Q_SLOTS:
         OVBackupItem daily;
         daily.setSourcePath(QStringLiteral("/home/ann"));
         daily.setBackupSource(QStringLiteral("ann"));
-        QDir().mkpath(path(OVFixedPaths::SupportFolder));
         writeFile(path(OVFixedPaths::ItemsArchive), OVItemArchive::archive({daily, daily}));
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Master"), 1}}));
         {

@@ -18,7 +18,6 @@
 class TestStatus : public QObject
 {
     Q_OBJECT
-
     QWidget *m_window = nullptr;
     std::array<OVStatusMonitor::Row, 3> m_rows{};
     bool m_authorized = false;
@@ -112,8 +111,7 @@ private Q_SLOTS:
         m_monitor->updateLogButtons();
         QCOMPARE(m_rows[0].button->text(), shown);
         QCOMPARE(imageOf(0), QStringLiteral("caution"));
-        // A flag is stale unless the PID in it is a live backup script: one whose process is gone is ignored and
-        // removed, also when it cannot be removed (here: a file mounted over it).
+        // A flag is stale unless its PID is a live backup script: ignored and removed, also where it can't be (mounted over).
         const QString weekly = path(OVFixedPaths::WeeklyRunFlag);
         const QDateTime old = QDateTime::currentDateTime().addSecs(-60);
         writeFile(weekly, "999999\n", old);
@@ -128,7 +126,6 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(weekly));
         QCOMPARE(QProcess::execute(QStringLiteral("umount"), {weekly}), 0);
         // A scheduled script run by its path, as cron runs it: working while it lives. Another ruby program is no backup.
-        QDir().mkpath(QStringLiteral("/tmp/ov-scheduled"));
         const QString script = QStringLiteral("/tmp/ov-scheduled/orvane_daily.rb");
         writeFile(script, "#!/usr/bin/ruby --disable-gems\nsleep 60\n");
         QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -154,8 +151,7 @@ private Q_SLOTS:
         // (Locked, no status button can be used: test_lock.)
     }
 
-    // The pane's poll stops while the options are open (its rows as the user sees them: test_leave_module);
-    // its log sheet chooses the file to show.
+    // The pane's poll stops under the options (its rows as the user sees them: test_leave_module); the log sheet's file.
     void panePollAndLogSheet()
     {
         OVSettingsDomain::remove();

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The items table: the model's rules, the per-row menus, Toast detection against fabricated bundles (Toast itself does
-// not exist on Linux), and the pane's folder dialog. As root in the sandbox with polkitd, so the lock opens.
+// The items table, its menus, the folder dialog, and Toast detection on made-up bundles (Toast does not exist on Linux).
 #include "OVBackupItemModel.h"
 #include "OVOrvanePref.h"
 #include "OVPropertyList.h"
@@ -17,7 +16,6 @@
 class TestTable : public QObject
 {
     Q_OBJECT
-
     static OVBackupItem labelled()
     {
         OVBackupItem item;

@@ -87,9 +87,7 @@ int main(int argc, char **argv)
     }
     script.options = options;
     shared.scheduled = frequency != OVFrequency::Manual;
-    if (shared.username.isEmpty()) {
-        shared.username = QStringLiteral("root");
-    }
+    shared.username = shared.username.isEmpty() ? QStringLiteral("root") : shared.username;
     const QByteArray text = fill(templateText, script, shared);
     return std::fwrite(text.constData(), 1, text.size(), stdout) == static_cast<size_t>(text.size()) ? 0 : 1;
 }

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// "Preview…" on a real tree with the installed psync, as an ordinary user: what the next run would copy, replace and
-// delete, with the item's exclusions and its frequency's mirror option, changing nothing at the destination.
+// "Preview…" on a real tree with the installed psync, as an ordinary user, with the item's exclusions and mirror option.
 #include "OVPreviewWindow.h"
 #include "ovtestfiles.h"
 #include <QAbstractItemView>
@@ -32,7 +31,6 @@ QMap<QString, QString> recordsOf(const OVPreviewWindow &window)
 class TestPreview : public QObject
 {
     Q_OBJECT
-
     OVBackupItem m_item;
 
     bool run(OVPreviewWindow &window)

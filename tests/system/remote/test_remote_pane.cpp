@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The pane's side of the remote server, as an administrator with a real polkitd: the password in gnome-keyring, never in
-// the settings; a bad address or a refused store keeps the sheet open; Connect has root mount the volume for this user.
+// The pane's side of the remote server as an administrator: the password in gnome-keyring, never in the settings; Connect.
 // Run by test_remote.sh: refusedStoreKeepsSheetOpen alone without a session bus, connectTellsWhyItFailed once nothing is mounted.
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
@@ -17,7 +16,6 @@ using namespace OVRemoteServer;
 class TestRemotePane : public QObject
 {
     Q_OBJECT
-
     // Opens the options and fills in the server as the user does; auto-connect enables the fields (test_optionssheet).
     static QObject *fill(OVOrvanePref &pane, const QString &address, const QString &password)
     {

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Restoring from real backups (make-backups.sh) by the window's code path, as the user the test drops to for good.
-// test_restore.sh runs beforeTheWeeklyRun after the daily runs, then the rest after the weekly one.
+// Restoring real backups by the window's code path as the user; test_restore.sh runs beforeTheWeeklyRun, then the rest.
 #include "OVRestoreJob.h"
 #include "OVRestoreSources.h"
 #include "OVRestoreWindow.h"
@@ -46,7 +45,6 @@ bool restore(const OVVersionIndex &index, const QVector<OVVersion> &versions, co
 class TestRestore : public QObject
 {
     Q_OBJECT
-
     OVRestoreSources m_sources;
 
 private Q_SLOTS:
@@ -61,8 +59,7 @@ private Q_SLOTS:
         QCOMPARE(m_sources.relativePath, QStringLiteral("report.txt"));
     }
 
-    // Moved from Daily to Weekly, before any weekly run: the daily runs' versions are all there, and the copy is not
-    // said to be of a run that did not finish.
+    // Moved from Daily to Weekly: the daily runs' versions all there, the copy not said to be of a run that did not finish.
     void beforeTheWeeklyRun()
     {
         const OVVersionIndex &index = m_sources.index;
