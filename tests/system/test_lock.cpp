@@ -102,8 +102,7 @@ private Q_SLOTS:
         pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QVERIFY(pane.lock()->isRequestPending());
         QTRY_VERIFY_WITH_TIMEOUT(!pane.lock()->isRequestPending(), 10000);
-        QVERIFY(locked(pane));
-        QVERIFY(!pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->isEnabled());
+        QVERIFY(locked(pane) && !pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->isEnabled());
     }
 
     // No settings (test_startup) or locked when it was left: the pane starts locked.
@@ -177,11 +176,10 @@ private Q_SLOTS:
             QVERIFY(pane.hasUnappliedChanges());
             pane.save();
             QVERIFY(OVSaveJob::finishAll(10000));
-            QVERIFY(locked(pane));
+            QVERIFY(locked(pane) && pane.hasUnappliedChanges());
             auto *message = pane.findChild<KMessageWidget *>(QStringLiteral("unappliedMessage"));
             QVERIFY(message->isVisibleTo(&pane));
             QVERIFY2(message->text().contains(OVLocalized("PasswordNotGiven")), qPrintable(message->text()));
-            QVERIFY(pane.hasUnappliedChanges());
             QCOMPARE(readFile(OVFixedPaths::ItemsArchive), installed);
         }
         OVOrvanePref pane(nullptr, {});

@@ -91,8 +91,7 @@ private Q_SLOTS:
         QCOMPARE(readFile(OVFixedPaths::SavedCrontab), DebianCrontab);
         QCOMPARE(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
         // cron's own lines and order survive any number of edits.
-        Times later = m_times;
-        later.at[0].hour = 4;
+        const Times later{{{{30, 4}, {5, 0}, {45, 11}}}, 6, 28};
         QVERIFY(installed(crontabWith(later, {true, false, true})));
         QCOMPARE(readFile(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
         QVERIFY(installed(crontabWith(later, {}), anacrontabWith({})));

@@ -153,8 +153,7 @@ private Q_SLOTS:
         pane.hideOptions(UI(ui, cancelButton));
         QCOMPARE(readFile(OVSettingsDomain::path()), stored);
         QCOMPARE(UI(ui, kcfg_MaxArchives)->value(), 9);
-        QVERIFY(!UI(ui, kcfg_WaitUntilAway)->isChecked());
-        QVERIFY(UI(ui, kcfg_RemoteServerAddress)->text().isEmpty());
+        QVERIFY(!UI(ui, kcfg_WaitUntilAway)->isChecked() && UI(ui, kcfg_RemoteServerAddress)->text().isEmpty());
         pane.showOptions(nullptr);
         UI(ui, kcfg_MaxArchives)->setValue(30);
         QTest::keyClick(pane.optionsSheet(), Qt::Key_Escape);
@@ -169,14 +168,12 @@ private Q_SLOTS:
         OVOrvanePref pane(nullptr, {});
         OVOptionsSheet *ui = pane.optionsSheet();
         pane.showOptions(nullptr);
-        QVERIFY(UI(ui, kcfg_DailyHour)->isEnabled() && UI(ui, kcfg_DayOfMonth)->isEnabled());
-        QVERIFY(UI(ui, anacronTextField)->text().isEmpty());
+        QVERIFY(UI(ui, kcfg_DailyHour)->isEnabled() && UI(ui, kcfg_DayOfMonth)->isEnabled() && UI(ui, anacronTextField)->text().isEmpty());
         pane.hideOptions(UI(ui, cancelButton));
         writeFile(QStringLiteral("/etc/anacrontab"), QByteArray());
         pane.showOptions(nullptr);
         QVERIFY(!UI(ui, kcfg_WeeklyMinute)->isEnabled() && !UI(ui, kcfg_DayOfMonth)->isEnabled());
-        QVERIFY(UI(ui, kcfg_ArchiveItems)->isEnabled());
-        QVERIFY(!UI(ui, anacronTextField)->text().isEmpty());
+        QVERIFY(UI(ui, kcfg_ArchiveItems)->isEnabled() && !UI(ui, anacronTextField)->text().isEmpty());
         pane.hideOptions(UI(ui, okButton));
         QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("UseAnacron")).toBool());
         QFile::remove(QStringLiteral("/etc/anacrontab"));

@@ -149,8 +149,7 @@ private Q_SLOTS:
         QObject *ui = fill(pane, QStringLiteral("smb://fileserver"), QStringLiteral("secret"));
         UI(ui, kcfg_WaitUntilAway)->setChecked(true);
         pane.hideOptions(UI(ui, okButton));
-        QVERIFY(pane.optionsSheet()->isVisible());
-        QVERIFY(pane.findChild<QMessageBox *>(QStringLiteral("passwordNotStoredAlert")));
+        QVERIFY(pane.optionsSheet()->isVisible() && pane.findChild<QMessageBox *>(QStringLiteral("passwordNotStoredAlert")));
         QCOMPARE(OVSettingsDomain::read()->value(QStringLiteral("WaitUntilAway")).toBool(), true);
     }
 };

@@ -21,16 +21,6 @@ const QString Fixture = QStringLiteral("/tmp/restore-fixture");
 // The Safety Net at its default place, inside the source.
 const QString SafetyNet = QStringLiteral("/home/ovrestore/Documents/Safety Net Archives");
 
-OVBackupItem item(const QString &source, const QString &destination)
-{
-    OVBackupItem item;
-    item.setCheckColumn(true);
-    item.setFrequencyColumn(int(OVFrequency::Daily));
-    item.setSourcePath(source);
-    item.setDestPath(destination);
-    return item;
-}
-
 bool restore(const OVVersionIndex &index, const QVector<OVVersion> &versions, const QString &target = QString())
 {
     OVRestoreJob job(index, OVRestoreJob::plan(index, versions, target), OVRestoreJob::KeepBoth);
@@ -208,8 +198,14 @@ private Q_SLOTS:
     void clearAnswers()
     {
         OVRestoreSources::Setup setup = OVRestoreSources::installed();
-        setup.items.append(item(Home + QStringLiteral("/Pictures"), QStringLiteral("/Volumes/Holiday Disk/Pictures")));
-        setup.items.append(item(Home + QStringLiteral("/Mail"), QStringLiteral("/Volumes/Backup Disk/Private")));
+        for (const auto &[source, destination] : {std::pair{"/Pictures", "/Volumes/Holiday Disk/Pictures"}, {"/Mail", "/Volumes/Backup Disk/Private"}}) {
+            OVBackupItem item;
+            item.setCheckColumn(true);
+            item.setFrequencyColumn(int(OVFrequency::Daily));
+            item.setSourcePath(Home + QLatin1String(source));
+            item.setDestPath(QString::fromUtf8(destination));
+            setup.items.append(item);
+        }
         OVRestoreWindow window;
         window.setSetup(setup);
         window.openAt(Home + QStringLiteral("/Pictures/beach.jpg"));
