@@ -3,11 +3,9 @@
 #pragma once
 
 #include "ui_optionssheet.h"
-
 #include <QTest>
 
-// A control of the options sheet by its object name, typed as the .ui
-// declares it; a renamed control fails the test instead of crashing it.
+// A control of the options sheet by its object name, typed as the .ui declares it; a renamed control fails instead of crashing.
 template<typename T>
 T sheetChild(QObject *sheet, const char *name)
 {

@@ -2,14 +2,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "ovfixedpaths.h"
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QTest>
-
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 // Files the system tests lay out and read back at the fixed paths.
 inline QString path(const char *fixed)
@@ -28,25 +32,22 @@ inline QByteArray readFile(const char *fixed)
     return readFile(path(fixed));
 }
 
-// A new file (not the old one rewritten: root's tools replace by rename),
-// its folder made first.
-inline void writeFile(const QString &file, const QByteArray &contents)
+// A new file, not the old one rewritten (root's tools replace by rename).
+inline void writeFile(const QString &file, const QByteArray &contents, const QDateTime &modified = {})
 {
     QDir().mkpath(QFileInfo(file).absolutePath());
     QFile::remove(file);
     QFile out(file);
     QVERIFY(out.open(QIODevice::WriteOnly));
     QCOMPARE(out.write(contents), qint64(contents.size()));
+    QVERIFY(!modified.isValid() || (out.flush() && out.setFileTime(modified, QFileDevice::FileModificationTime)));
 }
 
 // "uid:gid mode", as ls would show what root runs or reads.
 inline QString ownerAndMode(const char *file)
 {
     struct stat st;
-    if (::lstat(file, &st) != 0) {
-        return QStringLiteral("missing");
-    }
-    return QStringLiteral("%1:%2 %3").arg(st.st_uid).arg(st.st_gid).arg(st.st_mode & 07777, 0, 8);
+    return ::lstat(file, &st) != 0 ? QStringLiteral("missing") : QStringLiteral("%1:%2 %3").arg(st.st_uid).arg(st.st_gid).arg(st.st_mode & 07777, 0, 8);
 }
 
 // What a copy must keep of a file: mode, time to the nanosecond, content.
@@ -70,11 +71,18 @@ inline QString stamp(const QString &file)
 inline QStringList tree(const QString &root)
 {
     QStringList lines;
-    QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
+    for (QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
         const QString file = it.next();
         lines.append(file.mid(root.size()) + QLatin1Char(' ') + stamp(file));
     }
     lines.sort();
     return lines;
+}
+
+// Drops root for good: everything after has only the user's rights.
+inline bool becomeUser(const char *name, const QString &home)
+{
+    const struct passwd *pw = getpwnam(name);
+    qputenv("HOME", home.toUtf8());
+    return pw && setgroups(0, nullptr) == 0 && setresgid(pw->pw_gid, pw->pw_gid, pw->pw_gid) == 0 && setresuid(pw->pw_uid, pw->pw_uid, pw->pw_uid) == 0;
 }

@@ -1,9 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The lock against a real polkitd, and the enabled state of every control
-// the lock and the master switch govern. Run by lock/run_lock_test.sh as an
-// administrator who is not root.
+// The lock against a real polkitd and the controls it governs, as an administrator who is not root (lock/run_lock_test.sh).
 #include "OVBackupItemModel.h"
 #include "OVItemArchive.h"
 #include "OVLocalizedStrings.h"
@@ -11,13 +8,9 @@
 #include "OVOrvanePref.h"
 #include "OVSaveJob.h"
 #include "OVSettingsDomain.h"
-#include "OVToolLauncher.h"
-#include "ovfixedpaths.h"
 #include "ovtestfiles.h"
-
 #include <KMessageWidget>
 #include <PolkitQt1/Authority>
-
 #include <QAction>
 #include <QComboBox>
 #include <QLabel>
@@ -25,21 +18,10 @@
 #include <QPushButton>
 #include <QToolButton>
 
-#include <unistd.h>
-
 class TestLock : public QObject
 {
     Q_OBJECT
-
-    template<typename T>
-    static T *control(OVOrvanePref &pane, const char *name)
-    {
-        return pane.findChild<T *>(QString::fromLatin1(name));
-    }
-
-    // Which of the controls the lock and the master switch govern are
-    // enabled, one letter each, "-" where not: the master switch, Add,
-    // Delete, Options, Backup, the three status buttons and the table.
+    // One letter per control the lock and the master switch govern, "-" where disabled; "t" for the table.
     static QString enabledStates(OVOrvanePref &pane)
     {
         QString states;
@@ -51,25 +33,28 @@ class TestLock : public QObject
                                  "lastDailyBackup",
                                  "lastWeeklyBackup",
                                  "lastMonthlyBackup"}) {
-            states += control<QWidget>(pane, name)->isEnabled() ? QLatin1Char(name[0]) : QLatin1Char('-');
+            states += pane.findChild<QWidget *>(QLatin1String(name))->isEnabled() ? QLatin1Char(name[0]) : QLatin1Char('-');
         }
         return states + (pane.backupItems()->isEditable() ? QLatin1Char('t') : QLatin1Char('-'));
     }
 
-    // Clicks the lock and waits for the alert that says why it stays shut.
+    static bool locked(OVOrvanePref &pane)
+    {
+        return !pane.isAuthorized() && pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked();
+    }
+
+    // Nobody can ask for the password (run_lock_unavailable.sh): the click says why, and the lock stays shut.
     static void clickLockExpecting(const char *explanationKey)
     {
         OVOrvanePref pane(nullptr, {});
-        auto *lock = control<QToolButton>(pane, "lockButton");
         QVERIFY(!pane.isAuthorized());
-        lock->click();
+        pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert")), 30000);
         auto *alert = pane.findChild<QMessageBox *>(QStringLiteral("lockUnavailableAlert"));
         QCOMPARE(alert->text(), OVLocalized(explanationKey));
         QCOMPARE(alert->windowTitle(), OVLocalized("LockUnavailable"));
         QVERIFY(!alert->text().isEmpty());
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
+        QVERIFY(locked(pane));
     }
 
 private Q_SLOTS:
@@ -83,34 +68,28 @@ private Q_SLOTS:
     void grantedUnlockThenLock()
     {
         OVOrvanePref pane(nullptr, {});
-        auto *lock = control<QToolButton>(pane, "lockButton");
-        auto *label = control<QLabel>(pane, "lockLabel");
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
-        QCOMPARE(label->text(), QStringLiteral("Click the lock to make changes."));
-
+        auto *lock = pane.findChild<QToolButton *>(QStringLiteral("lockButton"));
+        auto *label = pane.findChild<QLabel *>(QStringLiteral("lockLabel"));
+        const QString shut = QStringLiteral("Click the lock to make changes.");
+        QVERIFY(locked(pane));
+        QCOMPARE(label->text(), shut);
         lock->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
         QVERIFY(!lock->isChecked());
         QCOMPARE(label->text(), QStringLiteral("Click the lock to prevent further changes."));
-        QVERIFY(control<QComboBox>(pane, "masterPopUp")->isEnabled());
-        QVERIFY(control<QPushButton>(pane, "optionsButton")->isEnabled());
-
-        // Closing the lock saves first, changed or not.
+        QVERIFY(pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->isEnabled()
+                && pane.findChild<QPushButton *>(QStringLiteral("optionsButton"))->isEnabled());
+        // Closing the lock saves first, changed or not; the items go into place through archive_table, as root's.
         lock->click();
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
-        QCOMPARE(label->text(), QStringLiteral("Click the lock to make changes."));
-        QVERIFY(OVSettingsDomain::read());
-        QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("Locked")).toBool());
-        // The save's items went into place through archive_table, as root's.
+        QVERIFY(locked(pane));
+        QCOMPARE(label->text(), shut);
+        QVERIFY(OVSettingsDomain::read().value_or(QVariantMap()).value(QStringLiteral("Locked")).toBool());
         QTRY_COMPARE_WITH_TIMEOUT(ownerAndMode(OVFixedPaths::ItemsArchive), QStringLiteral("0:0 644"), 10000);
         QVERIFY(OVItemArchive::load(path(OVFixedPaths::ItemsArchive)));
-        QVERIFY(!control<QPushButton>(pane, "optionsButton")->isEnabled());
+        QVERIFY(!pane.findChild<QPushButton *>(QStringLiteral("optionsButton"))->isEnabled());
         // Opening and closing the lock is no edit: nothing waits to be applied.
         QVERIFY(OVSaveJob::finishAll(10000));
         QVERIFY(!pane.hasUnappliedChanges() && !OVSaveJob::unapplied());
-
         // A second unlock goes to polkit again.
         lock->click();
         QVERIFY(pane.lock()->isRequestPending());
@@ -120,58 +99,45 @@ private Q_SLOTS:
     void deniedUnlockStaysLocked()
     {
         OVOrvanePref pane(nullptr, {});
-        auto *lock = control<QToolButton>(pane, "lockButton");
-        lock->click();
+        pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QVERIFY(pane.lock()->isRequestPending());
         QTRY_VERIFY_WITH_TIMEOUT(!pane.lock()->isRequestPending(), 10000);
-        QVERIFY(!pane.isAuthorized());
-        QVERIFY(lock->isChecked());
-        QVERIFY(!control<QComboBox>(pane, "masterPopUp")->isEnabled());
+        QVERIFY(locked(pane) && !pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"))->isEnabled());
     }
 
     // No settings (test_startup) or locked when it was left: the pane starts locked.
     void startsUnlockedOnlyForAdminWhoLeftItOpen()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), true}}));
-        {
-            OVOrvanePref pane(nullptr, {});
-            QVERIFY(!pane.isAuthorized());
-        }
+        QVERIFY(!OVOrvanePref(nullptr, {}).isAuthorized());
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
         OVOrvanePref pane(nullptr, {});
-        QVERIFY(pane.isAuthorized());
-        QVERIFY(!pane.hasUnappliedChanges());
-        QVERIFY(!pane.lock()->isRequestPending());
-        QVERIFY(!control<QToolButton>(pane, "lockButton")->isChecked());
+        QVERIFY(pane.isAuthorized() && !pane.hasUnappliedChanges() && !pane.lock()->isRequestPending());
+        QVERIFY(!pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->isChecked());
     }
 
     void enablingFollowsLockAndMaster()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}, {QStringLiteral("Master"), 0}}));
-        // Every frequency has finished a backup (run_lock_test.sh wrote the
-        // markers as root), so its button may be used.
+        // run_lock_test.sh wrote every frequency's marker as root, so its button may be used.
         OVOrvanePref pane(nullptr, {});
-
         // One item: it cannot be deleted. Nothing is complete to back up now.
         QCOMPARE(enabledStates(pane), QStringLiteral("ma-o-lllt"));
         pane.addBackupItem(&pane);
         QCOMPARE(enabledStates(pane), QStringLiteral("mado-lllt"));
-
-        auto *master = control<QComboBox>(pane, "masterPopUp");
+        auto *master = pane.findChild<QComboBox *>(QStringLiteral("masterPopUp"));
         master->setCurrentIndex(1);
         pane.masterToggle(master);
         QCOMPARE(enabledStates(pane), QStringLiteral("m--o-lll-"));
         QVERIFY(!(pane.backupItems()->flags(pane.backupItems()->index(0, 0)) & Qt::ItemIsSelectable));
-
         master->setCurrentIndex(0);
         pane.masterToggle(master);
         pane.removePrivilege();
         QCOMPARE(enabledStates(pane), QStringLiteral("---------"));
-        QVERIFY(control<QPushButton>(pane, "lastDailyBackup")->toolTip().isEmpty());
+        QVERIFY(pane.findChild<QPushButton *>(QStringLiteral("lastDailyBackup"))->toolTip().isEmpty());
     }
 
-    // What root runs or reads stays root's alone through an administrator's
-    // start-up: the pane, not being root, can neither make nor loosen them.
+    // Through an administrator's start-up and save what root runs or reads stays root's alone.
     void foldersStayRootsAlone()
     {
         auto check = [] {
@@ -191,16 +157,11 @@ private Q_SLOTS:
         }
         check();
         for (const char *script : {OVFixedPaths::DailyScript, OVFixedPaths::WeeklyScript, OVFixedPaths::MonthlyScript}) {
-            if (QFile::exists(QString::fromUtf8(script))) {
-                QCOMPARE(ownerAndMode(script), QStringLiteral("0:0 700"));
-            }
+            QVERIFY2(!QFile::exists(path(script)) || ownerAndMode(script) == QStringLiteral("0:0 700"), script);
         }
     }
 
-    // polkit says no when a save asks (what it kept from the unlock has run
-    // out, and the rules deny): nothing reaches root, the pane shows the lock
-    // closed, and the edit is kept and offered again, here and at the next
-    // opening, until it is applied or discarded.
+    // polkit refuses the save: nothing reaches root, the lock shows shut, the edit is offered again until applied or discarded.
     void refusedSaveKeepsTheEdit()
     {
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("Locked"), false}}));
@@ -215,28 +176,21 @@ private Q_SLOTS:
             QVERIFY(pane.hasUnappliedChanges());
             pane.save();
             QVERIFY(OVSaveJob::finishAll(10000));
-            QVERIFY(!pane.isAuthorized());
-            QVERIFY(control<QToolButton>(pane, "lockButton")->isChecked());
-            auto *message = control<KMessageWidget>(pane, "unappliedMessage");
+            QVERIFY(locked(pane) && pane.hasUnappliedChanges());
+            auto *message = pane.findChild<KMessageWidget *>(QStringLiteral("unappliedMessage"));
             QVERIFY(message->isVisibleTo(&pane));
             QVERIFY2(message->text().contains(OVLocalized("PasswordNotGiven")), qPrintable(message->text()));
-            QVERIFY(pane.hasUnappliedChanges());
             QCOMPARE(readFile(OVFixedPaths::ItemsArchive), installed);
         }
         OVOrvanePref pane(nullptr, {});
         QCOMPARE(pane.backupItems()->rowCount(), rows);
-        auto *message = control<KMessageWidget>(pane, "unappliedMessage");
+        auto *message = pane.findChild<KMessageWidget *>(QStringLiteral("unappliedMessage"));
         QVERIFY(message->isVisibleTo(&pane));
         message->findChild<QAction *>(QStringLiteral("discardUnappliedAction"))->trigger();
-        QVERIFY(!OVSaveJob::unapplied());
-        QVERIFY(!message->isVisibleTo(&pane));
+        QVERIFY(!OVSaveJob::unapplied() && !message->isVisibleTo(&pane));
         QCOMPARE(pane.backupItems()->rowCount(), rows - 1);
     }
 
-    // Run by lock/run_lock_unavailable.sh, when nobody can ask for the
-    // password: no polkit authority on the system bus, or polkitd with no
-    // agent in the session. Either way the click says why, and the lock
-    // stays closed.
     void answersThatAreNoRefusal()
     {
         using PolkitQt1::Authority;

@@ -1,11 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// Orvane's lines in /etc/crontab and /etc/anacrontab: the edits, the tables
-// the real helper installs, anacron's own check and a real anacron run; the
-// pane's save (the scripts installed and run as cron runs them, the backup
-// button) and master switch; the launcher's queue the pane hands them to.
-// Runs as root in the sandbox with polkitd.
+// The cron and anacron tables the real helper installs, a real anacron run, the pane's save, backup button and master switch.
 #include "OVBackupItemModel.h"
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
@@ -15,51 +10,40 @@
 #include "OVSettings.h"
 #include "OVSettingsDomain.h"
 #include "OVToolLauncher.h"
-#include "ovfixedpaths.h"
 #include "ovsheetchild.h"
 #include "ovtestfiles.h"
-
-#include <QDir>
-#include <QFile>
 #include <QMessageBox>
 #include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
-#include <QTest>
 #include <QToolButton>
 
 using namespace OVScheduleTables;
 
 namespace
 {
-// The machine's own tables, as Debian's cron and anacron packages install
-// them, read before any test writes the sandbox's copies.
-QByteArray DebianCrontab;
-QByteArray DebianAnacrontab;
+// The tables as Debian's cron and anacron install them, read before any test writes the sandbox's copies.
+QByteArray DebianCrontab, DebianAnacrontab;
 
-// Hands the parts to a helper, as the pane does, and waits for its answer
-// (root needs no unlock).
+// Hands the parts to a helper as the pane does (root needs no unlock) and waits for its answer.
 bool launched(const char *tool, const OVToolLauncher::Parts &parts)
 {
     QSignalSpy finished(OVToolLauncher::instance(), &OVToolLauncher::toolFinished);
     OVToolLauncher::launch(tool, OVToolLauncher::parts(parts));
-    if (!OVToolLauncher::instance()->waitForAll(30000) || finished.size() != 1) {
-        return false;
+    const bool ok = OVToolLauncher::instance()->waitForAll(30000) && finished.size() == 1 && finished.first().at(1).toBool();
+    if (!ok) {
+        qWarning() << finished;
     }
-    if (!finished.first().at(1).toBool()) {
-        qWarning() << finished.first();
-    }
-    return finished.first().at(1).toBool();
+    return ok;
 }
 
 bool installed(const std::optional<QByteArray> &crontab, const std::optional<QByteArray> &anacrontab = std::nullopt)
 {
     OVToolLauncher::Parts parts;
-    if (crontab) {
-        parts.append({"crontab", *crontab});
-    }
-    if (anacrontab) {
-        parts.append({"anacrontab", *anacrontab});
+    for (const auto &[name, table] : {std::pair{"crontab", crontab}, {"anacrontab", anacrontab}}) {
+        if (table) {
+            parts.append({name, *table});
+        }
     }
     return launched(OVFixedPaths::InstallCrontabTool, parts);
 }
@@ -80,8 +64,7 @@ OVBackupItem item(int frequency, const char *destination = "/root/destination")
 class TestSchedule : public QObject
 {
     Q_OBJECT
-
-    Times m_times;
+    const Times m_times{{{{30, 15}, {5, 0}, {45, 11}}}, 6, 28};
 
 private Q_SLOTS:
     void initTestCase()
@@ -90,9 +73,6 @@ private Q_SLOTS:
         DebianCrontab = readFile(OVFixedPaths::Crontab);
         DebianAnacrontab = readFile(OVFixedPaths::Anacrontab);
         QVERIFY2(DebianCrontab.contains("run-parts") && DebianAnacrontab.contains("cron.daily"), "needs Debian's cron and anacron (dev/install-deps test)");
-        m_times.at = {{{30, 15}, {5, 0}, {45, 11}}};
-        m_times.weekday = 6;
-        m_times.dayOfMonth = 28;
     }
 
     void init()
@@ -110,10 +90,8 @@ private Q_SLOTS:
                  DebianCrontab + cronLine(OVFrequency::Daily, m_times) + cronLine(OVFrequency::Weekly, m_times) + cronLine(OVFrequency::Monthly, m_times));
         QCOMPARE(readFile(OVFixedPaths::SavedCrontab), DebianCrontab);
         QCOMPARE(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly));
-
         // cron's own lines and order survive any number of edits.
-        Times later = m_times;
-        later.at[0].hour = 4;
+        const Times later{{{{30, 4}, {5, 0}, {45, 11}}}, 6, 28};
         QVERIFY(installed(crontabWith(later, {true, false, true})));
         QCOMPARE(readFile(OVFixedPaths::Crontab), DebianCrontab + cronLine(OVFrequency::Daily, later) + cronLine(OVFrequency::Monthly, later));
         QVERIFY(installed(crontabWith(later, {}), anacrontabWith({})));
@@ -128,13 +106,10 @@ private Q_SLOTS:
         writeFile(path(OVFixedPaths::SavedCrontab), "SAVED=1\n");
         QVERIFY(installed(crontabWith(m_times, {true, false, false})));
         QCOMPARE(readFile(OVFixedPaths::Crontab), "SAVED=1\n" + cronLine(OVFrequency::Daily, m_times));
-
-        // (An unterminated last line never joined: test_helpers.)
-        // Neither readable: no table to hand over.
+        // Neither readable: no table to hand over. (An unterminated last line never joined: test_helpers.)
         QFile::remove(path(OVFixedPaths::Crontab));
         QFile::remove(path(OVFixedPaths::SavedCrontab));
         QVERIFY(!crontabWith(m_times, {true, true, true}));
-
         // No anacron: no anacron table, and a save's schedule goes to cron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
         QVERIFY(!anacrontabWith({true, true, true}));
@@ -142,26 +117,21 @@ private Q_SLOTS:
         bool useAnacron = true;
         const auto parts = tables(useAnacron, m_times, {true, false, false});
         QVERIFY(!useAnacron);
-        QCOMPARE(parts.size(), 1);
-        QCOMPARE(parts.first().second, DebianCrontab + cronLine(OVFrequency::Daily, m_times));
+        QCOMPARE(parts, (OVToolLauncher::Parts{{"crontab", DebianCrontab + cronLine(OVFrequency::Daily, m_times)}}));
     }
 
     void anacronAcceptsAndRunsTheTable()
     {
         QVERIFY(installed(std::nullopt, anacrontabWith({true, true, true})));
         QCOMPARE(QProcess::execute(QStringLiteral("anacron"), {QStringLiteral("-T"), QStringLiteral("-t"), path(OVFixedPaths::Anacrontab)}), 0);
-
-        // A real daily script, installed by install_scripts, backs up one folder.
         QFile::remove(path(OVFixedPaths::DailyLastBackup));
         writeFile(QStringLiteral("/root/source/file"), "daily");
         QDir().mkpath(QStringLiteral("/root/destination"));
         OVSettings settings;
         settings.setSafetyNet(false);
         QVERIFY(launched(OVFixedPaths::InstallScriptsTool, OVScriptBuilder::buildScheduledScripts({item(int(OVFrequency::Daily))}, settings, QString())));
-
         const QString spool = QStringLiteral("/tmp/anacron-spool");
-        QDir(spool).removeRecursively();
-        QDir().mkpath(spool);
+        QVERIFY(QDir(spool).removeRecursively() && QDir().mkpath(spool));
         QProcess anacron;
         anacron.start(QStringLiteral("anacron"),
                       QStringLiteral("-d -n -s -t %1 -S %2 orvane.daily").arg(path(OVFixedPaths::Anacrontab), spool).split(QLatin1Char(' ')));
@@ -177,8 +147,7 @@ private Q_SLOTS:
     {
         QDir(QStringLiteral("/root/destination")).removeRecursively();
         writeFile(QStringLiteral("/root/source/sub/a \"file\".txt"), "daily");
-        QDir().mkpath(QStringLiteral("/root/destination"));
-        QDir().mkpath(QStringLiteral("/root/manual"));
+        QVERIFY(QDir().mkpath(QStringLiteral("/root/destination")) && QDir().mkpath(QStringLiteral("/root/manual")));
         OVOrvanePref pane(nullptr, {});
         pane.findChild<QToolButton *>(QStringLiteral("lockButton"))->click();
         QTRY_VERIFY_WITH_TIMEOUT(pane.isAuthorized(), 10000);
@@ -198,11 +167,9 @@ private Q_SLOTS:
         const QByteArray three =
             DebianCrontab + cronLine(OVFrequency::Daily, times) + cronLine(OVFrequency::Weekly, times) + cronLine(OVFrequency::Monthly, times);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab), three, 5000);
-
         // The scripts are root's alone. (Run as cron runs them: test_journeys.)
         QVERIFY(OVSaveJob::finishAll(30000));
         QCOMPARE(ownerAndMode(OVFixedPaths::DailyScript), QStringLiteral("0:0 700"));
-
         // The backup button runs the manual items, and says it started.
         auto *backup = pane.findChild<QPushButton *>(QStringLiteral("backupButton"));
         pane.updateUI();
@@ -217,7 +184,6 @@ private Q_SLOTS:
         pane.performBackup(&pane);
         QVERIFY(!OVToolLauncher::instance()->isBusy());
         master->setCurrentIndex(0);
-
         // Anacron takes the schedule over: cron loses the lines.
         pane.backupItems()->setItems({item(int(OVFrequency::Monthly))});
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("UseAnacron"), true}, {QStringLiteral("Locked"), false}}));
@@ -227,7 +193,6 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab), DebianCrontab, 5000);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Anacrontab), DebianAnacrontab + anacronLine(OVFrequency::Monthly), 5000);
         QVERIFY(!QFile::exists(path(OVFixedPaths::DailyScript)));
-
         // Anacron gone: the next save goes back to cron and forgets anacron.
         QFile::remove(path(OVFixedPaths::Anacrontab));
         pane.saveChanges(nullptr, nullptr);
@@ -237,7 +202,6 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(readFile(OVFixedPaths::Crontab),
                                   DebianCrontab + cronLine(OVFrequency::Monthly, OVScheduleTables::times(pane.settings())),
                                   5000);
-
         // Backups off: the lines go, then the scripts; again and again.
         for (int round = 0; round < 2; ++round) {
             QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
@@ -252,9 +216,7 @@ private Q_SLOTS:
         }
         master->setCurrentIndex(1);
         pane.masterToggle(master);
-
-        // Off, a save installs no schedule; locked, neither does it, nor does
-        // the switch remove anything.
+        // Off, a save installs no schedule; locked, neither does it, nor does the switch remove anything.
         pane.saveChanges(nullptr, nullptr);
         master->setCurrentIndex(0);
         pane.removePrivilege();
@@ -268,9 +230,7 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(path(OVFixedPaths::MonthlyScript)));
     }
 
-    // Each tool's result and its refusal line come back through the signal,
-    // in launch order, also of a tool that cannot start, and waitForAll
-    // holds until the queue is done.
+    // Each tool's result and refusal come back in launch order, also of a tool that cannot start; waitForAll waits for all.
     void launcherReportsEachToolInOrder()
     {
         OVToolLauncher *launcher = OVToolLauncher::instance();
@@ -283,25 +243,19 @@ private Q_SLOTS:
         QVERIFY(launcher->waitForAll(30000));
         QVERIFY(!launcher->isBusy());
         QCOMPARE(finished.count(), 4);
-        const struct {
-            const char *tool;
-            bool ok;
-            const char *message;
-        } expected[] = {
+        const std::tuple<const char *, bool, const char *> expected[] = {
             {"archive_table", false, "archive_table: refused: the item list is not a property list"},
             {"archive_table", true, ""},
             {"install_scripts", false, "not Orvane's backup script"},
-            {"no_such_tool", false, "no_such_tool: cannot be started"},
-        };
+            {"no_such_tool", false, "no_such_tool: cannot be started"}};
         for (int i = 0; i < 4; ++i) {
-            QCOMPARE(finished.at(i).at(0).toString(), QLatin1String(expected[i].tool));
-            QCOMPARE(finished.at(i).at(1).toBool(), expected[i].ok);
-            QVERIFY2(finished.at(i).at(2).toString().contains(QLatin1String(expected[i].message)), qPrintable(finished.at(i).at(2).toString()));
+            const auto &[tool, ok, message] = expected[i];
+            QCOMPARE(finished.at(i).at(0).toString(), QLatin1String(tool));
+            QCOMPARE(finished.at(i).at(1).toBool(), ok);
+            QVERIFY2(finished.at(i).at(2).toString().contains(QLatin1String(message)), qPrintable(finished.at(i).at(2).toString()));
         }
-        QCOMPARE(finished.at(0).at(2).toString(), QLatin1String(expected[0].message));
-        QFile archive(QString::fromUtf8(OVFixedPaths::ItemsArchive));
-        QVERIFY(archive.open(QIODevice::ReadOnly));
-        QCOMPARE(archive.readAll(), QByteArray("bplist00 items"));
+        QCOMPARE(finished.at(0).at(2).toString(), QLatin1String(std::get<2>(expected[0])));
+        QCOMPARE(readFile(OVFixedPaths::ItemsArchive), QByteArray("bplist00 items"));
     }
 };
 

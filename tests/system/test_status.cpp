@@ -1,35 +1,25 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The status rows and the log sheet, in real windows under Xvfb inside the
-// sandbox.
+// The status rows and the log sheet, in real windows under Xvfb inside the sandbox.
 #include "OVLocalizedStrings.h"
 #include "OVLogSheet.h"
 #include "OVOrvanePref.h"
 #include "OVSettingsDomain.h"
 #include "OVStatusMonitor.h"
-#include "ovfixedpaths.h"
 #include "ovtestfiles.h"
 #include "ui_logsheet.h"
-
-#include <QDateTime>
-#include <QDir>
-#include <QFile>
 #include <QLabel>
 #include <QLocale>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
-#include <QTest>
 #include <QVBoxLayout>
 
 class TestStatus : public QObject
 {
     Q_OBJECT
-
     QWidget *m_window = nullptr;
     std::array<OVStatusMonitor::Row, 3> m_rows{};
-    bool m_authorized = false;
     OVStatusMonitor *m_monitor = nullptr;
     QProcess m_ruby;
 
@@ -58,10 +48,11 @@ private Q_SLOTS:
             layout->addWidget(row.image);
             layout->addWidget(row.button);
         }
+        // Unlocked. (Locked, no status button can be used: test_lock.)
         m_monitor = new OVStatusMonitor(
             m_rows,
-            [this] {
-                return m_authorized;
+            [] {
+                return true;
             },
             m_window);
         m_window->show();
@@ -83,20 +74,16 @@ private Q_SLOTS:
                 QFile::remove(path(file));
             }
         }
-        m_authorized = false;
     }
 
     void rowsShowNoneCompleteCautionAndWorking()
     {
-        m_authorized = true;
         m_monitor->updateLogButtons();
         for (int row = 0; row < 3; ++row) {
             QCOMPARE(m_rows[row].button->text(), OVLocalized("None"));
-            QVERIFY(!m_rows[row].button->isEnabled());
-            QVERIFY(m_rows[row].button->toolTip().isEmpty());
+            QVERIFY(!m_rows[row].button->isEnabled() && m_rows[row].button->toolTip().isEmpty());
             QCOMPARE(imageOf(row), QStringLiteral("none"));
         }
-
         writeFile(path(OVFixedPaths::DailyLastBackup), "12/31/05\n");
         writeFile(path(OVFixedPaths::WeeklyLastBackup), "07/04/06");
         writeFile(path(OVFixedPaths::WeeklyErrors), "rsync: failed\n");
@@ -112,9 +99,7 @@ private Q_SLOTS:
         QCOMPARE(m_rows[2].button->text(), OVLocalized("None"));
         QVERIFY(m_rows[2].button->isEnabled());
         QCOMPARE(imageOf(2), QStringLiteral("complete"));
-
-        // A manual run refreshed the daily marker: the daily row shows the
-        // last scheduled run recorded beside it, or none.
+        // A manual run refreshed the daily marker: the daily row shows the last scheduled run recorded beside it, or none.
         writeFile(path(OVFixedPaths::DailyLastBackup), "01/05/07\n");
         writeFile(path(OVFixedPaths::DailyLastRun), "manual 01/05/07 complete\n");
         m_monitor->updateLogButtons();
@@ -124,32 +109,19 @@ private Q_SLOTS:
         m_monitor->updateLogButtons();
         QCOMPARE(m_rows[0].button->text(), shown);
         QCOMPARE(imageOf(0), QStringLiteral("caution"));
-
-        // A flag is stale unless the PID in it is a live backup script: one
-        // whose process is gone is ignored and removed, also when it cannot
-        // be removed (here: a file mounted over it).
+        // A flag is stale unless its PID is a live backup script: ignored and removed, also where it can't be (mounted over).
         const QString weekly = path(OVFixedPaths::WeeklyRunFlag);
-        auto writeOld = [](const QString &file, const QByteArray &contents) {
-            writeFile(file, contents);
-            QFile f(file);
-            QVERIFY(f.open(QIODevice::ReadWrite));
-            QVERIFY(f.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime));
-        };
-        writeOld(weekly, "999999\n");
+        const QDateTime old = QDateTime::currentDateTime().addSecs(-60);
+        writeFile(weekly, "999999\n", old);
         m_monitor->updateLogButtons();
-        QVERIFY(!QFile::exists(weekly));
-        QVERIFY(!m_monitor->isRunning(OVFrequency::Weekly));
+        QVERIFY(!QFile::exists(weekly) && !m_monitor->isRunning(OVFrequency::Weekly));
         QCOMPARE(m_rows[1].button->text(), QLocale::system().toString(QDate(2006, 7, 4), QLocale::ShortFormat));
-        writeOld(weekly, "");
-        writeOld(QStringLiteral("/tmp/dead-flag"), "999999\n");
+        writeFile(weekly, "", old);
+        writeFile(QStringLiteral("/tmp/dead-flag"), "999999\n", old);
         QCOMPARE(QProcess::execute(QStringLiteral("mount"), {QStringLiteral("--bind"), QStringLiteral("/tmp/dead-flag"), weekly}), 0);
-        QVERIFY(!m_monitor->isBackupRunning());
-        QVERIFY(QFile::exists(weekly));
+        QVERIFY(!m_monitor->isBackupRunning() && QFile::exists(weekly));
         QCOMPARE(QProcess::execute(QStringLiteral("umount"), {weekly}), 0);
-
-        // A scheduled script run by its path, as cron runs it: working while
-        // it lives. Another ruby program with its PID in a flag is no backup.
-        QDir().mkpath(QStringLiteral("/tmp/ov-scheduled"));
+        // A scheduled script run by its path, as cron runs it: working while it lives. Another ruby program is no backup.
         const QString script = QStringLiteral("/tmp/ov-scheduled/orvane_daily.rb");
         writeFile(script, "#!/usr/bin/ruby --disable-gems\nsleep 60\n");
         QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -159,27 +131,22 @@ private Q_SLOTS:
         other.start(QStringLiteral("ruby"), {QStringLiteral("-e"), QStringLiteral("sleep 60")});
         QVERIFY(other.waitForStarted());
         writeFile(path(OVFixedPaths::DailyRunFlag), QByteArray::number(m_ruby.processId()) + '\n');
-        writeOld(path(OVFixedPaths::MonthlyRunFlag), QByteArray::number(other.processId()) + '\n');
+        writeFile(path(OVFixedPaths::MonthlyRunFlag), QByteArray::number(other.processId()) + '\n', old);
         QTest::qWait(300); // the interpreter has read its command line
         m_monitor->updateLogButtons();
-        QVERIFY(m_monitor->isRunning(OVFrequency::Daily));
-        QVERIFY(!m_monitor->isRunning(OVFrequency::Monthly));
+        QVERIFY(m_monitor->isRunning(OVFrequency::Daily) && !m_monitor->isRunning(OVFrequency::Monthly));
         QCOMPARE(m_rows[0].button->text(), OVLocalized("Working"));
-        QVERIFY(!m_rows[0].button->isEnabled());
-        QVERIFY(m_rows[0].button->toolTip().isEmpty());
+        QVERIFY(!m_rows[0].button->isEnabled() && m_rows[0].button->toolTip().isEmpty());
         QCOMPARE(m_rows[1].button->text(), QLocale::system().toString(QDate(2006, 7, 4), QLocale::ShortFormat));
-        other.kill();
-        other.waitForFinished();
-        m_ruby.kill();
-        m_ruby.waitForFinished();
+        for (QProcess *process : {&other, &m_ruby}) {
+            process->kill();
+            process->waitForFinished();
+        }
         m_monitor->updateLogButtons();
         QVERIFY(!m_monitor->isRunning(OVFrequency::Daily));
-        // (Locked, no status button can be used: test_lock.)
     }
 
-    // The pane's poll goes on every five seconds and stops while the options
-    // are open (its rows as the user sees them: test_leave_module); its log
-    // sheet chooses the file to show.
+    // The pane's poll stops under the options (its rows as the user sees them: test_leave_module); the log sheet's file.
     void panePollAndLogSheet()
     {
         OVSettingsDomain::remove();
@@ -193,12 +160,10 @@ private Q_SLOTS:
         OVLogSheet *sheet = pane.logSheet();
         Ui::OVLogSheet *ui = sheet->ui();
         auto *weekly = pane.findChild<QPushButton *>(QStringLiteral("lastWeeklyBackup"));
-
         // No date, no log.
         QCOMPARE(weekly->text(), OVLocalized("None"));
         pane.viewLog(weekly);
         QVERIFY(!sheet->isVisible());
-
         writeFile(path(OVFixedPaths::WeeklyLog), "Backing up Fotos…\nDone.\n");
         writeFile(path(OVFixedPaths::DailyLog), "the daily log\n");
         weekly->setText(QStringLiteral("11/20/26"));
@@ -209,14 +174,12 @@ private Q_SLOTS:
         QCOMPARE(ui->logTextView->toPlainText(), QStringLiteral("Backing up Fotos…\nDone.\n"));
         // Opened at its newest line.
         QCOMPARE(ui->logTextView->textCursor().position(), ui->logTextView->document()->characterCount() - 1);
-
         // Errors only, and no error file: the last run had no errors.
         ui->showOnlyErrorsCheck->click();
         QCOMPARE(ui->logTextView->toPlainText(), QString());
         writeFile(path(OVFixedPaths::WeeklyErrors), "rsync error: some files vanished\n");
         sheet->loadLog();
         QCOMPARE(ui->logTextView->toPlainText(), QStringLiteral("rsync error: some files vanished\n"));
-
         // A full log that cannot be read leaves the view as it was.
         QFile::remove(path(OVFixedPaths::WeeklyLog));
         ui->showOnlyErrorsCheck->click();
@@ -224,19 +187,15 @@ private Q_SLOTS:
         // ...but opening the sheet starts from an empty view.
         pane.viewLog(weekly);
         QCOMPARE(ui->logTextView->toPlainText(), QString());
-
         // Bytes that are not UTF-8 show nothing.
         writeFile(path(OVFixedPaths::WeeklyLog), QByteArray("caf\xe9\n"));
         sheet->loadLog();
         QCOMPARE(ui->logTextView->toPlainText(), QString());
-
-        // Closing stores the filter with the other settings.
         ui->showOnlyErrorsCheck->setChecked(true);
         ui->closeButton->click();
         QVERIFY(!sheet->isVisible());
         QVERIFY(OVSettingsDomain::read()->value(QStringLiteral("ShowOnlyErrors")).toBool());
-        OVOrvanePref again(nullptr, {});
-        QVERIFY(again.logSheet()->showOnlyErrors());
+        QVERIFY(OVOrvanePref(nullptr, {}).logSheet()->showOnlyErrors());
     }
 };
 

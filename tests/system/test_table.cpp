@@ -1,17 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The items table: the model's values and setter rules, the per-row menus,
-// Toast detection against fabricated bundles (Toast itself does not exist on
-// Linux), and the pane's folder dialog. Runs as root in the sandbox with
-// polkitd, so the lock opens.
+// The items table, its menus, the folder dialog, and Toast detection on made-up bundles (Toast does not exist on Linux).
 #include "OVBackupItemModel.h"
 #include "OVOrvanePref.h"
 #include "OVPropertyList.h"
 #include "OVSettingsDomain.h"
 #include "OVToast.h"
 #include "ovtestfiles.h"
-
 #include <QFileDialog>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -21,18 +16,15 @@
 class TestTable : public QObject
 {
     Q_OBJECT
-
-    static OVBackupItem labelled(int frequency, bool withDestination = true)
+    static OVBackupItem labelled()
     {
         OVBackupItem item;
-        item.setFrequencyColumn(frequency);
+        item.setFrequencyColumn(int(OVFrequency::Daily));
         item.setCheckColumn(true);
         item.setSourcePath(QStringLiteral("/root"));
         item.setBackupSource(QStringLiteral("root"));
-        if (withDestination) {
-            item.setDestPath(QStringLiteral("/"));
-            item.setBackupDestination(QStringLiteral("Disk"));
-        }
+        item.setDestPath(QStringLiteral("/"));
+        item.setBackupDestination(QStringLiteral("Disk"));
         return item;
     }
 
@@ -45,11 +37,6 @@ class TestTable : public QObject
         return result;
     }
 
-    static void makeBundle(const QString &bundle, const QVariantMap &info)
-    {
-        writeFile(bundle + QStringLiteral("/Contents/Info.plist"), OVPropertyList::toXml(info));
-    }
-
 private Q_SLOTS:
     void modelValuesAndSetterRules()
     {
@@ -58,33 +45,28 @@ private Q_SLOTS:
         OVBackupItem fresh;
         fresh.setCheckColumn(true);
         fresh.setFrequencyColumn(int(OVFrequency::Manual));
-        model.setItems({fresh, labelled(int(OVFrequency::Daily))});
+        model.setItems({fresh, labelled()});
         const QModelIndex check = model.index(1, OVBackupItemModel::CheckColumn);
-
         // Locked or off: nothing can be selected or changed.
         QCOMPARE(model.flags(check), Qt::NoItemFlags);
         QVERIFY(!model.setData(check, Qt::Unchecked, Qt::CheckStateRole));
         QVERIFY(!model.item(1).checkEnabled());
-
         model.setEditable(true);
         QVERIFY(model.item(1).checkEnabled());
         // (A new item's tick box waits for both folders: test_itemstable.)
         QVERIFY(model.flags(model.index(0, OVBackupItemModel::FrequencyColumn)) & Qt::ItemIsSelectable);
-
         QSignalSpy edited(&model, &OVBackupItemModel::itemEdited);
         QVERIFY(model.setData(check, Qt::Unchecked, Qt::CheckStateRole));
         QVERIFY(!model.item(1).checkColumn());
         QVERIFY(model.setData(model.index(1, OVBackupItemModel::FrequencyColumn), 2));
         QCOMPARE(model.index(1, OVBackupItemModel::FrequencyColumn).data().toString(), QStringLiteral("Monthly"));
         QCOMPARE(edited.count(), 2);
-
         // A Toast choice alone enables the tick box.
         model.setToastFlag(0, true);
         QVERIFY(!model.item(0).checkEnabled());
         model.setFolder(0, OVBackupItemModel::ChooseSourceTag, QStringLiteral("/srv"), QStringLiteral("srv"));
         QVERIFY(model.item(0).checkEnabled());
         QCOMPARE(model.item(0).sourcePath(), QStringLiteral("/srv"));
-
         // A path shows whole as its tool tip.
         QCOMPARE(model.index(1, OVBackupItemModel::SourceColumn).data(Qt::ToolTipRole).toString(), QStringLiteral("/root"));
     }
@@ -93,7 +75,7 @@ private Q_SLOTS:
     {
         OVBackupItemModel model;
         OVBackupItem fresh;
-        model.setItems({fresh, labelled(int(OVFrequency::Daily))});
+        model.setItems({fresh, labelled()});
         const QString choose = QStringLiteral("Choose Folder…");
         QCOMPARE(titles(model.sourceMenu(0)), QStringList{choose + QStringLiteral("/1")});
         QCOMPARE(titles(model.destMenu(0)), QStringList{choose + QStringLiteral("/2")});
@@ -102,7 +84,6 @@ private Q_SLOTS:
         QCOMPARE(model.sourceMenu(1).first().iconPath, QStringLiteral("/root"));
         QCOMPARE(model.index(0, OVBackupItemModel::SourceColumn).data().toString(), choose);
         QCOMPARE(model.index(1, OVBackupItemModel::DestColumn).data().toString(), QStringLiteral("Disk"));
-
         model.setToast(true, QStringLiteral("/Applications/Toast Titanium.app/"));
         const QString toast = QStringLiteral("Burn to Disc with Toast/6");
         QCOMPARE(titles(model.destMenu(0)), (QStringList{choose + QStringLiteral("/2"), QStringLiteral("-"), toast}));
@@ -121,21 +102,23 @@ private Q_SLOTS:
     {
         const QString apps = QDir::tempPath() + QStringLiteral("/ov-apps");
         QDir(apps).removeRecursively();
-        auto info = [](const char *name, const char *version) {
-            return QVariantMap{{QStringLiteral("CFBundleSignature"), QStringLiteral("CDr3")},
-                               {QStringLiteral("CFBundleName"), QString::fromLatin1(name)},
-                               {QStringLiteral("CFBundleShortVersionString"), QString::fromLatin1(version)}};
+        auto bundle = [&apps](const QString &where, const char *name, const char *version) {
+            writeFile(apps + where + QStringLiteral("/Contents/Info.plist"),
+                      OVPropertyList::toXml(QVariantMap{{QStringLiteral("CFBundleSignature"), QStringLiteral("CDr3")},
+                                                        {QStringLiteral("CFBundleName"), QString::fromLatin1(name)},
+                                                        {QStringLiteral("CFBundleShortVersionString"), QString::fromLatin1(version)}}));
         };
         QVERIFY(!OVToast::detect({apps}).installed);
         // Too old, or another name: not Toast.
         for (const auto &[name, version] : {std::pair{"Toast Titanium", "5.2.3"}, {"Toast 6 Titanium", "6.0.1"}}) {
-            makeBundle(apps + QStringLiteral("/%1.app").arg(QLatin1String(name)), info(name, version));
+            bundle(QStringLiteral("/%1.app").arg(QLatin1String(name)), name, version);
             QVERIFY2(!OVToast::detect({apps}).installed, name);
             QDir(apps).removeRecursively();
         }
         // Another application, without the creator code, is not Toast.
-        makeBundle(apps + QStringLiteral("/Other.app"), {{QStringLiteral("CFBundleName"), QStringLiteral("Toast Titanium")}});
-        makeBundle(apps + QStringLiteral("/Toast 6 Titanium é/Toast Titanium.app"), info("Toast Titanium", "6.0.1"));
+        writeFile(apps + QStringLiteral("/Other.app/Contents/Info.plist"),
+                  OVPropertyList::toXml(QVariantMap{{QStringLiteral("CFBundleName"), QStringLiteral("Toast Titanium")}}));
+        bundle(QStringLiteral("/Toast 6 Titanium é/Toast Titanium.app"), "Toast Titanium", "6.0.1");
         const OVToast::Detection toast = OVToast::detect({apps});
         QVERIFY(toast.installed);
         // Only %20 is unescaped; é stays as its escape.
@@ -155,12 +138,9 @@ private Q_SLOTS:
         auto *table = pane.findChild<QTableView *>(QStringLiteral("tableView"));
         auto *backup = pane.findChild<QPushButton *>(QStringLiteral("backupButton"));
         QVERIFY(!backup->isEnabled());
-
-        // No row selected: a choice changes nothing.
         table->clearSelection();
         pane.openPanelDidEnd(1, QStringLiteral("/srv"));
         QVERIFY(pane.backupItems()->item(0).sourcePath().isNull());
-
         table->selectRow(0);
         for (const auto &[tag, folder] : {std::pair<int, const char *>{1, "/root/Documents"}, {2, "/root/Backups"}}) {
             QDir().mkpath(QString::fromLatin1(folder));
@@ -177,18 +157,12 @@ private Q_SLOTS:
         QCOMPARE(item.destPath(), QStringLiteral("/root/Backups"));
         // A complete, ticked, manual item: the backup can be started.
         QVERIFY(backup->isEnabled());
-
-        // Cancelling leaves the item as it was.
         pane.chooseFolder(1);
         pane.findChild<QFileDialog *>(QStringLiteral("folderPanel"))->reject();
         QTRY_VERIFY(!pane.findChild<QFileDialog *>(QStringLiteral("folderPanel")));
         QCOMPARE(pane.backupItems()->item(0).sourcePath(), QStringLiteral("/root/Documents"));
-
-        // Unticked: nothing left to back up now.
         QVERIFY(pane.backupItems()->setData(pane.backupItems()->index(0, 0), Qt::Unchecked, Qt::CheckStateRole));
         QVERIFY(!backup->isEnabled());
-
-        // Deleting with no selection does nothing.
         pane.addBackupItem(&pane);
         table->clearSelection();
         pane.deleteBackupItem(&pane);

@@ -1,9 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The update check against a real HTTPS server on the vendor's host name,
-// run by tests/system/with-update-server.sh inside the sandbox: the client's
-// answers for each kind of version file, then the pane's notice.
+// The update check against a real HTTPS server on the vendor's host name (with-update-server.sh), then the pane's notice.
 #include "../hostileplist.h"
 #include "MacPADSocket.h"
 #include "OVBundle.h"
@@ -13,10 +10,9 @@
 #include "OVSettingsDomain.h"
 #include "OVUpdateNotice.h"
 #include "ovtestfiles.h"
-
+#include <QDeadlineTimer>
 #include <QDesktopServices>
 #include <QDialog>
-#include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -25,7 +21,6 @@
 class TestUpdate : public QObject
 {
     Q_OBJECT
-
     QString m_root;
     QString m_log;
     QList<QUrl> m_opened;
@@ -54,7 +49,6 @@ class TestUpdate : public QObject
         return QString::fromUtf8(readFile(m_log)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     }
 
-    // The one answer a check gives: which signal, its code and message.
     struct Answer {
         bool finished = false;
         int code = -1;
@@ -65,27 +59,21 @@ class TestUpdate : public QObject
     {
         QSignalSpy errors(&socket, &MacPADSocket::MacPADErrorOccurredNotification);
         QSignalSpy finished(&socket, &MacPADSocket::MacPADCheckFinishedNotification);
-        (void)QTest::qWaitFor(
-            [&] {
-                return errors.count() + finished.count() > 0;
-            },
-            timeoutMs);
+        for (QDeadlineTimer deadline(timeoutMs); errors.isEmpty() && finished.isEmpty() && !deadline.hasExpired();) {
+            QTest::qWait(20);
+        }
         // One answer, and nothing else follows.
         QTest::qWait(100);
-        Answer answer;
         if (errors.count() + finished.count() != 1) {
-            return answer;
+            return {};
         }
         const QList<QVariant> args = errors.isEmpty() ? finished.first() : errors.first();
         const QVariantMap info = args.at(1).toMap();
-        answer.finished = errors.isEmpty();
-        answer.code = info.value(QStringLiteral("MacPADErrorCode")).toInt();
-        answer.message = info.value(QStringLiteral("MacPADErrorMessage")).toString();
-        answer.newVersionAvailable = info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool();
-        if (args.at(0).value<MacPADSocket *>() != &socket) {
-            answer.code = -2;
-        }
-        return answer;
+        // Code -2: the answer named another socket.
+        return {errors.isEmpty(),
+                args.at(0).value<MacPADSocket *>() != &socket ? -2 : info.value(QStringLiteral("MacPADErrorCode")).toInt(),
+                info.value(QStringLiteral("MacPADErrorMessage")).toString(),
+                info.value(QStringLiteral("MacPADNewVersionAvailable")).toBool()};
     }
 
     QDialog *visibleUpdateSheet(OVOrvanePref &pane)
@@ -94,12 +82,12 @@ class TestUpdate : public QObject
         return sheet && sheet->isVisible() ? sheet : nullptr;
     }
 
-    // Opens the pane with the given settings (none at all for nullopt).
-    std::unique_ptr<OVOrvanePref> openPane(const std::optional<QVariantMap> &settings)
+    // Opens the pane with the given settings (none at all for an invalid QVariant).
+    std::unique_ptr<OVOrvanePref> openPane(const QVariant &settings)
     {
         OVSettingsDomain::remove();
-        if (settings) {
-            OVSettingsDomain::replace(*settings);
+        if (settings.isValid()) {
+            OVSettingsDomain::replace(settings.toMap());
         }
         auto pane = std::make_unique<OVOrvanePref>(nullptr, QVariantList{});
         pane->show();
@@ -121,22 +109,20 @@ private Q_SLOTS:
         m_log = qEnvironmentVariable("OV_UPDATE_SERVER_LOG");
         QVERIFY2(!m_root.isEmpty() && !m_log.isEmpty(), "runs under tests/system/with-update-server.sh");
         QVERIFY(!OVBundle::shortVersion().isEmpty());
+        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "openUrl");
     }
 
     void init()
     {
         QFile::resize(m_log, 0);
-        QDir(m_root).removeRecursively();
-        QDir().mkpath(m_root);
+        QVERIFY(QDir(m_root).removeRecursively() && QDir().mkpath(m_root));
     }
 
-    // What the client answers for each kind of file at the vendor's host.
     void clientAnswers_data()
     {
         QTest::addColumn<QString>("url");
         QTest::addColumn<QString>("version");
         QTest::addColumn<int>("code");
-
         const QString vendor = QStringLiteral("https://") + OVUpdateNotice::versionFileURL().host();
         QTest::newRow("newer, XML") << vendor + QStringLiteral("/newer.plist") << "1.0" << 5;
         QTest::newRow("newer, binary") << vendor + QStringLiteral("/newer.bplist") << "1.0" << 5;
@@ -158,9 +144,9 @@ private Q_SLOTS:
         QFETCH(QString, url);
         QFETCH(QString, version);
         QFETCH(int, code);
-
         const QVariantMap newer = versionFile(QStringLiteral("9.0b2"), QStringLiteral("Faster."));
-        serve(QStringLiteral("newer.plist"), OVPropertyList::toXml(newer));
+        const QByteArray xml = OVPropertyList::toXml(newer);
+        serve(QStringLiteral("newer.plist"), xml);
         serve(QStringLiteral("newer.bplist"), OVPropertyList::toBinary(newer));
         QVariantMap noVersion = newer;
         noVersion.remove(QStringLiteral("productVersion"));
@@ -168,15 +154,12 @@ private Q_SLOTS:
         noVersion.insert(QStringLiteral("productVersion"), qint64(9));
         serve(QStringLiteral("numberversion.plist"), OVPropertyList::toXml(noVersion));
         serve(QStringLiteral("array.plist"), OVPropertyList::toXml(QVariantList{newer}));
-        const QByteArray xml = OVPropertyList::toXml(newer);
         serve(QStringLiteral("truncated.plist"), xml.left(xml.size() / 2));
         serve(QStringLiteral("laughs.bplist"), OVHostile::laughs(26));
-
         // What the expansion of the laughs would break.
         const OVHostile::AddressLimit limit(1024 << 20);
         MacPADSocket socket;
-        QElapsedTimer clock;
-        clock.start();
+        const QDeadlineTimer checkLimit(MacPADSocket::CheckTimeoutMs);
         socket.performCheck(QUrl(url), version);
         const Answer answer = waitForAnswer(socket, 40000);
         QCOMPARE(answer.code, code);
@@ -184,20 +167,18 @@ private Q_SLOTS:
         QCOMPARE(answer.finished, finished);
         QCOMPARE(answer.newVersionAvailable, code == 5);
         // The time-out ends a silent server well before the check's own limit.
-        QVERIFY(clock.elapsed() < MacPADSocket::CheckTimeoutMs);
+        QVERIFY(!checkLimit.hasExpired());
         if (finished) {
             QCOMPARE(socket.newVersion(), QStringLiteral("9.0b2"));
             QCOMPARE(socket.productDownloadURL(), QStringLiteral("https://www.orvane.org/download/Orvane-9.0b2.tar.gz"));
         }
     }
 
-    // performCheckWithVersion reads the address from the bundle's MacPAD.url.
     void addressFromMacPADUrl_data()
     {
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("message");
-
         QTest::newRow("as installed") << QByteArray() << 5 << "New version available";
         QTest::newRow("bare address") << QByteArray("  " OV_TEST_UPDATE_URL "\n\n") << 5 << "New version available";
         QTest::newRow("missing") << QByteArray("-") << 1 << "MacPAD.url file was not found";
@@ -210,7 +191,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         QFETCH(int, code);
         QFETCH(QString, message);
-
         serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.0"))));
         const QString urlFile = OVBundle::pathForResource(QStringLiteral("MacPAD"), QStringLiteral("url"));
         static const QByteArray installed = readFile(urlFile);
@@ -219,7 +199,6 @@ private Q_SLOTS:
         if (contents != "-") {
             writeFile(urlFile, contents.isEmpty() ? installed : contents);
         }
-
         MacPADSocket socket;
         socket.performCheckWithVersion(QStringLiteral("1.0"));
         const Answer answer = waitForAnswer(socket);
@@ -229,13 +208,11 @@ private Q_SLOTS:
         QCOMPARE(requests().size(), code == 5 ? 1 : 0);
     }
 
-    // A newer version: the bell's sheet with the notes and the download
-    // address, whose edited text is what gets opened.
+    // A newer version: the bell's sheet with the notes and the download address, whose edited text is what gets opened.
     void newerVersionShowsTheSheet_data()
     {
         QTest::addColumn<QString>("notes");
         QTest::addColumn<QString>("text");
-
         QTest::newRow("with notes") << "Faster copies.\nFewer surprises."
                                     << "Orvane 99.1\n\nFaster copies.\nFewer surprises.";
         QTest::newRow("without notes") << QString() << "Orvane 99.1\n\n";
@@ -245,11 +222,8 @@ private Q_SLOTS:
     {
         QFETCH(QString, notes);
         QFETCH(QString, text);
-
         serve(QStringLiteral("software/orvane.plist"), OVPropertyList::toXml(versionFile(QStringLiteral("99.1"), notes)));
         m_opened.clear();
-        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "openUrl");
-
         auto pane = openPane(QVariantMap{{QStringLiteral("CheckForUpdates"), true}});
         // Not before the pane has had its moment on screen.
         QTest::qWait(1000);
@@ -262,25 +236,19 @@ private Q_SLOTS:
         auto *download = sheet->findChild<QLineEdit *>(QStringLiteral("downloadURLTextField"));
         QCOMPARE(download->text(), QStringLiteral("https://www.orvane.org/download/Orvane-99.1.tar.gz"));
         QVERIFY(!pane->findChild<OVUpdateNotice *>()->macPAD());
-
         download->setText(QStringLiteral("https://mirror.example/orvane-99.1.tar.gz"));
         sheet->findChild<QPushButton *>(QStringLiteral("downloadButton"))->click();
         QCOMPARE(m_opened, QList<QUrl>{QUrl(QStringLiteral("https://mirror.example/orvane-99.1.tar.gz"))});
         QVERIFY(!sheet->isVisible());
-        QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
     }
 
-    // Every other outcome is silent: the check runs, and nothing appears.
-    // With the setting off, or no settings at all, nothing goes out. A newer
-    // version found while the options are open is not announced, then or
-    // later while the pane stays open.
+    // Every other outcome is silent; off or without settings nothing goes out; found under the options, never announced.
     void otherOutcomesAreSilent_data()
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QVariant>("settings");
         QTest::addColumn<int>("requestCount");
         QTest::addColumn<bool>("underOptions");
-
         const QVariantMap on{{QStringLiteral("CheckForUpdates"), true}};
         const QVariantMap off{{QStringLiteral("CheckForUpdates"), false}, {QStringLiteral("Master"), 0}};
         const QByteArray newer = OVPropertyList::toXml(versionFile(QStringLiteral("99.1")));
@@ -300,7 +268,7 @@ private Q_SLOTS:
         if (!file.isEmpty()) {
             serve(QStringLiteral("software/orvane.plist"), file);
         }
-        auto pane = openPane(settings.isValid() ? std::optional<QVariantMap>(settings.toMap()) : std::nullopt);
+        auto pane = openPane(settings);
         if (underOptions) {
             pane->showOptions(pane.get());
             QVERIFY(pane->optionsSheet()->isVisible());

@@ -1,27 +1,14 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-//
-// Writes to standard output the script the pane's builder fills from the
-// installed template, for tests that run or install real scripts:
-//
-//   ov_fill_script [--manual] [--frequency Daily|Weekly|Monthly] [--mirror]
-//                  [--remote] [--progress] [--repair] [--prompt] [--wait]
-//                  [--user NAME] [--toast NAME]
-//                  [--autoconnect SERVER ACCOUNT VOLUME] [--server SERVER ACCOUNT VOLUME]
-//                  [--safetynet FOLDER COUNT Everything|Changed|Deleted]
-//                  [--stored]
-//                  SOURCE DESTINATION [SOURCE DESTINATION]...
-//
-// --stored takes the options from the settings stored in $HOME (the
-// defaults on a fresh install), as the module does, in place of the flags.
-//
-// Paths are taken as the bytes given, so any name a folder can have works.
-
+// Writes to standard output the script the pane's builder fills from the installed template:
+//   ov_fill_script [--manual] [--frequency Daily|Weekly|Monthly] [--mirror] [--remote] [--progress] [--repair] [--prompt]
+//                  [--wait] [--user NAME] [--toast NAME] [--autoconnect SERVER ACCOUNT VOLUME] [--server SERVER ACCOUNT VOLUME]
+//                  [--safetynet FOLDER COUNT Everything|Changed|Deleted] [--stored] SOURCE DESTINATION [SOURCE DESTINATION]...
+// --stored takes the options from the settings stored in $HOME, as the module does. Paths are taken as the bytes given.
 #include "OVScriptBuilder.h"
 #include "OVSettings.h"
-
 #include <cstdio>
-#include <cstring>
+#include <map>
 
 using namespace OVScriptBuilder;
 
@@ -36,26 +23,23 @@ int main(int argc, char **argv)
         std::fputs("usage: ov_fill_script [options] SOURCE DESTINATION...\n", stderr);
         return 2;
     };
+    const std::map<QByteArray, bool *> flags{{"--mirror", &options.mirror},
+                                             {"--remote", &options.remote},
+                                             {"--progress", &options.showProgress},
+                                             {"--repair", &options.repairPermissions},
+                                             {"--prompt", &shared.promptBeforeBackup},
+                                             {"--wait", &shared.waitUntilAway},
+                                             {"--stored", &stored}};
     for (int i = 1; i < argc; ++i) {
         const QByteArray a(argv[i]);
         const int left = argc - i - 1;
-        if (a == "--manual") {
+        if (const auto flag = flags.find(a); flag != flags.end()) {
+            *flag->second = true;
+        } else if (a == "--manual") {
             frequency = OVFrequency::Manual;
         } else if (a == "--frequency" && left >= 1) {
             const QByteArray f(argv[++i]);
             frequency = f == "Weekly" ? OVFrequency::Weekly : f == "Monthly" ? OVFrequency::Monthly : OVFrequency::Daily;
-        } else if (a == "--mirror") {
-            options.mirror = true;
-        } else if (a == "--remote") {
-            options.remote = true;
-        } else if (a == "--progress") {
-            options.showProgress = true;
-        } else if (a == "--repair") {
-            options.repairPermissions = true;
-        } else if (a == "--prompt") {
-            shared.promptBeforeBackup = true;
-        } else if (a == "--wait") {
-            shared.waitUntilAway = true;
         } else if (a == "--user" && left >= 1) {
             shared.username = QString::fromLocal8Bit(argv[++i]);
         } else if (a == "--toast" && left >= 1) {
@@ -71,8 +55,6 @@ int main(int argc, char **argv)
             shared.maxArchives = QString::fromLocal8Bit(argv[++i]);
             const QByteArray contents(argv[++i]);
             shared.archiveIndex = contents == "Everything" ? 0 : contents == "Changed" ? 1 : contents == "Deleted" ? 2 : -1;
-        } else if (a == "--stored") {
-            stored = true;
         } else if (a.startsWith("--")) {
             return usage();
         } else {
@@ -105,9 +87,7 @@ int main(int argc, char **argv)
     }
     script.options = options;
     shared.scheduled = frequency != OVFrequency::Manual;
-    if (shared.username.isEmpty()) {
-        shared.username = QStringLiteral("root");
-    }
+    shared.username = shared.username.isEmpty() ? QStringLiteral("root") : shared.username;
     const QByteArray text = fill(templateText, script, shared);
     return std::fwrite(text.constData(), 1, text.size(), stdout) == static_cast<size_t>(text.size()) ? 0 : 1;
 }

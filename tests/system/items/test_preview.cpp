@@ -1,21 +1,11 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// "Preview…" on a real tree with the installed psync, as an ordinary user:
-// what the next run would copy, replace and delete, counted and summed,
-// with the item's exclusions and its frequency's mirror option; nothing at
-// the destination changes; a part the user may not read is said so.
-
-#include "../ovtestfiles.h"
+// "Preview…" on a real tree with the installed psync, as an ordinary user, with the item's exclusions and mirror option.
 #include "OVPreviewWindow.h"
-
+#include "ovtestfiles.h"
 #include <QAbstractItemView>
 #include <QProcess>
 #include <QSignalSpy>
-
-#include <grp.h>
-#include <pwd.h>
-#include <unistd.h>
 
 namespace
 {
@@ -25,19 +15,12 @@ const QString Destination = QStringLiteral("/Volumes/Backup/Projekte");
 
 // Times on whole seconds, the same for the same age.
 const QDateTime Now = QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch());
-
-void put(const QString &path, const QByteArray &content, qint64 secondsAgo = 3600)
-{
-    writeFile(path, content);
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadWrite) && file.setFileTime(Now.addSecs(-secondsAgo), QFileDevice::FileModificationTime));
-}
+const QDateTime MinuteAgo = Now.addSecs(-60), HourAgo = Now.addSecs(-3600);
 
 QMap<QString, QString> recordsOf(const OVPreviewWindow &window)
 {
     QMap<QString, QString> records;
-    auto *view = window.findChild<QAbstractItemView *>(QStringLiteral("recordView"));
-    const QAbstractItemModel *model = view->model();
+    const QAbstractItemModel *model = window.findChild<QAbstractItemView *>(QStringLiteral("recordView"))->model();
     for (int row = 0; row < model->rowCount(); ++row) {
         records.insert(model->index(row, 2).data().toString(), model->index(row, 0).data().toString());
     }
@@ -48,7 +31,6 @@ QMap<QString, QString> recordsOf(const OVPreviewWindow &window)
 class TestPreview : public QObject
 {
     Q_OBJECT
-
     OVBackupItem m_item;
 
     bool run(OVPreviewWindow &window)
@@ -59,37 +41,29 @@ class TestPreview : public QObject
     }
 
 private Q_SLOTS:
-    // As root: the user, a source and a backup of it from earlier.
     void initTestCase()
     {
         QCOMPARE(geteuid(), uid_t(0));
         QCOMPARE(QProcess::execute(QStringLiteral("useradd"), {QStringLiteral("--create-home"), QStringLiteral("--user-group"), QStringLiteral("ovpreview")}),
                  0);
-        const struct passwd *pw = getpwnam("ovpreview");
-        QVERIFY(pw);
-        put(Source + QStringLiteral("/neu.txt"), "new file", 60);
-        put(Source + QStringLiteral("/geändert.txt"), "changed since, longer", 60);
-        put(Source + QStringLiteral("/gleich.txt"), "same");
-        put(Source + QStringLiteral("/Tiefe/Ordner/neu 2.bin"), QByteArray(5000, 'x'), 60);
-        put(Source + QStringLiteral("/build/out.o"), "object", 60);
-        put(Source + QStringLiteral("/scratch.tmp"), "scratch", 60);
-        put(Destination + QStringLiteral("/geändert.txt"), "changed", 7200);
-        put(Destination + QStringLiteral("/gleich.txt"), "same");
-        put(Destination + QStringLiteral("/weg.txt"), "gone from the source");
-        put(Destination + QStringLiteral("/Alt/alt.txt"), "old folder");
+        writeFile(Source + QStringLiteral("/neu.txt"), "new file", MinuteAgo);
+        writeFile(Source + QStringLiteral("/geändert.txt"), "changed since, longer", MinuteAgo);
+        writeFile(Source + QStringLiteral("/gleich.txt"), "same", HourAgo);
+        writeFile(Source + QStringLiteral("/Tiefe/Ordner/neu 2.bin"), QByteArray(5000, 'x'), MinuteAgo);
+        writeFile(Source + QStringLiteral("/build/out.o"), "object", MinuteAgo);
+        writeFile(Source + QStringLiteral("/scratch.tmp"), "scratch", MinuteAgo);
+        writeFile(Destination + QStringLiteral("/geändert.txt"), "changed", Now.addSecs(-7200));
+        writeFile(Destination + QStringLiteral("/gleich.txt"), "same", HourAgo);
+        writeFile(Destination + QStringLiteral("/weg.txt"), "gone from the source", HourAgo);
+        writeFile(Destination + QStringLiteral("/Alt/alt.txt"), "old folder", HourAgo);
         QCOMPARE(QProcess::execute(QStringLiteral("chown"), {QStringLiteral("-R"), QStringLiteral("ovpreview:"), Root}), 0);
         // Readable by the user, as a backup of the user's files is.
         QCOMPARE(QProcess::execute(QStringLiteral("chmod"), {QStringLiteral("-R"), QStringLiteral("a+rX"), QStringLiteral("/Volumes/Backup")}), 0);
-
         m_item.setCheckColumn(true);
         m_item.setSourcePath(Source);
         m_item.setDestPath(Destination);
         m_item.setExclusions({QStringLiteral("*.tmp"), Source + QStringLiteral("/build")});
-
-        QVERIFY(setgroups(0, nullptr) == 0);
-        QVERIFY(setresgid(pw->pw_gid, pw->pw_gid, pw->pw_gid) == 0);
-        QVERIFY(setresuid(pw->pw_uid, pw->pw_uid, pw->pw_uid) == 0);
-        qputenv("HOME", Root.toUtf8());
+        QVERIFY(becomeUser("ovpreview", Root));
     }
 
     void whatTheNextRunWouldDo()
@@ -121,11 +95,7 @@ private Q_SLOTS:
             QVERIFY2(window.note().isEmpty(), qPrintable(window.note()));
         }
         QCOMPARE(tree(Destination), before);
-    }
-
-    // A folder the user may not read: said, not hidden.
-    void unreadablePartsAreNamed()
-    {
+        // A folder the user may not read: said, not hidden.
         QVERIFY(QDir().mkpath(Source + QStringLiteral("/Geheim")));
         QVERIFY(QFile::setPermissions(Source + QStringLiteral("/Geheim"), {}));
         OVPreviewWindow window(m_item, OVPreview::Options());

@@ -1,33 +1,22 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// The pane's side of the remote server, as the administrator whose pane holds
-// the unlock (a real polkitd): the password in the real Secret Service
-// (gnome-keyring in the session; never in the settings), a bad address or a
-// refused store keeps the sheet open, Connect has root mount the volume for
-// this user. Run by test_remote.sh with the installed bundle;
-// refusedStoreKeepsSheetOpen alone runs with a session bus that does not
-// exist, connectTellsWhyItFailed alone once nothing is mounted.
-
+// The pane's side of the remote server as an administrator: the password in gnome-keyring, never in the settings; Connect.
+// Run by test_remote.sh: refusedStoreKeepsSheetOpen alone without a session bus, connectTellsWhyItFailed once nothing is mounted.
 #include "OVOptionsSheet.h"
 #include "OVOrvanePref.h"
 #include "OVRemoteServer.h"
 #include "OVSettingsDomain.h"
 #include "ovsheetchild.h"
 #include "ovtestfiles.h"
-
 #include <QMessageBox>
 #include <QProcess>
 
-using OVRemoteServer::Server;
-using OVRemoteServer::StoreResult;
+using namespace OVRemoteServer;
 
 class TestRemotePane : public QObject
 {
     Q_OBJECT
-
-    // Opens the options and fills in the server as the user does: the click
-    // on auto-connect enables the fields and Connect (test_optionssheet).
+    // Opens the options and fills in the server as the user does; auto-connect enables the fields (test_optionssheet).
     static QObject *fill(OVOrvanePref &pane, const QString &address, const QString &password)
     {
         QObject *ui = pane.optionsSheet();
@@ -49,11 +38,6 @@ class TestRemotePane : public QObject
     {
         return readFile("/proc/self/mountinfo").contains(QByteArray(' ' + point.toUtf8() + ' '));
     }
-    static StoreResult store(const Server &server, const char *password)
-    {
-        QString error;
-        return OVRemoteServer::addAutoConnectPassword(server, QString::fromUtf8(password), &error);
-    }
 
 private Q_SLOTS:
     void init()
@@ -61,52 +45,44 @@ private Q_SLOTS:
         OVSettingsDomain::remove();
     }
 
-    // Store, read back; a second store under another user name replaces the
-    // first; a bad address stores nothing and loses nothing.
+    // A second store under another user name replaces the first; a bad address stores nothing and loses nothing.
     void storeReadBackAndReplace()
     {
         const Server first{QStringLiteral("smb://fileserver"), QStringLiteral("alice"), QStringLiteral("share")};
-        QCOMPARE(store(first, "pässwörd 1"), StoreResult::Stored);
-        QCOMPARE(OVRemoteServer::autoConnectPassword(first), QStringLiteral("pässwörd 1"));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
-
+        QCOMPARE(addAutoConnectPassword(first, QStringLiteral("pässwörd 1")), StoreResult::Stored);
+        QCOMPARE(autoConnectPassword(first), QStringLiteral("pässwörd 1"));
+        QCOMPARE(countAutoConnectItems(), 1);
         const Server second{QStringLiteral("smb://fileserver"), QStringLiteral("bob"), QStringLiteral("share")};
-        QCOMPARE(store(second, "two"), StoreResult::Stored);
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
-        QCOMPARE(OVRemoteServer::autoConnectPassword(second), QStringLiteral("two"));
-        QCOMPARE(OVRemoteServer::autoConnectPassword(first), QString());
-
-        for (const char *bad : {"fileserver", "ftp://fileserver"}) {
-            QCOMPARE(store({QString::fromLatin1(bad), QStringLiteral("carol"), QStringLiteral("share")}, "x"), StoreResult::InvalidAddress);
+        QCOMPARE(addAutoConnectPassword(second, QStringLiteral("two")), StoreResult::Stored);
+        QCOMPARE(countAutoConnectItems(), 1);
+        QCOMPARE(autoConnectPassword(second), QStringLiteral("two"));
+        QCOMPARE(autoConnectPassword(first), QString());
+        for (const QString &bad : {QStringLiteral("fileserver"), QStringLiteral("ftp://fileserver")}) {
+            QCOMPARE(addAutoConnectPassword({bad, QStringLiteral("carol"), QStringLiteral("share")}, QStringLiteral("x")), StoreResult::InvalidAddress);
         }
-        QCOMPARE(OVRemoteServer::autoConnectPassword(second), QStringLiteral("two"));
-
+        QCOMPARE(autoConnectPassword(second), QStringLiteral("two"));
         // The server is everything after the scheme, and the protocol is afp.
         const Server afp{QStringLiteral("afp://nas/"), QStringLiteral("bob"), QStringLiteral("share")};
-        QCOMPARE(store(afp, "three"), StoreResult::Stored);
-        QCOMPARE(OVRemoteServer::autoConnectPassword(afp), QStringLiteral("three"));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
-
+        QCOMPARE(addAutoConnectPassword(afp, QStringLiteral("three")), StoreResult::Stored);
+        QCOMPARE(autoConnectPassword(afp), QStringLiteral("three"));
+        QCOMPARE(countAutoConnectItems(), 1);
         // An empty volume reads as no password.
-        QCOMPARE(OVRemoteServer::autoConnectPassword({afp.address, afp.account, QString()}), QString());
-
-        QVERIFY(OVRemoteServer::deleteExistingKeys());
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 0);
+        QCOMPARE(autoConnectPassword({afp.address, afp.account, QString()}), QString());
+        QVERIFY(deleteExistingKeys());
+        QCOMPARE(countAutoConnectItems(), 0);
     }
 
     void okStoresThePasswordOnlyInTheKeyring()
     {
-        OVRemoteServer::deleteExistingKeys();
+        deleteExistingKeys();
         {
             OVOrvanePref pane(nullptr, {});
-            QObject *ui = fill(pane, qEnvironmentVariable("OV_REMOTE_SERVER"), password());
-            pane.hideOptions(UI(ui, okButton));
+            pane.hideOptions(UI(fill(pane, qEnvironmentVariable("OV_REMOTE_SERVER"), password()), okButton));
             QVERIFY(!pane.optionsSheet()->isVisible());
         }
         const QByteArray domain = readFile(OVSettingsDomain::path());
         QVERIFY(!domain.isEmpty() && !domain.contains(password().toUtf8()));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
-
+        QCOMPARE(countAutoConnectItems(), 1);
         // Opening the options again shows it.
         OVOrvanePref pane(nullptr, {});
         pane.showOptions(nullptr);
@@ -125,8 +101,7 @@ private Q_SLOTS:
         QCOMPARE(alert->windowTitle(), QStringLiteral("Invalid server address"));
         // The other settings are stored all the same; the keyring keeps its item.
         QCOMPARE(OVSettingsDomain::read()->value(QStringLiteral("RemoteServerAddress")).toString(), QStringLiteral("fileserver"));
-        QCOMPARE(OVRemoteServer::countAutoConnectItems(), 1);
-
+        QCOMPARE(countAutoConnectItems(), 1);
         // Connect with an empty password does nothing at all.
         UI(ui, passwordField)->clear();
         delete alert;
@@ -135,8 +110,7 @@ private Q_SLOTS:
         QVERIFY(!pane.findChild<QMessageBox *>());
     }
 
-    // Connect mounts through connect_volume: the volume is there at once, for
-    // this user to use, and stays mounted.
+    // Connect mounts through connect_volume: the volume is there at once, for this user to use, and stays mounted.
     void connectMounts()
     {
         OVOrvanePref pane(nullptr, {});
@@ -148,12 +122,10 @@ private Q_SLOTS:
         // automount has told the pane how it went.
         QTRY_VERIFY_WITH_TIMEOUT(!pane.findChild<QProcess *>(), 30000);
         QVERIFY(!pane.findChild<QMessageBox *>());
-
         QVERIFY(QDir(point).mkpath(QStringLiteral("Backups/Documents")));
     }
 
-    // Nothing mounted: a wrong password is told in the alert (automount's
-    // own words), and nothing is mounted.
+    // Nothing mounted: a wrong password is told in the alert (automount's own words), and nothing is mounted.
     void connectTellsWhyItFailed()
     {
         if (qEnvironmentVariable("OV_CONNECT_FAILS").isEmpty()) {
@@ -177,8 +149,7 @@ private Q_SLOTS:
         QObject *ui = fill(pane, QStringLiteral("smb://fileserver"), QStringLiteral("secret"));
         UI(ui, kcfg_WaitUntilAway)->setChecked(true);
         pane.hideOptions(UI(ui, okButton));
-        QVERIFY(pane.optionsSheet()->isVisible());
-        QVERIFY(pane.findChild<QMessageBox *>(QStringLiteral("passwordNotStoredAlert")));
+        QVERIFY(pane.optionsSheet()->isVisible() && pane.findChild<QMessageBox *>(QStringLiteral("passwordNotStoredAlert")));
         QCOMPARE(OVSettingsDomain::read()->value(QStringLiteral("WaitUntilAway")).toBool(), true);
     }
 };

@@ -1,29 +1,17 @@
 // SPDX-FileCopyrightText: 2026 Orvane developers
 // SPDX-License-Identifier: GPL-2.0-or-later
-
-// Restoring from real backups (made by make-backups.sh in the sandbox), as
-// the user, by the window's code path: the set-up runs as root, then the
-// test drops to the user for good, so every read and write below has only
-// the user's rights. test_restore.sh runs beforeTheWeeklyRun after the
-// daily runs, then the rest after the weekly one.
-
-#include "../ovtestfiles.h"
+// Restoring real backups by the window's code path as the user; test_restore.sh runs beforeTheWeeklyRun, then the rest.
 #include "OVRestoreJob.h"
 #include "OVRestoreSources.h"
 #include "OVRestoreWindow.h"
 #include "OVSettingsDomain.h"
-#include "ovfixedpaths.h"
-
+#include "ovtestfiles.h"
 #include <QHelpEvent>
 #include <QStandardItemModel>
 #include <QToolTip>
 #include <QTreeView>
 #include <QTreeWidget>
-
-#include <grp.h>
-#include <pwd.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 namespace
 {
@@ -32,16 +20,6 @@ const QString Source = QStringLiteral("/home/ovrestore/Documents");
 const QString Fixture = QStringLiteral("/tmp/restore-fixture");
 // The Safety Net at its default place, inside the source.
 const QString SafetyNet = QStringLiteral("/home/ovrestore/Documents/Safety Net Archives");
-
-OVBackupItem item(const QString &source, const QString &destination)
-{
-    OVBackupItem item;
-    item.setCheckColumn(true);
-    item.setFrequencyColumn(int(OVFrequency::Daily));
-    item.setSourcePath(source);
-    item.setDestPath(destination);
-    return item;
-}
 
 bool restore(const OVVersionIndex &index, const QVector<OVVersion> &versions, const QString &target = QString())
 {
@@ -57,31 +35,21 @@ bool restore(const OVVersionIndex &index, const QVector<OVVersion> &versions, co
 class TestRestore : public QObject
 {
     Q_OBJECT
-
     OVRestoreSources m_sources;
 
 private Q_SLOTS:
     void initTestCase()
     {
         QCOMPARE(geteuid(), uid_t(0));
-        const struct passwd *pw = getpwnam("ovrestore");
-        QVERIFY(pw);
-        // Drop to the user for good.
-        QVERIFY(setgroups(0, nullptr) == 0);
-        QVERIFY(setresgid(pw->pw_gid, pw->pw_gid, pw->pw_gid) == 0);
-        QVERIFY(setresuid(pw->pw_uid, pw->pw_uid, pw->pw_uid) == 0);
-        qputenv("HOME", Home.toUtf8());
+        QVERIFY(becomeUser("ovrestore", Home));
         qunsetenv("XDG_CONFIG_HOME");
         QVERIFY(OVSettingsDomain::replace({{QStringLiteral("SafetyNet"), true}, {QStringLiteral("SafetyNetFolder"), SafetyNet}}));
-
         m_sources = OVRestoreSources::forPath(Source + QStringLiteral("/report.txt"), OVRestoreSources::installed());
         QVERIFY2(m_sources.problems.isEmpty(), qPrintable(m_sources.describeProblems().join(QLatin1Char('\n'))));
         QCOMPARE(m_sources.relativePath, QStringLiteral("report.txt"));
     }
 
-    // The item moved from Daily to Weekly and no weekly run has happened:
-    // the daily runs' versions are all there, and the copy is not said to
-    // be of a run that did not finish.
+    // Moved from Daily to Weekly: the daily runs' versions all there, the copy not said to be of a run that did not finish.
     void beforeTheWeeklyRun()
     {
         const OVVersionIndex &index = m_sources.index;
@@ -99,8 +67,7 @@ private Q_SLOTS:
         QVERIFY2(shown->topLevelItem(2)->text(0).startsWith(QStringLiteral("As it was until ")), qPrintable(shown->topLevelItem(2)->text(0)));
     }
 
-    // After the weekly run: every version of both frequencies, byte for
-    // byte, to the nanosecond, restored elsewhere keeping its path.
+    // After the weekly run: every version of both frequencies, byte for byte, to the nanosecond, restored elsewhere.
     void everyVersionComesBack()
     {
         m_sources = OVRestoreSources::forPath(Source + QStringLiteral("/report.txt"), OVRestoreSources::installed());
@@ -108,34 +75,26 @@ private Q_SLOTS:
         const QVector<OVVersion> versions = index.versionsOf(QStringLiteral("report.txt"));
         QCOMPARE(versions.size(), 4);
         QCOMPARE(index.snapshot(versions[0].snapshot).time.date(), QDate(2026, 1, 9));
-        const struct {
-            QDateTime archive;
-            const char *frequency;
-            const char *day;
-            bool deleted;
-        } expected[] = {
-            {QDateTime(), "Weekly", "2026-01-09", false},
-            {QDateTime(QDate(2026, 1, 9), QTime(20, 0)), "Weekly", "2026-01-08", false},
-            {QDateTime(QDate(2026, 1, 7), QTime(20, 0)), "Daily", "2026-01-06", true},
-            {QDateTime(QDate(2026, 1, 6), QTime(20, 0)), "Daily", "2026-01-05", false},
-        };
+        // The archive's time (the copy's is that of the weekly run, above), its frequency, the fixture's day, deleted.
+        const std::tuple<int, const char *, const char *, bool> expected[] = {{0, "Weekly", "2026-01-09", false},
+                                                                              {9, "Weekly", "2026-01-08", false},
+                                                                              {7, "Daily", "2026-01-06", true},
+                                                                              {6, "Daily", "2026-01-05", false}};
         for (int i = 0; i < versions.size(); ++i) {
+            const auto &[archiveDay, frequency, day, deleted] = expected[i];
             const OVSnapshot &snapshot = index.snapshot(versions[i].snapshot);
-            if (expected[i].archive.isValid()) {
-                QCOMPARE(snapshot.time, expected[i].archive);
-            }
-            QCOMPARE(snapshot.frequency, QString::fromLatin1(expected[i].frequency));
-            QCOMPARE(index.wasDeletedBy(versions[i]), expected[i].deleted);
+            QVERIFY2(!archiveDay || snapshot.time == QDateTime(QDate(2026, 1, archiveDay), QTime(20, 0)), qPrintable(snapshot.time.toString(Qt::ISODate)));
+            QCOMPARE(snapshot.frequency, QString::fromLatin1(frequency));
+            QCOMPARE(index.wasDeletedBy(versions[i]), deleted);
             const QString target = QDir::tempPath() + QStringLiteral("/restored-") + QString::number(i);
             QVERIFY(restore(index, {versions[i]}, target));
             const QString restored = target + QStringLiteral("/report.txt");
-            QCOMPARE(stamp(restored), stamp(Fixture + QLatin1Char('/') + QLatin1String(expected[i].day) + QStringLiteral("/report.txt")));
+            QCOMPARE(stamp(restored), stamp(Fixture + QLatin1Char('/') + QLatin1String(day) + QStringLiteral("/report.txt")));
             QCOMPARE(QFileInfo(restored).ownerId(), geteuid());
         }
     }
 
-    // A time within the second, and a Dolphin tag, come back as the
-    // backup kept them, from the copy and from the Safety Net.
+    // A time within the second, and a Dolphin tag, come back as the backup kept them, from the copy and the Safety Net.
     void metadataComesBack()
     {
         const OVVersionIndex &index = m_sources.index;
@@ -153,8 +112,7 @@ private Q_SLOTS:
         QCOMPARE(tags.left(int(size)), QByteArray("Wichtig,Arbeit"));
     }
 
-    // The Safety Net folder lies in the source but is no part of it: the
-    // backups never hold it, and the window never shows it.
+    // The Safety Net folder lies in the source but is no part of it: the backups never hold it, the window never shows it.
     void safetyNetIsNoPartOfTheSource()
     {
         const OVVersionIndex &index = m_sources.index;
@@ -170,8 +128,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(QStringLiteral("/Volumes/Backup Disk/Documents/Safety Net Archives")));
     }
 
-    // A deleted file and a deleted folder come back at their places; an
-    // existing file is kept and the old version comes back beside it.
+    // A deleted file and folder come back at their places; an existing file is kept and the old version comes back beside it.
     void backInPlace()
     {
         const OVVersionIndex &index = m_sources.index;
@@ -179,22 +136,18 @@ private Q_SLOTS:
         QCOMPARE(now.size(), 2);
         QCOMPARE(now[0].name, QStringLiteral("löschen.txt"));
         QVERIFY(!now[0].inSource && now[0].hasVersion);
-
         QVERIFY(restore(index, {now[0].version}));
         QCOMPARE(readFile(Source + QStringLiteral("/Ünïcødé/löschen.txt")), QByteArray("wird gelöscht"));
-
         const QVector<OVVersion> project = index.versionsOf(QStringLiteral("Projekt"));
         QCOMPARE(project.size(), 1);
         QVERIFY(restore(index, project));
         QCOMPARE(tree(Source + QStringLiteral("/Projekt")), tree(Fixture + QStringLiteral("/2026-01-05/Projekt")));
-
         QVERIFY(restore(index, {index.versionsOf(QStringLiteral("report.txt")).last()}));
         QCOMPARE(readFile(Source + QStringLiteral("/report.txt")), QByteArray("Bericht, wöchentlich"));
         QCOMPARE(readFile(Source + QStringLiteral("/report (2026-01-06 20.00.00).txt")), QByteArray("Bericht, erste Fassung"));
     }
 
-    // The window: a tip where a text is cut, a folder opened expanded,
-    // excluded paths said so; the screenshots.
+    // The window: a tip where a text is cut, a folder opened expanded, excluded paths said so; the screenshots.
     void window()
     {
         OVRestoreWindow window;
@@ -217,7 +170,6 @@ private Q_SLOTS:
         QHelpEvent help(QEvent::ToolTip, cell.center(), versions->viewport()->mapToGlobal(cell.center()));
         QCoreApplication::sendEvent(versions->viewport(), &help);
         QTRY_COMPARE(QToolTip::text(), versions->topLevelItem(0)->text(0));
-
         // On a folder: that folder selected, open, its names shown.
         window.openAt(Source + QStringLiteral("/Ünïcødé"));
         auto *treeView = window.findChild<QTreeView *>(QStringLiteral("treeView"));
@@ -225,19 +177,16 @@ private Q_SLOTS:
         const QModelIndex folder = treeView->currentIndex();
         QVERIFY(treeView->isExpanded(folder));
         QVERIFY(treeView->model()->rowCount(folder) >= 2);
-        // What the item leaves out: said so.
         const auto stateOf = [model = treeView->model()](const QString &name) {
             const QModelIndexList found = model->match(model->index(0, 0, model->index(0, 0)), Qt::DisplayRole, name, 1, Qt::MatchExactly);
             return found.isEmpty() ? QStringLiteral("<absent>") : found.first().siblingAtColumn(1).data().toString();
         };
         QCOMPARE(stateOf(QStringLiteral("notes.tmp")), QStringLiteral("Excluded"));
         QCOMPARE(stateOf(QStringLiteral("report.txt")), QStringLiteral("Backed up"));
-
         window.setAsOf(QDate(2026, 1, 5));
         window.openAt(Source + QStringLiteral("/Projekt/Daten"));
         QCOMPARE(window.selectedPaths(), QStringList({QStringLiteral("Projekt/Daten")}));
         QVERIFY(shot("restore-window-as-of.png"));
-        // Never backed up.
         writeFile(Source + QStringLiteral("/fresh.txt"), QByteArray());
         window.setAsOf(QDate());
         window.openAt(Source + QStringLiteral("/fresh.txt"));
@@ -249,15 +198,20 @@ private Q_SLOTS:
     void clearAnswers()
     {
         OVRestoreSources::Setup setup = OVRestoreSources::installed();
-        setup.items.append(item(Home + QStringLiteral("/Pictures"), QStringLiteral("/Volumes/Holiday Disk/Pictures")));
-        setup.items.append(item(Home + QStringLiteral("/Mail"), QStringLiteral("/Volumes/Backup Disk/Private")));
+        for (const auto &[source, destination] : {std::pair{"/Pictures", "/Volumes/Holiday Disk/Pictures"}, {"/Mail", "/Volumes/Backup Disk/Private"}}) {
+            OVBackupItem item;
+            item.setCheckColumn(true);
+            item.setFrequencyColumn(int(OVFrequency::Daily));
+            item.setSourcePath(Home + QLatin1String(source));
+            item.setDestPath(QString::fromUtf8(destination));
+            setup.items.append(item);
+        }
         OVRestoreWindow window;
         window.setSetup(setup);
         window.openAt(Home + QStringLiteral("/Pictures/beach.jpg"));
         QVERIFY2(window.message().contains(QStringLiteral("The backup disk “Holiday Disk” is not connected")), qPrintable(window.message()));
         window.openAt(Home + QStringLiteral("/Mail"));
         QVERIFY2(window.message().contains(QStringLiteral("You may not read “/Volumes/Backup Disk/Private”")), qPrintable(window.message()));
-
         // An archive the user has shut: named, and the rest still shown.
         const QString archive = SafetyNet + QStringLiteral("/2026-01-07 20.00.00 Daily");
         QVERIFY(QFile::setPermissions(archive, {}));
