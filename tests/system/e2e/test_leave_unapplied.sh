@@ -17,7 +17,7 @@ id ovadmin2 >/dev/null 2>&1 || useradd -m -G sudo ovadmin2
 unapplied=/home/ovadmin/.config/orvane/unapplied-items.plist
 items_in() { "$(dirname "$0")/../items.py" "$1" | wc -l; } # items_in FILE: how many items the archive FILE holds
 start_agent() { # start_agent ANSWER: the agent for System Settings, answering so
-    state=$(mktemp -d /tmp/agent.XXXXXX) && chmod 755 "$state"
+    state=$(mktemp -d -p /tmp) && chmod 755 "$state"
     python3 "$(dirname "$0")/tty_agent.py" ovadmin "$settings_pid" "$1" "$state" &
     agent=$!
     sleep 1
