@@ -12,8 +12,28 @@ eval "$(dbus-launch --sh-syntax)"
 screenshot() { import-im6.q16 -window root "$1"; } # screenshot FILE
 titled() { xdotool getwindowname "$1" 2>/dev/null | grep -q -- "$2"; } # titled WINDOW TEXT
 wait_for_title() { wait_for $(($3 * 10)) titled "$@"; } # wait_for_title WINDOW TEXT SECONDS
-shown() { timeout "${2:-10}" xdotool search --sync --onlyvisible --name "$1" | head -1; } # shown TITLE [SECONDS]: its window, once it shows
-not_shown() { ! xdotool search --onlyvisible --name "$1" >/dev/null 2>&1; } # not_shown TITLE
+# windows SEARCH-ARGS...: xdotool's search, again when a window closed under
+# it, since xdotool dies of that (BadWindow) as if nothing matched.
+windows() {
+    for _ in $(seq 20); do
+        xdotool search "$@" 2>/tmp/xdotool.err && return 0
+        grep -q 'X Error' /tmp/xdotool.err || return 1
+        sleep 0.1
+    done
+    return 1
+}
+first_window() { # first_window SECONDS SEARCH-ARGS...: the first match, once there is one
+    local tenths=$(($1 * 10)) found
+    shift
+    for _ in $(seq "$tenths"); do
+        found=$(windows "$@" | head -1)
+        [ -n "$found" ] && echo "$found" && return 0
+        sleep 0.1
+    done
+    return 1
+}
+shown() { first_window "${2:-10}" --onlyvisible --name "$1"; } # shown TITLE [SECONDS]: its window, once it shows
+not_shown() { ! windows --onlyvisible --name "$1" >/dev/null; } # not_shown TITLE
 # admin_desktop OUTPUT: with polkit.sh, ovadmin's own session bus, in which
 # "user COMMAND..." runs; screenshots go to $out.
 admin_desktop() {
@@ -27,8 +47,7 @@ admin_desktop() {
 user() { as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"; }
 open_settings() { # open_settings TITLE [MODULE]: the administrator's System Settings, its window in $window
     user systemsettings "${@:2}" >>/tmp/systemsettings.log 2>&1 &
-    window=$(timeout 30 xdotool search --sync --name "$1" | head -1)
-    [ -n "$window" ]
+    window=$(first_window 30 --name "$1")
 }
 click() { xdotool mousemove --window "$window" "$1" "$2" click 1; } # click X Y in $window
 leave_orvane() { click 77 126; ask=$(shown 'Apply Settings'); [ -n "$ask" ]; } # another module from the sidebar: asked in $ask
