@@ -45,9 +45,13 @@ admin_desktop() {
     bus=$(as_admin env XDG_RUNTIME_DIR=$runtime dbus-daemon --session --fork --print-address=1 --address="unix:path=$runtime/bus")
 }
 user() { as_admin env DISPLAY="$DISPLAY" XDG_RUNTIME_DIR="$runtime" DBUS_SESSION_BUS_ADDRESS="$bus" QT_QPA_PLATFORM=xcb "$@"; }
-open_settings() { # open_settings TITLE [MODULE]: the administrator's System Settings, its window in $window
+drawn() { # drawn WINDOW: mostly light, as a drawn module is and a window still black is not
+    import-im6.q16 -window "$1" /tmp/probe.png 2>/dev/null &&
+        [ "$(convert-im6.q16 /tmp/probe.png -format '%[fx:mean>0.5]' info:)" = 1 ]
+}
+open_settings() { # open_settings TITLE [MODULE]: the administrator's System Settings, drawn, its window in $window
     user systemsettings "${@:2}" >>/tmp/systemsettings.log 2>&1 &
-    window=$(first_window 30 --name "$1")
+    window=$(first_window 30 --name "$1") && wait_for 600 drawn "$window"
 }
 click() { xdotool mousemove --window "$window" "$1" "$2" click 1; } # click X Y in $window
 leave_orvane() { click 77 126; ask=$(shown 'Apply Settings'); [ -n "$ask" ]; } # another module from the sidebar: asked in $ask

@@ -74,8 +74,8 @@ dialog=$(shown 'Orvane Options')
 check "the options dialog opens" test -n "$dialog"
 sleep 1
 xdotool windowfocus --sync "$dialog"; xdotool key Tab space; sleep 0.3; xdotool key Return; sleep 1.5
-check "OK closes the options" not_shown 'Orvane Options'
-check "the stored settings hold the change" \
+check "OK closes the options" wait_for 50 not_shown 'Orvane Options'
+check "the stored settings hold the change" wait_for 50 \
     sh -c "grep -A1 '<key>WaitUntilAway</key>' /home/ovadmin/.config/org.orvane.Orvane.plist | grep -q '<true/>'"
 
 # Weekly now (the frequency menu: from "Daily" one down), then quit.

@@ -44,8 +44,7 @@ for scenario in cancel no-agent; do
     xdotool key --window "$ask" alt+a
     if [ -n "$agent" ]; then
         check "$scenario: the agent asks for the password" wait_for 600 test -e "$state/asked"
-        sleep 1
-        check "$scenario: System Settings went on to the other module while the agent asks" left_orvane
+        check "$scenario: System Settings went on to the other module while the agent asks" wait_for 100 left_orvane
         screenshot "$out/unapplied-$scenario-asking.png"
         touch "$state/answer"
         check "$scenario: the agent reported its outcome" wait_for 600 test -e "$state/done"

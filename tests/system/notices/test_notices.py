@@ -150,6 +150,22 @@ class FinishedNotice(unittest.TestCase):
         self.assertEqual(events(since, "close"), [], "only the user closed it")
         self.assertGreaterEqual(elapsed, 3)
 
+    def test_the_next_end_notice_of_the_same_kind_takes_its_place(self):
+        settings(AutoDismissAlert=False)
+        answer()
+        since = mark()
+        daily, weekly = (notice("--finished", f, "complete", background=True) for f in ("Daily", "Weekly"))
+        for waiting in (daily, weekly):
+            waiting.stdin.close()
+            started.append(waiting)
+        self.assertTrue(wait_for(lambda: len(shown(since)) == 2, 20), "both notices show")
+        old = {n["body"]: n["id"] for n in shown(since)}["The daily backup is complete."]
+        self.finished("Daily", "errors", dict(close=2, after=1), AutoDismissAlert=False)
+        self.assertEqual(daily.wait(10), 0, "the old daily notice's program ends")
+        self.assertEqual([e["id"] for e in events(since, "close")], [old], "only the old daily notice is taken away")
+        self.assertIsNone(weekly.poll(), "the weekly notice stays")
+        weekly.terminate()
+
     def test_nothing_shown_or_played_when_switched_off(self):
         since, elapsed = self.finished("Daily", "errors", DisplayAlert=False)
         self.assertEqual((events(since), lines(PAPLAY_LOG)), ([], []))
