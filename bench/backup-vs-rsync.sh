@@ -15,9 +15,11 @@
 # there, with the product installed:
 #   tests/sandbox/ov-sandbox --install build -- bench/backup-vs-rsync.sh [FILES]
 # It works in a folder on a real disk (the sandbox's /tmp and /var/tmp are in
-# memory): OV_BENCH_DIR, by default beside the source tree.
+# memory): OV_BENCH_DIR, by default beside the source tree. The files are in
+# folders of OV_BENCH_PER_FOLDER (1,000; 10 makes a tree heavy with folders).
 set -eu
 files=${1:-100000}
+export OV_BENCH_PER_FOLDER=${OV_BENCH_PER_FOLDER:-1000} # files per folder
 root=$(cd "$(dirname "$0")/.." && pwd)
 psync=/usr/local/bin/psync
 bench_dir=${OV_BENCH_DIR:-$root/.bench}
@@ -30,10 +32,11 @@ mkdir -p "$src" "$work/Safety Net Archives"
 echo "making $files files..."
 python3 - "$src" "$files" <<'PY'
 import os, sys
+per = int(os.environ['OV_BENCH_PER_FOLDER'])
 root, count = sys.argv[1], int(sys.argv[2])
 for i in range(count):
-    folder = os.path.join(root, "folder %03d" % (i // 1000))
-    if i % 1000 == 0:
+    folder = os.path.join(root, "folder %03d" % (i // per))
+    if i % per == 0:
         os.makedirs(folder, exist_ok=True)
     with open(os.path.join(folder, "file %06d.txt" % i), "w") as f:
         f.write("small file %d\n" % i * 4)
@@ -100,12 +103,13 @@ fresh() {
 change() {
     python3 - "$src" "$files" "$1" <<'PY'
 import os, sys
+per = int(os.environ['OV_BENCH_PER_FOLDER'])
 root, count, round_ = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
 for i in range(round_, count, 100):
-    with open(os.path.join(root, "folder %03d" % (i // 1000), "file %06d.txt" % i), "a") as f:
+    with open(os.path.join(root, "folder %03d" % (i // per), "file %06d.txt" % i), "a") as f:
         f.write("changed\n")
 for i in range(50 + round_, count, 100):
-    os.remove(os.path.join(root, "folder %03d" % (i // 1000), "file %06d.txt" % i))
+    os.remove(os.path.join(root, "folder %03d" % (i // per), "file %06d.txt" % i))
 PY
 }
 
@@ -120,7 +124,8 @@ floor_done
 kept=$(find "$work/Safety Net Archives" -type f | wc -l)
 diff -r "$src" "$work/by-script" >/dev/null && same=yes || same=NO
 
-printf '| %s small files | script (s) | bare rsync (s) | ratio |\n| --- | --- | --- | --- |\n' "$(printf "%'d" "$files")"
+in_folders="in $(printf "%'d" $(((files + OV_BENCH_PER_FOLDER - 1) / OV_BENCH_PER_FOLDER))) folders"
+printf '| %s small files %s | script (s) | bare rsync (s) | ratio |\n| --- | --- | --- | --- |\n' "$(printf "%'d" "$files")" "$in_folders"
 row() {
     local s r
     s=$(median < "$work/$2.script"); r=$(median < "$work/$2.rsync")
@@ -140,9 +145,10 @@ echo "Safety Net archives hold $kept files; the script's copy equals the source:
 # which keeps neither.
 python3 - "$src" "$files" <<'PY'
 import os, sys
+per = int(os.environ['OV_BENCH_PER_FOLDER'])
 root, count = sys.argv[1], int(sys.argv[2])
 for i in range(0, count, 100):
-    os.setxattr(os.path.join(root, "folder %03d" % (i // 1000), "file %06d.txt" % i), "user.xdg.tags", b"bench")
+    os.setxattr(os.path.join(root, "folder %03d" % (i // per), "file %06d.txt" % i), "user.xdg.tags", b"bench")
 PY
 for folder in "$src"/folder\ 0?0; do setfacl -m u:nobody:rx "$folder"; done
 # A first copy into a new folder each turn (creating right after a mass
@@ -187,7 +193,7 @@ rerun_all() { "$psync" -d "$src" "$work/excl-without"; }
 pair psync-exclude 7 rerun_excluded rerun_all
 rm -rf "$work"/t.*
 
-printf '\n| psync, %s small files, metadata kept | psync (s) | other (s) | ratio | target |\n| --- | --- | --- | --- | --- |\n' "$(printf "%'d" "$files")"
+printf '\n| psync, %s small files %s, metadata kept | psync (s) | other (s) | ratio | target |\n| --- | --- | --- | --- | --- |\n' "$(printf "%'d" "$files")" "$in_folders"
 prow() {
     local a b
     a=$(median < "$work/$2.a"); b=$(median < "$work/$2.b")

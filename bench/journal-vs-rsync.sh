@@ -2,11 +2,11 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 # The change journal against bare "rsync -a --delete" on FILES small files
-# (default 100,000: 100 folders of 1,000) on a real disk: an ext4 image,
+# (default 100,000: 100 folders of 1,000, or of OV_BENCH_PER_FOLDER) on a real disk: an ext4 image,
 # loop-mounted, in a folder beside the source tree (so on the machine's
 # disk, not in the sandbox's memory). In turns with rsync, median of 7:
 # a rerun with nothing changed; then (median of 5, other files each time)
-# 1% appended, 1% deleted, 1% new and one folder of 1,000 files renamed,
+# 1% appended, 1% deleted, 1% new and one folder of files renamed,
 # with the Safety Net on; the copies with the journal are psync's, from the
 # install. Then what the daemon costs: CPU seconds per 10,000 changes, and
 # its memory with 1,000,000 files in the source.
@@ -16,6 +16,7 @@
 # backup-vs-rsync.sh runs it too, after its own cases.
 set -eu
 files=${1:-100000}
+export OV_BENCH_PER_FOLDER=${OV_BENCH_PER_FOLDER:-1000} # files per folder
 root=$(cd "$(dirname "$0")/.." && pwd)
 journal=/usr/libexec/orvane-journal
 [ -x "$journal" ] || { echo "journal-vs-rsync: no $journal: run it in the sandbox with --install" >&2; exit 2; }
@@ -43,10 +44,11 @@ src=$disk/source
 echo "making $files files on ext4 (loop device on $(stat -f -c %T "$work"))..."
 python3 - "$src" "$files" <<'PY'
 import os, sys
+per = int(os.environ['OV_BENCH_PER_FOLDER'])
 root, count = sys.argv[1], int(sys.argv[2])
 for i in range(count):
-    folder = os.path.join(root, "folder %03d" % (i // 1000))
-    if i % 1000 == 0:
+    folder = os.path.join(root, "folder %03d" % (i // per))
+    if i % per == 0:
         os.makedirs(folder, exist_ok=True)
     with open(os.path.join(folder, "file %06d.txt" % i), "w") as f:
         f.write("small file %d\n" % i * (2 + i % 12))
@@ -87,15 +89,16 @@ run_case() {
 }
 nothing() { :; }
 # Round N: 1% appended, 1% deleted, 1% new (none touched before), and the
-# N-th folder of 1,000 files renamed; the Safety Net is emptied first.
+# N-th folder from the end renamed; the Safety Net is emptied first.
 change() {
     rm -rf "$disk/net/"*
     safety_net=round-$1
     python3 - "$src" "$files" "$1" <<'PY'
 import os, sys
+per = int(os.environ['OV_BENCH_PER_FOLDER'])
 root, count, round_ = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
 def path(i):
-    folder = os.path.join(root, "folder %03d" % (i // 1000))
+    folder = os.path.join(root, "folder %03d" % (i // per))
     if not os.path.exists(folder):
         folder += " renamed"
     return os.path.join(folder, "file %06d.txt" % i)
@@ -107,7 +110,7 @@ for i in range(50 + round_, count, 100):
 for i in range(25 + round_, count, 100):
     with open(path(i) + ".new", "w") as f:
         f.write("new file %d\n" % i)
-folder = os.path.join(root, "folder %03d" % (count // 1000 - 1 - round_))
+folder = os.path.join(root, "folder %03d" % (count // per - 1 - round_))
 os.rename(folder, folder + " renamed")
 PY
 }
@@ -158,14 +161,14 @@ touch_all "$files"
 changed=$(memory)
 peak=$(awk '/VmHWM/ {print int($2 / 1024)}' "/proc/$daemon/status")
 
-printf '| %s small files on ext4, Safety Net on in the change case | with the journal (s) | bare rsync (s) | ratio |\n| --- | --- | --- | --- |\n' "$(printf "%'d" "$files")"
+printf '| %s small files in folders of %s on ext4, Safety Net on in the change case | with the journal (s) | bare rsync (s) | ratio |\n| --- | --- | --- | --- |\n' "$(printf "%'d" "$files")" "$(printf "%'d" "$OV_BENCH_PER_FOLDER")"
 row() {
     local j r
     j=$(median < "$work/$2.journal"); r=$(median < "$work/$2.rsync")
     printf '| %s | %.3f | %.2f | %s |\n' "$1" "$j" "$r" "$(ratio "$j" "$r")"
 }
 row "rerun, nothing changed (median of 7)" rerun
-row "1% appended, 1% deleted, 1% new, a 1,000-file folder renamed (median of 5)" change
+row "1% appended, 1% deleted, 1% new, a $(printf "%'d" "$OV_BENCH_PER_FOLDER")-file folder renamed (median of 5)" change
 echo "psync on a rerun with nothing changed said: $said"
 echo "the copy with the journal equals the source: $same; the last Safety Net archive holds $kept files"
 echo "the daemon: $per10k s of CPU per 10,000 changes; $million MiB resident with $(find "$src" -type f | wc -l) files in the source; $changed MiB once $files of them changed (peak $peak MiB)"
