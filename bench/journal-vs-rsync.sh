@@ -2,10 +2,10 @@
 # SPDX-FileCopyrightText: 2026 Orvane developers
 # SPDX-License-Identifier: GPL-2.0-or-later
 # The change journal against bare "rsync -a --delete" on FILES small files
-# (default 100,000: 100 folders of 1,000, or of OV_BENCH_PER_FOLDER) on a real disk: an ext4 image,
-# loop-mounted, in a folder beside the source tree (so on the machine's
-# disk, not in the sandbox's memory). In turns with rsync, median of 7:
-# a rerun with nothing changed; then (median of 5, other files each time)
+# (default 100,000: 100 folders of 1,000, or of OV_BENCH_PER_FOLDER) on a
+# real disk: an ext4 image, loop-mounted, in a folder beside the source tree
+# (so on the machine's disk, not in the sandbox's memory). In turns with
+# rsync, median of 7: a rerun with nothing changed; then (median of 5, other files each time)
 # 1% appended, 1% deleted, 1% new and one folder of files renamed,
 # with the Safety Net on; the copies with the journal are psync's, from the
 # install. Then what the daemon costs: CPU seconds per 10,000 changes, and

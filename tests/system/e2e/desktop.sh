@@ -22,16 +22,8 @@ windows() {
     done
     return 1
 }
-first_window() { # first_window SECONDS SEARCH-ARGS...: the first match, once there is one
-    local tenths=$(($1 * 10)) found
-    shift
-    for _ in $(seq "$tenths"); do
-        found=$(windows "$@" | head -1)
-        [ -n "$found" ] && echo "$found" && return 0
-        sleep 0.1
-    done
-    return 1
-}
+matched() { hit=$(windows "$@" | head -1); [ -n "$hit" ]; } # matched SEARCH-ARGS...: the first match in $hit
+first_window() { local hit; wait_for $(($1 * 10)) matched "${@:2}" && echo "$hit"; } # first_window SECONDS SEARCH-ARGS...
 shown() { first_window "${2:-10}" --onlyvisible --name "$1"; } # shown TITLE [SECONDS]: its window, once it shows
 not_shown() { ! windows --onlyvisible --name "$1" >/dev/null; } # not_shown TITLE
 # admin_desktop OUTPUT: with polkit.sh, ovadmin's own session bus, in which
